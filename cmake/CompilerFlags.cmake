@@ -1,0 +1,15 @@
+# bayward_flags: what every target of ours compiles with.
+add_library(bayward_flags INTERFACE)
+target_compile_options(bayward_flags INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion)
+if(BAYWARD_WARNINGS_AS_ERRORS)
+    target_compile_options(bayward_flags INTERFACE -Werror)
+endif()
+if(BAYWARD_SANITIZE)
+    target_compile_options(bayward_flags INTERFACE -fsanitize=${BAYWARD_SANITIZE} -fno-omit-frame-pointer
+                                                   -fno-sanitize-recover=undefined)
+    target_link_options(bayward_flags INTERFACE -fsanitize=${BAYWARD_SANITIZE})
+else()
+    target_compile_options(bayward_flags INTERFACE -fstack-protector-strong
+                                                   $<$<CONFIG:Release>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>)
+    target_link_options(bayward_flags INTERFACE -Wl,-z,relro,-z,now)
+endif()

@@ -1,0 +1,50 @@
+// The source of REST text: what the reader asks of the bridge to the management controller.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "server-util.h"
+
+// One session with a management controller. Failures are thrown as C strings (const char*) that stay valid until the next
+// call of the same object. Used by one thread.
+class RestBridge {
+public:
+    // The bridge's last call, for failure texts. A password is recorded as "***".
+    struct LastCall {
+        std::string fnc, para1, para2, para3;
+    };
+
+    virtual ~RestBridge() = default;
+
+    // Opens the session; does nothing but update the vNIC flag when one is open. The interval is in milliseconds.
+    virtual void init(const char* host, const char* account, const char* password, std::uint32_t retryCount,
+                      std::uint32_t retryInterval) = 0;
+    // The JSON text of a resource; empty when the call gave no text.
+    virtual std::string getValue(const char* path) = 0;
+    // "True", "False" or "None": has this host its address on the controller's virtual-NIC link?
+    virtual std::string isvNICAvail(const char* host, std::uint32_t retryCount, std::uint32_t retryInterval) = 0;
+    // The service root's JSON text over the virtual NIC; empty when no session could be opened there.
+    virtual std::string getValue_vNIC(const char* host, const char* account, const char* password,
+                                      std::uint32_t retryCount, std::uint32_t retryInterval) = 0;
+    // The controller's product generation over the virtual NIC; empty when no session could be opened there.
+    virtual std::string getProdGen(const char* host, const char* account, const char* password,
+                                   std::uint32_t retryCount, std::uint32_t retryInterval) = 0;
+    // Ends the session.
+    virtual void close() = 0;
+    // Ends the session and starts the interpreter and the module afresh. Never throws.
+    virtual void reset() = 0;
+
+    virtual void set_vNIC(bool vNIC) = 0;
+    virtual bool get_vNIC() const = 0;
+    virtual bool isiLOInitialized() const = 0;
+    virtual LastCall lastCall() const = 0;
+    // Forgets an error that the interpreter still holds.
+    virtual void clearError() = 0;
+    // Borrowed; may be null.
+    virtual void setLogger(tovaserverutil::TraceLog* logger) = 0;
+};
+
+// The controller's end of the virtual-NIC link, as URL, and the host's end.
+inline constexpr const char* kVnicUrl = "https://16.1.15.1";
+inline constexpr const char* kVnicHostAddress = "16.1.15.2";
