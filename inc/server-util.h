@@ -14,7 +14,8 @@
 
 namespace tovabase {
 
-// A failed system or library call. Deliberately not a std::exception: catch sites handle it separately and first.
+// A failed system or library call. Deliberately not a std::exception: catch sites handle it separately and
+// first.
 class TOVAExcpt {
 public:
     static constexpr int kSystemCall = 0x10001;  // the text carries the source location and the error number
@@ -38,8 +39,8 @@ private:
 
 namespace tovaserverutil {
 
-// A waitable flag made of a pipe. Any thread may set it; one thread waits for it. Both ends are close-on-exec and are
-// closed on destruction, read end first.
+// A waitable flag made of a pipe. Any thread may set it; one thread waits for it. Both ends are close-on-exec
+// and are closed on destruction, read end first.
 class Event {
 public:
     static constexpr std::uint32_t kTimeout = 0xFFFFFFFF;  // result of WaitMultiple when the time is over
@@ -49,24 +50,25 @@ public:
     Event(const Event&) = delete;
     Event& operator=(const Event&) = delete;
 
-    // Writes the 7 bytes "SetEvt" (with the NUL) into the pipe and raises the flag. Throws TOVAExcpt when the write fails.
+    // Writes the 7 bytes "SetEvt" (with the NUL) into the pipe and raises the flag. Throws TOVAExcpt when the
+    // write fails.
     void Set();
     // True once Set() has succeeded; a wait that consumes the signal does not lower it.
     bool IsSet() const { return m_flag.load(); }
     int ReadEnd() const { return m_read.get(); }
 
-    // Reads up to 8 bytes, what one wait consumes: one signal, and a byte of a second one, so an event set twice stays
-    // readable. Throws TOVAExcpt when the read fails.
+    // Reads up to 8 bytes, what one wait consumes: one signal, and a byte of a second one, so an event set
+    // twice stays readable. Throws TOVAExcpt when the read fails.
     void Consume();
 
-    // Waits for one event (waitAll false: its index in the list is returned) or for every event (waitAll true: 0 is
-    // returned), at most timeoutMs milliseconds; kTimeout when the time is over. An empty list returns 0 at once. There
-    // is no infinite wait: 0xFFFFFFFF milliseconds is a very long one. Throws TOVAExcpt when select, read or the clock
-    // fails, or when a descriptor is too large for select.
+    // Waits for one event (waitAll false: its index in the list is returned) or for every event (waitAll
+    // true: 0 is returned), at most timeoutMs milliseconds; kTimeout when the time is over. An empty list
+    // returns 0 at once. There is no infinite wait: 0xFFFFFFFF milliseconds is a very long one. Throws
+    // TOVAExcpt when select, read or the clock fails, or when a descriptor is too large for select.
     static std::uint32_t WaitMultiple(std::vector<Event*>& events, bool waitAll, unsigned int timeoutMs);
 
-    // Waits for any of the events that are not null. Returns the event that was set, or null on time-out and when the
-    // list holds only null pointers.
+    // Waits for any of the events that are not null. Returns the event that was set, or null on time-out and
+    // when the list holds only null pointers.
     static Event* WaitAny(std::vector<Event*>& events, unsigned int timeoutMs);
 
 private:
@@ -77,33 +79,44 @@ private:
 
 using ThreadRoutine = std::uint64_t (*)(void*);
 
-// Runs one routine on a thread of its own. The owner joins before destroying it: the destructor neither joins nor
-// cancels. Not copyable; used by its owner's thread only.
+// Runs one routine on a thread of its own. The owner joins before destroying it: the destructor neither joins
+// nor cancels. A thread that was not joined runs on and frees what it shares with the object when it ends.
+// Not copyable; used by its owner's thread only.
 class Thread {
 public:
     Thread(ThreadRoutine routine, void* argument);
-    ~Thread() = default;
+    ~Thread();
     Thread(const Thread&) = delete;
     Thread& operator=(const Thread&) = delete;
 
-    // Starts the thread; a second call does nothing. Throws TOVAExcpt when the completion event or the thread cannot be made.
+    // Starts the thread; a second call does nothing. Throws TOVAExcpt when the completion event or the thread
+    // cannot be made.
     void Run();
-    // Waits without limit for the routine's end; returns at once when no thread was started. May be called once.
+    // Waits without limit for the routine's end; returns at once when no thread was started or it has been
+    // joined. Throws TOVAExcpt when the join fails.
     void Join();
 
     // Set when the routine has returned or thrown; null before Run().
-    Event* CompletionEvent() const { return m_completed.get(); }
-    // The routine's result; (uint64_t)-1 when it threw. Meaningful after Join() only.
-    std::uint64_t ExitStatus() const { return m_status; }
+    Event* CompletionEvent() const { return m_running ? &m_running->completed : nullptr; }
+    // The routine's result; (uint64_t)-1 when it threw, (uint64_t)-2 when the completion event could not be
+    // set. Meaningful after Join() only.
+    std::uint64_t ExitStatus() const { return m_running ? m_running->status : 0; }
 
 private:
-    static void* ThreadStart(void* self);
+    // What the object and the running thread share, so that an owner that does not join cannot pull it away.
+    struct Running {
+        Event completed;
+        ThreadRoutine routine = nullptr;
+        void* argument = nullptr;
+        std::uint64_t status = 0;
+    };
 
-    pthread_t m_handle{};
-    std::unique_ptr<Event> m_completed;
+    static void* ThreadStart(void* shared);
+
+    pthread_t m_handle{};  // 0: no thread to join
+    std::shared_ptr<Running> m_running;
     ThreadRoutine m_routine;
     void* m_argument;
-    std::uint64_t m_status = 0;
 };
 
 class ILock {
@@ -121,7 +134,8 @@ public:
     Mutex(const Mutex&) = delete;
     Mutex& operator=(const Mutex&) = delete;
 
-    // Locks; the time-out is accepted and ignored, the wait has no limit. Returns true; throws TOVAExcpt on failure.
+    // Locks; the time-out is accepted and ignored, the wait has no limit. Returns true; throws TOVAExcpt on
+    // failure.
     bool WaitOne(unsigned int timeout) override;
     // Unlocks. Returns true; throws TOVAExcpt on failure.
     bool Release() override;
@@ -130,17 +144,17 @@ private:
     pthread_mutex_t m_mutex;
 };
 
-// Appends time-stamped lines to a file that is kept below a size limit, with one backup ending ".bak". Any thread may
-// write; lines never interleave. File-system problems drop the line and never reach the caller; only a failing lock throws
-// (TOVAExcpt). The folder must exist.
+// Appends time-stamped lines to a file that is kept below a size limit, with one backup ending ".bak". Any
+// thread may write; lines never interleave. File-system problems drop the line and never reach the caller;
+// only a failing lock throws (TOVAExcpt). The folder must exist.
 class TraceLog {
 public:
     TraceLog(const std::string& path, std::uint64_t sizeLimitBytes, bool milliseconds);
     TraceLog(const TraceLog&) = delete;
     TraceLog& operator=(const TraceLog&) = delete;
 
-    // Appends one line. Longer messages are cut so that stamp, message and line feed fit 2046 bytes. Returns the result
-    // of releasing the lock; false when the time could not be taken.
+    // Appends one line. Longer messages are cut so that stamp, message and line feed fit 2046 bytes. Returns
+    // the result of releasing the lock; false when the time could not be taken.
     bool Write(const char* format, ...) __attribute__((format(printf, 2, 3)));
     bool vWrite(const char* format, va_list args) __attribute__((format(printf, 2, 0)));
 
@@ -153,8 +167,9 @@ private:
     bool m_milliseconds;
 };
 
-// The one catch ladder of service body and threads. Call it inside a catch block: it looks at the exception in flight and
-// writes one line, "<VK0902> [ER] UNIT LINE (Err: ...)", with a TOVAExcpt's text, "Bad Alloc", what() or "Unknown".
+// The one catch ladder of service body and threads. Call it inside a catch block: it looks at the exception
+// in flight and writes one line, "<VK0902> [ER] UNIT LINE (Err: ...)", with a TOVAExcpt's text, "Bad Alloc",
+// what() or "Unknown".
 void LogCurrentException(TraceLog& log, const char* unit, int line);
 
 }  // namespace tovaserverutil

@@ -8,15 +8,16 @@
 namespace tovaserverutil {
 
 struct CommandResult {
-    bool started = false;    // false: the shell could not be started, nothing else is meaningful
-    bool timedOut = false;   // the deadline passed and the command's process group was ended
-    int exitStatus = -1;     // the shell's exit status; -1 when it was ended by a signal
-    std::string output;      // its standard output, when asked for
+    bool started = false;   // false: the shell could not be started, nothing else is meaningful
+    bool timedOut = false;  // the deadline passed and the command's process group was ended
+    int exitStatus = -1;    // the shell's exit status; -1 when it was ended by a signal
+    std::string output;     // its standard output, when asked for
 
     bool Succeeded() const { return started && !timedOut && exitStatus == 0; }
 };
 
-// Runs command lines through the shell (/bin/sh -c). Callers put only fixed texts and parsed decimal numbers into them.
+// Runs command lines through the shell (/bin/sh -c). Callers put only fixed texts and parsed decimal numbers
+// into them.
 class CommandRunner {
 public:
     static constexpr std::size_t kMaxOutput = 1024 * 1024;  // output beyond this is read and dropped
@@ -28,9 +29,10 @@ public:
     virtual CommandResult Execute(const std::string& command, std::chrono::milliseconds deadline) = 0;
 };
 
-// The real one. Children start with an empty signal mask, default signal dispositions, standard input from /dev/null and a
-// process group of their own; past the deadline the group is ended (SIGTERM, then SIGKILL). A descendant that outlives the
-// shell and keeps the output open does not hold the caller up. Any thread may use it; never throws but std::bad_alloc.
+// The real one. Children start with an empty signal mask, default signal dispositions, standard input from
+// /dev/null and a process group of their own; past the deadline the group is ended (SIGTERM, then SIGKILL). A
+// descendant that outlives the shell and keeps the output open does not hold the caller up. Any thread may
+// use it; never throws but std::bad_alloc.
 class ShellRunner : public CommandRunner {
 public:
     CommandResult Capture(const std::string& command, std::chrono::milliseconds deadline) override;

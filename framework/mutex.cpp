@@ -1,0 +1,36 @@
+#include "server-util.h"
+
+namespace {
+constexpr const char* kUnit = "server-util";
+}
+
+namespace tovaserverutil {
+
+Mutex::Mutex() {
+    const int result = pthread_mutex_init(&m_mutex, nullptr);
+    if (result != 0) {
+        tovabase::ThrowSystemError(kUnit, __LINE__, result);
+    }
+}
+
+Mutex::~Mutex() {
+    pthread_mutex_destroy(&m_mutex);
+}
+
+bool Mutex::WaitOne(unsigned int /*timeout*/) {
+    const int result = pthread_mutex_lock(&m_mutex);
+    if (result != 0) {
+        tovabase::ThrowSystemError(kUnit, __LINE__, result);
+    }
+    return true;
+}
+
+bool Mutex::Release() {
+    const int result = pthread_mutex_unlock(&m_mutex);
+    if (result != 0) {
+        tovabase::ThrowSystemError(kUnit, __LINE__, result);
+    }
+    return true;
+}
+
+}  // namespace tovaserverutil

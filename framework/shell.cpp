@@ -1,0 +1,174 @@
+#include "shell.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <optional>
+
+#include "file-descriptor.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+using SteadyClock = std::chrono::steady_clock;
+using tovaserverutil::CommandResult;
+using tovaserverutil::CommandRunner;
+using tovaserverutil::FileDescriptor;
+
+constexpr milliseconds kSlice{20};       // how soon the shell's end is noticed
+constexpr milliseconds kEndGrace{2000};  // between SIGTERM and SIGKILL
+constexpr std::size_t kReadBuffer = 64 * 1024;
+
+// Starts /bin/sh in a process group of its own. `output` becomes its standard output unless it is -1.
+std::optional<pid_t> Spawn(const std::string& command, int output) {
+    posix_spawn_file_actions_t actions;
+    if (posix_spawn_file_actions_init(&actions) != 0) {
+        return std::nullopt;
+    }
+    posix_spawnattr_t attributes;
+    if (posix_spawnattr_init(&attributes) != 0) {
+        posix_spawn_file_actions_destroy(&actions);
+        return std::nullopt;
+    }
+    sigset_t none;
+    sigset_t all;
+    sigemptyset(&none);
+    sigfillset(&all);
+    // The output goes first: in a process whose standard input is closed the pipe may lie at descriptor 0.
+    int result = output < 0 ? 0 : posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
+    result |= posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    result |= posix_spawnattr_setsigmask(&attributes, &none);
+    result |= posix_spawnattr_setsigdefault(&attributes, &all);
+    result |= posix_spawnattr_setpgroup(&attributes, 0);
+    result |= posix_spawnattr_setflags(
+        &attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
+    pid_t pid = -1;
+    if (result == 0) {
+        char shell[] = "sh";
+        char option[] = "-c";
+        std::string text = command;
+        char* const arguments[] = {shell, option, text.data(), nullptr};
+        result = posix_spawn(&pid, "/bin/sh", &actions, &attributes, arguments, environ);
+    }
+    posix_spawnattr_destroy(&attributes);
+    posix_spawn_file_actions_destroy(&actions);
+    return result == 0 ? std::optional<pid_t>(pid) : std::nullopt;
+}
+
+// Whether the shell has ended. It is not reaped yet, so its process group's number cannot be given to anybody
+// else.
+bool HasEnded(pid_t pid) {
+    siginfo_t info{};
+    return waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) != 0 ||
+           info.si_pid == pid;
+}
+
+int Reap(pid_t pid) {
+    int status = 0;
+    while (waitpid(pid, &status, 0) < 0) {
+        if (errno != EINTR) {
+            return -1;
+        }
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+// The reading end of the command's output.
+class OutputReader {
+public:
+    explicit OutputReader(FileDescriptor descriptor) : m_descriptor(std::move(descriptor)) {}
+
+    // Waits up to `slice` for output and reads one piece of it. False when there was none.
+    bool ReadPiece(milliseconds slice) {
+        pollfd entry{m_descriptor.get(), POLLIN, 0};  // poll skips a negative descriptor and just waits
+        if (poll(&entry, 1, static_cast<int>(slice.count())) <= 0) {
+            return false;
+        }
+        const ssize_t count = read(m_descriptor.get(), m_buffer.data(), m_buffer.size());
+        if (count <= 0) {
+            m_descriptor.reset();
+            return false;
+        }
+        const std::size_t room = CommandRunner::kMaxOutput - m_text.size();
+        m_text.append(m_buffer, 0, std::min(static_cast<std::size_t>(count), room));
+        return true;
+    }
+
+    // Reads what the ended shell has left in the pipe. A descendant that goes on writing is not followed for
+    // ever.
+    void Drain() {
+        constexpr std::size_t kPieces = CommandRunner::kMaxOutput / kReadBuffer;
+        for (std::size_t piece = 0; piece < kPieces && ReadPiece(milliseconds(0)); ++piece) {
+        }
+    }
+
+    std::string&& Take() { return std::move(m_text); }
+
+private:
+    FileDescriptor m_descriptor;
+    std::string m_buffer = std::string(kReadBuffer, '\0');
+    std::string m_text;
+};
+
+// Reads along until the shell has ended; false when the deadline came first.
+bool WaitForEnd(pid_t pid, OutputReader& output, milliseconds limit) {
+    const SteadyClock::time_point deadline = SteadyClock::now() + limit;
+    while (!HasEnded(pid)) {
+        const auto left = std::chrono::ceil<milliseconds>(deadline - SteadyClock::now());
+        if (left <= milliseconds(0)) {
+            return false;
+        }
+        output.ReadPiece(std::min(left, kSlice));
+    }
+    return true;
+}
+
+CommandResult Run(const std::string& command, milliseconds deadline, int writeEnd, FileDescriptor* toClose,
+                  OutputReader& output) {
+    CommandResult result;
+    const std::optional<pid_t> pid = Spawn(command, writeEnd);
+    if (toClose != nullptr) {
+        toClose->reset();
+    }
+    if (!pid) {
+        return result;
+    }
+    result.started = true;
+    if (!WaitForEnd(*pid, output, deadline)) {
+        result.timedOut = true;
+        kill(-*pid, SIGTERM);
+        WaitForEnd(*pid, output, kEndGrace);
+        kill(-*pid, SIGKILL);
+    }
+    result.exitStatus = Reap(*pid);
+    output.Drain();
+    result.output = output.Take();
+    return result;
+}
+
+}  // namespace
+
+namespace tovaserverutil {
+
+CommandResult ShellRunner::Capture(const std::string& command, milliseconds deadline) {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) {
+        return {};
+    }
+    OutputReader output{FileDescriptor(ends[0])};
+    FileDescriptor writeEnd(ends[1]);
+    return Run(command, deadline, writeEnd.get(), &writeEnd, output);
+}
+
+CommandResult ShellRunner::Execute(const std::string& command, milliseconds deadline) {
+    OutputReader nothing{FileDescriptor()};
+    return Run(command, deadline, -1, nullptr, nothing);
+}
+
+}  // namespace tovaserverutil

@@ -1,0 +1,74 @@
+#include <memory>
+
+#include "server-util.h"
+
+namespace {
+
+constexpr const char* kUnit = "server-util";
+constexpr std::uint64_t kThrew = static_cast<std::uint64_t>(-1);
+constexpr std::uint64_t kNotSignalled = static_cast<std::uint64_t>(-2);
+
+}  // namespace
+
+namespace tovaserverutil {
+
+Thread::Thread(ThreadRoutine routine, void* argument) : m_routine(routine), m_argument(argument) {}
+
+Thread::~Thread() {
+    if (m_handle != 0) {
+        pthread_detach(m_handle);
+    }
+}
+
+void Thread::Run() {
+    if (m_running != nullptr) {
+        return;
+    }
+    m_running = std::make_shared<Running>();
+    m_running->routine = m_routine;
+    m_running->argument = m_argument;
+    auto forThread = std::make_unique<std::shared_ptr<Running>>(m_running);
+    const int result = pthread_create(&m_handle, nullptr, &Thread::ThreadStart, forThread.get());
+    if (result != 0) {
+        m_handle = 0;
+        tovabase::ThrowSystemError(kUnit, __LINE__, result);
+    }
+    forThread.release();  // NOLINT(bugprone-unused-return-value): the new thread frees it
+}
+
+void Thread::Join() {
+    if (m_handle == 0) {
+        return;
+    }
+    const int result = pthread_join(m_handle, nullptr);
+    if (result != 0) {
+        tovabase::ThrowSystemError(kUnit, __LINE__, result);
+    }
+    m_handle = 0;
+}
+
+void* Thread::ThreadStart(void* shared) {
+    std::uint64_t status = 0;
+    {
+        const std::unique_ptr<std::shared_ptr<Running>> running(
+            static_cast<std::shared_ptr<Running>*>(shared));
+        Running& state = **running;
+        try {
+            status = state.routine(state.argument);
+        } catch (...) {
+            status = kThrew;
+        }
+        state.status = status;
+        try {
+            state.completed.Set();
+        } catch (const tovabase::TOVAExcpt&) {
+            status = kNotSignalled;
+            state.status = status;
+        }
+    }
+    // Nobody reads the value that the address stands for: joiners pass no place for it, and the frame is gone
+    // by then.
+    pthread_exit(&status);
+}
+
+}  // namespace tovaserverutil
