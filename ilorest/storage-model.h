@@ -8,11 +8,13 @@
 
 #include "rest-records.h"
 
-// Every map is keyed by the resource's "@odata.id" text and owns its items by value; copying a ServiceRoot copies the whole
-// tree. A snapshot belongs to the thread that built it. Nothing here throws but std::bad_alloc.
+// Every map is keyed by the resource's "@odata.id" text and owns its items by value; copying a ServiceRoot
+// copies the whole tree. A snapshot belongs to the thread that built it. Nothing here throws but
+// std::bad_alloc.
 //
-// Two families of controller live side by side in a system: those of the SmartStorage resources, and those of the standard
-// Redfish Storage resources, called "mirror" throughout. The Mirror operations test Redfish vocabulary.
+// Two families of controller live side by side in a system: those of the SmartStorage resources, and those of
+// the standard Redfish Storage resources, called "mirror" throughout. The Mirror operations test Redfish
+// vocabulary.
 
 // A physical drive.
 class DiskDrive {
@@ -26,20 +28,20 @@ public:
     std::string model;
     std::int64_t capacityGB = 0;
     std::int64_t capacityMiB = 0;
-    std::int64_t blockSize = 0;      // bytes
+    std::int64_t blockSize = 0;  // bytes
     std::int64_t logicalBlocks = 0;
     std::string serialNumber;
     std::string location;
-    std::string mediaType;           // "SSD" or "HDD" as reported
-    std::string health;              // of a Redfish drive also a reason word that the Mirror predicates test
-    std::string statusIndicator;     // Redfish drives only
+    std::string mediaType;        // "SSD" or "HDD" as reported
+    std::string health;           // of a Redfish drive also a reason word that the Mirror predicates test
+    std::string statusIndicator;  // Redfish drives only
     std::string state;
     std::vector<std::string> statusReasons;
-    std::int64_t endurance = 0;      // percent used (Smart Storage) or percent of life left (Redfish)
+    std::int64_t endurance = 0;  // percent used (Smart Storage) or percent of life left (Redfish)
     std::string firmwareRevision;
     std::uint32_t enduranceScale = 1;
     bool failurePredicted = false;
-    std::vector<Odataid> volumes;    // Redfish: the volumes that use the drive
+    std::vector<Odataid> volumes;  // Redfish: the volumes that use the drive
 
     bool isStatusFailed() const;
     bool isStatusFatal() const;
@@ -56,8 +58,8 @@ public:
     std::uint32_t getMirrorEnduranceCode() const;
 
     std::string getSizeString() const;
-    // Overwrites the capacity of a drive above 9999 GB, so a second call divides again: call it once per drive and
-    // snapshot, or on a copy.
+    // Overwrites the capacity of a drive above 9999 GB, so a second call divides again: call it once per
+    // drive and snapshot, or on a copy.
     std::string getMirrorSizeString();
     std::string getInfoString() const;
     // As getMirrorSizeString.
@@ -76,7 +78,8 @@ public:
     std::vector<Odataid> spareDrives;  // Redfish: dedicated spares
 
     bool isStatusOffline() const;
-    // Deliberately false, always: the rules that ask it stay in place, and event 0x800081BB is switched on by this alone.
+    // Deliberately false, always: the rules that ask it stay in place, and event 0x800081BB is switched on by
+    // this alone.
     bool isStatusCritical() const;
     bool isMirrorStatusOffline() const;
     // Deliberately false, always, as isStatusCritical.
@@ -127,14 +130,14 @@ public:
     void addComputerSystem(const Odataid& id, const ComputerSystem& system);
     void clear() { systems.clear(); }
 
-    // Look-ups by the "@odata.id" texts of system, controller and item. True when all three are found; `found` then points at
-    // the item, otherwise it has no meaning.
+    // Look-ups by the "@odata.id" texts of system, controller and item. True when all three are found;
+    // `found` then points at the item, otherwise it has no meaning.
     bool containsDiskDrive(const std::string& system, const std::string& controller, const std::string& drive,
                            DiskDriveIterator& found) const;
-    bool containsLogicalDrive(const std::string& system, const std::string& controller, const std::string& drive,
-                              LogicalDriveIterator& found) const;
-    bool containsMirrorDiskDrive(const std::string& system, const std::string& controller, const std::string& drive,
-                                 DiskDriveIterator& found) const;
+    bool containsLogicalDrive(const std::string& system, const std::string& controller,
+                              const std::string& drive, LogicalDriveIterator& found) const;
+    bool containsMirrorDiskDrive(const std::string& system, const std::string& controller,
+                                 const std::string& drive, DiskDriveIterator& found) const;
     bool containsMirrorLogicalDrive(const std::string& system, const std::string& controller,
                                     const std::string& drive, LogicalDriveIterator& found) const;
 };

@@ -1,0 +1,14 @@
+#include "rest-records.h"
+
+Odataid Odataid::below(const std::string& name) const {
+    const bool slash = !id.empty() && id.back() == '/';
+    return {slash ? id + name : id + "/" + name};
+}
+
+std::string PLocation::text() const {
+    const PartLocation2& part = PartLocation;
+    if (!part.ServiceLabel.empty() || part.LocationType.empty()) {
+        return part.ServiceLabel;
+    }
+    return part.LocationType + " " + std::to_string(part.LocationOrdinalValue);
+}
