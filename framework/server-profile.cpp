@@ -6,6 +6,7 @@
 #include <cstring>
 #include <memory>
 
+#include "secret.h"
 #include "server-util.h"
 
 namespace {
@@ -21,6 +22,14 @@ std::string_view CutLine(const char* line) {
 }  // namespace
 
 namespace tovaserverutil {
+
+Profile::~Profile() {
+    for (ProfileSection& section : m_sections) {
+        for (auto& entry : section.entries) {
+            Wipe(entry.second);
+        }
+    }
+}
 
 void Profile::ReadProfile() {
     const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(m_path.c_str(), "re"), &std::fclose);
@@ -51,6 +60,7 @@ void Profile::ReadProfile() {
         current.entries.emplace_back(line.substr(0, equals),
                                      equals == std::string_view::npos ? "" : line.substr(equals + 1));
     }
+    Wipe(buffer, sizeof buffer);
     if (!current.name.empty() && !current.entries.empty()) {
         m_sections.push_back(std::move(current));
     }

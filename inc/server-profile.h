@@ -22,6 +22,9 @@ struct ProfileSection {
 class Profile {
 public:
     explicit Profile(std::string path) : m_path(std::move(path)) {}
+    ~Profile();  // wipes what was read: the configuration may hold a password
+    Profile(const Profile&) = delete;
+    Profile& operator=(const Profile&) = delete;
 
     // Reads the file into the section list. Throws TOVAExcpt of code kFileOpen with the text
     // "UNIT LINE (Err: ERROR FileName: PATH)" when it cannot be opened.

@@ -1,4 +1,5 @@
-// The one object that the service's threads share: settings, folders, trace log, system log, message catalogue.
+// The one object that the service's threads share: settings, folders, trace log, system log, message
+// catalogue.
 #pragma once
 
 #include <cstdint>
@@ -19,39 +20,42 @@ inline constexpr const char* kConfigurationFile = "/etc/opt/tarn/bayward/bayward
 inline constexpr const char* kLogDirectory = "/var/log/bayward";
 inline constexpr const char* kMessageFile = "bayward.msg";  // relative to the executable's folder
 
-// Filled before the threads start and read-only from then on, but for the controller's URL, account and password, which the
-// monitoring thread alone reads and rewrites. The trace log locks itself.
+// Filled before the threads start and read-only from then on, but for the controller's URL, account and
+// password, which the monitoring thread alone reads and rewrites. The trace log locks itself.
 class ServiceParameter {
 public:
-    // Finds the executable's folder through ROOT/proc/self/exe and makes it the working directory. Throws an int (errno)
-    // when the link cannot be read or the folder cannot be entered, and the C string "m_TovaDir empty" when the link text
-    // holds no "/". `root` goes before every absolute path (empty in production).
+    // Finds the executable's folder through ROOT/proc/self/exe and makes it the working directory. Throws an
+    // int (errno) when the link cannot be read or the folder cannot be entered, and the C string "m_TovaDir
+    // empty" when the link text holds no "/". `root` goes before every absolute path that is named here
+    // (empty in production), not before the link's text.
     explicit ServiceParameter(std::string root = {});
     ~ServiceParameter();
     ServiceParameter(const ServiceParameter&) = delete;
     ServiceParameter& operator=(const ServiceParameter&) = delete;
 
-    // Reads the configuration, opens the trace log and writes "<VK0900> [TR] Initialize succeeded." to it. Throws TOVAExcpt
-    // of code kFileOpen when there is no configuration file; there is no trace log then.
+    // Reads the configuration, opens the trace log and writes "<VK0900> [TR] Initialize succeeded." to it.
+    // Throws TOVAExcpt of code kFileOpen when there is no configuration file; there is no trace log then.
     void Initialize();
     // Drops the trace log and the system log.
     void Finalize();
 
+    // The operations below need Initialize(), EventToLog needs PrepareSysLog(), too.
     // Loads the message catalogue. Throws TOVAExcpt of code kFileOpen when the file is missing.
     void PrepareMessage();
     // Opens the system log for the system's language. The sink is borrowed.
     void PrepareSysLog(system_info& info, SystemLogSink& sink = SystemLogSink::Real());
 
-    // Expands placeholders (%1, %2 ... by position from 1, %n line feed, %% percent sign) and appends the result to `out`.
+    // Expands placeholders (%1, %2 ... by position from 1, %n line feed, %% percent sign) and appends the
+    // result to `out`.
     void Format(std::string& out, std::string& text, std::vector<std::string>& params);
     // Replaces `out` by the trace-log form of an event. Returns true.
     bool FormatLog(std::string& out, unsigned long id, std::vector<std::string>& params);
-    // Reports one event: the sentence of the given language (else of "default") to the system log, a line to the trace log.
-    // Identifiers outside the reported ones and identifiers without any text are dropped. Throws std::out_of_range when the
-    // event carries fewer parameters than its kind reads.
+    // Reports one event: the sentence of the given language (else of "default") to the system log, a line to
+    // the trace log. Identifiers outside the reported ones and identifiers without any text are dropped.
+    // Throws std::out_of_range when the event carries fewer parameters than its kind reads.
     void EventToLog(const std::string& language, const tovaevent::EvtData& event);
 
-    TraceLog& Log() { return *m_traceLog; }        // only after Initialize()
+    tovaserverutil::TraceLog& Log() { return *m_traceLog; }  // only after Initialize()
     bool HasLog() const { return m_traceLog != nullptr; }
 
     // Settings as the configuration gives them, no range applied.
@@ -63,6 +67,7 @@ public:
     std::int32_t trialInterval() const { return m_trialInterval; }  // milliseconds
     bool reportControllerFailures() const { return m_reportControllerFailures; }
     std::uint32_t serialLogInterval() const { return m_serialLogInterval; }  // minutes
+    // With the root in front, ready for use.
     const std::string& logDirectory() const { return m_logDirectory; }
     std::uint32_t maxFileCount() const { return m_maxFileCount; }
     bool mediaErrorCheck() const { return m_mediaErrorCheck; }
@@ -75,9 +80,10 @@ public:
     void SetCredentials(const std::string& account, const std::string& password);
 
 private:
-    using TraceLog = tovaserverutil::TraceLog;
+    // The text of exactly this language; null when there is none.
+    const std::string* FindText(const std::string& language, std::uint32_t id) const;
 
-    std::unique_ptr<TraceLog> m_traceLog;
+    std::unique_ptr<tovaserverutil::TraceLog> m_traceLog;
     std::uint32_t m_controllerInterval = 0;
     std::string m_url;
     std::string m_account;

@@ -29,9 +29,10 @@ public:
     const std::string& GetLang() const { return m_language; }
     const std::string& GetCode() const { return m_codePage; }
 
-    // Writes one UTF-8 sentence, one entry for each of its lines, at the priority of the identifier's top two bits (11
-    // error, 10 warning, 01 information). With code page "eucJP" it is converted to EUC-JP first. An identifier without bit
-    // 15 is not written. Throws TOVAExcpt for top bits 00 and for a failed conversion; nothing is written then.
+    // Writes one UTF-8 sentence, one entry for each of its lines, at the priority of the identifier's top two
+    // bits (11 error, 10 warning, 01 information). With code page "eucJP" it is converted to EUC-JP first. An
+    // identifier without bit 15 is not written. Throws TOVAExcpt for top bits 00 and for a failed conversion;
+    // nothing is written then.
     void Write(unsigned int id, const char* text);
 
 private:

@@ -8,8 +8,8 @@ namespace tova_service {
 // Read-only after construction, any thread may read it.
 class system_info {
 public:
-    // Detects the language from the distribution's locale files below `root` (empty: the real file system). Throws TOVAExcpt
-    // when the host name cannot be had or the chosen locale file cannot be opened.
+    // Detects the language from the distribution's locale files below `root` (empty: the real file system).
+    // Throws TOVAExcpt when the host name cannot be had or the chosen locale file cannot be opened.
     explicit system_info(const std::string& root = {});
 
     // "default" or "ja_JP".
@@ -26,5 +26,6 @@ private:
 
 }  // namespace tova_service
 
-// The system information of the running service; owned by the main routine and set before any monitoring thread starts.
+// The system information of the running service; owned by the main routine and set before any monitoring
+// thread starts.
 extern tova_service::system_info* LocalSystemInfo;

@@ -1,0 +1,102 @@
+#include "service-param.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "secret.h"
+
+tova_service::ServiceParameter* Parameter = nullptr;
+
+namespace {
+
+constexpr const char* kExecutableLink = "/proc/self/exe";
+constexpr const char* kTraceLogName = "bayward.log";
+constexpr std::size_t kLogDirectoryBytes = 4084;  // what the trace-log path takes of the folder's name
+
+// Sections and defaults of the configuration file.
+constexpr const char* kLogFile = "log file";
+constexpr const char* kController = "iLo";
+constexpr const char* kSerialLog = "serial log";
+constexpr const char* kMediaError = "media error";
+constexpr const char* kHost = "iLO host";
+constexpr std::int32_t kMaxLogSize = 4096;            // kilobytes
+constexpr std::uint32_t kControllerInterval = 60000;  // milliseconds
+constexpr std::int32_t kMaxTrials = 100;
+constexpr std::int32_t kTrialInterval = 10;          // milliseconds
+constexpr std::uint32_t kSerialLogInterval = 10080;  // minutes
+constexpr std::uint32_t kMaxFileCount = 100;
+constexpr std::uint32_t kMediaErrorInterval = 60;  // minutes
+
+}  // namespace
+
+namespace tova_service {
+
+ServiceParameter::ServiceParameter(std::string root) : m_root(std::move(root)) {
+    const std::string link = m_root + kExecutableLink;
+    if (readlink(link.c_str(), m_TovaDir, sizeof m_TovaDir - 1) < 0) {
+        throw static_cast<int>(errno);
+    }
+    char* const slash = std::strrchr(m_TovaDir, '/');
+    if (slash == nullptr) {
+        throw "m_TovaDir empty";
+    }
+    *slash = '\0';
+    if (chdir(m_TovaDir) != 0) {
+        throw static_cast<int>(errno);
+    }
+}
+
+ServiceParameter::~ServiceParameter() {
+    Finalize();
+    tovaserverutil::Wipe(m_password);
+}
+
+void ServiceParameter::Initialize() {
+    tovaserverutil::Profile profile(m_root + kConfigurationFile);
+    profile.ReadProfile();
+
+    const std::string logDirectory = m_root + kLogDirectory;
+    const std::string tracePath = logDirectory.substr(0, kLogDirectoryBytes) + "/" + kTraceLogName;
+    std::snprintf(m_traceLogPath, sizeof m_traceLogPath, "%s", tracePath.c_str());
+
+    m_maxLogSize = profile.ReadSigned(kLogFile, "max log size", kMaxLogSize);
+    m_controllerInterval = profile.ReadUnsigned(kController, "interval", kControllerInterval);
+    m_url = profile.ReadText(kController, "url", "");
+    m_account = profile.ReadText(kController, "account", "");
+    m_password = profile.ReadText(kController, "password", "");
+    m_maxTrials = profile.ReadSigned(kController, "max trials", kMaxTrials);
+    m_trialInterval = profile.ReadSigned(kController, "trial interval", kTrialInterval);
+    m_serialLogInterval = profile.ReadUnsigned(kSerialLog, "interval", kSerialLogInterval);
+    m_logDirectory = logDirectory;
+    m_maxFileCount = profile.ReadUnsigned(kSerialLog, "max file count", kMaxFileCount);
+    m_mediaErrorCheck = profile.ReadFlag(kMediaError, "check");
+    m_mediaErrorInterval = profile.ReadUnsigned(kMediaError, "interval", kMediaErrorInterval);
+    m_reportControllerFailures = profile.ReadFlag(kHost, "report");
+
+    // A negative size becomes a limit that no file reaches.
+    const auto limit = static_cast<std::uint64_t>(static_cast<std::int64_t>(m_maxLogSize) * 1024);
+    m_traceLog = std::make_unique<tovaserverutil::TraceLog>(m_traceLogPath, limit, true);
+    m_traceLog->Write("<VK0900> [TR] Initialize succeeded.");
+}
+
+void ServiceParameter::Finalize() {
+    m_traceLog.reset();
+    m_sysLog.reset();
+}
+
+void ServiceParameter::PrepareSysLog(system_info& info, SystemLogSink& sink) {
+    m_sysLog = std::make_unique<SysLog>(info.get_country_region(), info.get_code_page(), sink);
+    m_traceLog->Write("<VK0900> [TR] PrepareSysLog succeeded.");
+}
+
+void ServiceParameter::SetCredentials(const std::string& account, const std::string& password) {
+    m_account = account;
+    std::string replaced = password;
+    m_password.swap(replaced);
+    tovaserverutil::Wipe(replaced);
+}
+
+}  // namespace tova_service
