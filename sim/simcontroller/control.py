@@ -111,7 +111,7 @@ class Commands:
 
 
 class ControlServer(socketserver.ThreadingUnixStreamServer):
-    """Serves the commands on a socket file, which is removed on close."""
+    """Serves the commands on a socket file until the process ends."""
 
     daemon_threads = True
     block_on_close = False
@@ -119,7 +119,6 @@ class ControlServer(socketserver.ThreadingUnixStreamServer):
     def __init__(self, path: str, commands: Commands) -> None:
         self.commands = commands
         self._path = path
-        self._thread: Optional[threading.Thread] = None
         _remove_stale(path)
         try:
             super().__init__(path, _Conversation)
@@ -129,13 +128,10 @@ class ControlServer(socketserver.ThreadingUnixStreamServer):
         os.chmod(path, 0o600)
 
     def start(self) -> None:
-        self._thread = threading.Thread(target=self.serve_forever, kwargs={"poll_interval": 0.1}, daemon=True)
-        self._thread.start()
+        threading.Thread(target=self.serve_forever, daemon=True).start()
 
-    def close(self) -> None:
-        if self._thread is not None:
-            self.shutdown()
-        self.server_close()
+    def remove(self) -> None:
+        """Remove the socket file, so that nobody finds a controller that is ending."""
         try:
             os.unlink(self._path)
         except FileNotFoundError:

@@ -169,6 +169,7 @@ def serve(given: argparse.Namespace) -> None:
     temporary = None
     control: Optional[ControlServer] = None
     server: Optional[ControllerServer] = None
+    ready = False
     log = _open_log(given.log)
     try:
         if given.cert is None:
@@ -186,21 +187,21 @@ def serve(given: argparse.Namespace) -> None:
         if given.control:
             control = ControlServer(given.control, Commands(tree, controllers, server, stop.set))
             control.start()
-        threading.Thread(target=server.serve_forever, kwargs={"poll_interval": 0.1}, daemon=True).start()
+        threading.Thread(target=server.serve_forever, daemon=True).start()
         url = f"https://{given.listen[0]}:{server.server_address[1]}"
         _write_ready(given.ready_file, {"url": url, "ca": str(cert.resolve()), "pid": os.getpid(),
                                         "control": given.control})
+        ready = True
         print(f"Serving {url} (certificate {cert}); Ctrl+C ends it.", flush=True)
         stop.wait()
-        server.shutdown()
     finally:
+        # Listening ends with the process; what outlives it are files and clients in the middle of an answer.
         if control is not None:
-            control.close()
+            control.remove()
         if server is not None:
             server.faults.clear()
-            server.server_close()
             server.close_connections()
-        if given.ready_file:
+        if ready and given.ready_file:
             Path(given.ready_file).unlink(missing_ok=True)
         if temporary is not None:
             shutil.rmtree(temporary, ignore_errors=True)

@@ -159,10 +159,8 @@ class _Connection(BaseHTTPRequestHandler):
             return json_answer(503, errors.not_ready())
         if fault.kind == "missing":
             return json_answer(404, errors.missing(request.path))
-        if fault.text:
+        if fault.kind == "body" or fault.text:
             return Answer(fault.code, fault.text.encode("utf-8", "surrogateescape"))
-        if fault.kind == "body" or fault.code in (204, 304):
-            return Answer(fault.code, b"")
         return json_answer(fault.code, errors.base("GeneralError"))
 
     def _deliver(self, answer: Answer, spoiler: Optional[Fault]) -> None:
@@ -192,23 +190,25 @@ class _Connection(BaseHTTPRequestHandler):
         reason = http.HTTPStatus(answer.status).phrase if answer.status in set(http.HTTPStatus) else "Unknown"
         lines = [f"HTTP/1.1 {answer.status} {reason}", f"Server: {self.server_version}",
                  f"Date: {self.date_time_string()}", "Cache-Control: no-cache"]
-        bare = answer.status in (204, 304)
-        if not bare:
+        body, before, after = answer.body, b"", b""
+        if answer.status in (204, 304):
+            # These never have a body, nor anything that frames one.
+            body = b""
+        else:
             lines.append("Content-Type: application/json; charset=utf-8")
+            # An empty chunk would be the last one, so an empty body gets its length instead.
+            if self.server.chunked and body and self.request_version == "HTTP/1.1":
+                lines.append("Transfer-Encoding: chunked")
+                before, after = b"%x\r\n" % len(body), b"\r\n0\r\n\r\n"
+            else:
+                lines.append(f"Content-Length: {len(body)}")
         lines += [f"{name}: {value}" for name, value in answer.headers]
-        before = after = b""
-        # An empty body has no chunk of its own, so that it is framed the same way for every client.
-        if self.server.chunked and answer.body and self.request_version == "HTTP/1.1":
-            lines.append("Transfer-Encoding: chunked")
-            before, after = b"%x\r\n" % len(answer.body), b"\r\n0\r\n\r\n"
-        elif not bare:
-            lines.append(f"Content-Length: {len(answer.body)}")
         if self.close_connection:
             lines.append("Connection: close")
         head = ("\r\n".join(lines) + "\r\n\r\n").encode("latin-1")
         if self.command == "HEAD":
             return head, b"", b"", b""
-        return head, before, answer.body, after
+        return head, before, body, after
 
     def _note(self, status: str) -> None:
         self.server.journal.request(self._number, self.command, self.path, status)

@@ -95,10 +95,6 @@ class ResourceTree:
 
     # --- reading ---
 
-    def has(self, path: str) -> bool:
-        with self._lock:
-            return canonical(path) in self._resources
-
     def paths(self, pattern: str = "*") -> List[str]:
         with self._lock:
             return sorted(path for path in self._resources if fnmatch.fnmatchcase(path, pattern))
@@ -186,7 +182,7 @@ class ResourceTree:
                     if owner == name:
                         container = members.get(resource.body, keys)
                         del container[key]
-                        if isinstance(container, list) and keys:
+                        if isinstance(container, list):
                             _correct_count(members.get(resource.body, keys[:-1]), keys[-1])
             self._removed[path] = taken
 
@@ -200,14 +196,15 @@ class ResourceTree:
                 raise UseError(f"{path} was not removed before; removed at present: {known}.")
             self._resources.update(taken.resources)
             for owner, keys, key, value in taken.links:
-                if owner not in self._resources:
+                try:
+                    container = members.get(self._resources[owner].body, keys)
+                except (KeyError, IndexError, TypeError):
+                    # What held the link has been removed or changed meanwhile.
                     continue
-                container = members.get(self._resources[owner].body, keys)
                 if isinstance(container, list):
                     container.insert(int(key), value)
-                    if keys:
-                        _correct_count(members.get(self._resources[owner].body, keys[:-1]), keys[-1])
-                else:
+                    _correct_count(members.get(self._resources[owner].body, keys[:-1]), keys[-1])
+                elif isinstance(container, dict):
                     container[key] = value
 
     def _resource(self, path: str) -> _Resource:
