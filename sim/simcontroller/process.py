@@ -56,7 +56,7 @@ class ControllerProcess:
         limit = time.monotonic() + self._start_limit
         while not ready.exists():
             if self._process.poll() is not None or time.monotonic() > limit:
-                message = self._errors.read_text(errors="replace").strip()
+                message = self.complaints()
                 self.stop()
                 raise Failure(message or f"The controller did not serve within {self._start_limit} seconds; "
                                          "look at the load of the machine.")
@@ -87,6 +87,10 @@ class ControllerProcess:
 
     def running(self) -> bool:
         return self._process is not None and self._process.poll() is None
+
+    def complaints(self) -> str:
+        """What it wrote to its standard error."""
+        return self._errors.read_text(errors="replace").strip()
 
     def requests(self) -> List[str]:
         """The lines of the request log so far."""

@@ -56,9 +56,6 @@ class ControllerServer(socketserver.ThreadingTCPServer):
         # The handshake is made on the connection's own thread, so that a silent client holds up nobody.
         return self._context.wrap_socket(plain, server_side=True, do_handshake_on_connect=False), address
 
-    def handle_error(self, request: object, client_address: object) -> None:
-        """A client that goes away is no event here."""
-
     def opened(self, connection: socket.socket) -> int:
         number = self.journal.connected()
         with self._open_lock:
@@ -106,7 +103,7 @@ class _Connection(BaseHTTPRequestHandler):
             self.connection.settimeout(_IDLE_LIMIT)
             self._number = self.server.opened(self.connection)
             super().handle()
-        except (OSError, ValueError):
+        except OSError:
             # Time-outs, resets and failed handshakes end the connection and nothing else.
             self.close_connection = True
 
@@ -114,7 +111,7 @@ class _Connection(BaseHTTPRequestHandler):
         self.server.closed(self._number)
         try:
             super().finish()
-        except (OSError, ValueError):
+        except OSError:
             pass
 
     def _serve(self) -> None:

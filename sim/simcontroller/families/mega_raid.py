@@ -27,7 +27,6 @@ class MegaRaid(StorageController):
         self._slot = 14 + index
         super().__init__(tree, f"MR controller in slot {self._slot}")
         self._index = index
-        # As many ids as there are, without ever running into another controller's.
         self.id = f"DE{0x00A + index:03X}000"
         self.path = f"/redfish/v1/Systems/1/Storage/{self.id}"
         self.chassis = f"/redfish/v1/Chassis/{self.id}"
