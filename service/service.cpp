@@ -1,0 +1,83 @@
+#include "service.h"
+
+#include <signal.h>
+
+#include <initializer_list>
+#include <memory>
+
+#include "service-body.h"
+#include "service-param.h"
+#include "signal-thread.h"
+
+std::atomic<tovaserverutil::Event*> StopEvent{nullptr};
+std::uint64_t loggedTime = 0;
+
+namespace {
+
+constexpr const char* kUnit = "service";
+
+// What the signal thread waits for. Not in the service body's frame: the signal thread is not joined and may
+// outlive it.
+sigset_t stopSignals;
+
+// Every thread made later inherits the mask, so that the signal thread alone receives these signals.
+void BlockSignals(std::initializer_list<int> signals) {
+    sigemptyset(&stopSignals);
+    for (const int number : signals) {
+        sigaddset(&stopSignals, number);
+    }
+    pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
+}
+
+// Blocks the mode's signals and returns the routine that handles them.
+tovaserverutil::ThreadRoutine TakeOverSignals(bool standAlone) {
+    // A launcher may have left SIGCHLD ignored; the exit status of the tools could not be read then.
+    signal(SIGCHLD, SIG_DFL);
+    if (standAlone) {
+        BlockSignals({SIGINT});
+        signal(SIGPIPE,
+               SIG_IGN);  // a controller that hangs up must not end the run; the daemon blocks the signal
+        return &SigIntRoutine;
+    }
+    BlockSignals({SIGTERM, SIGINT, SIGQUIT, SIGCHLD, SIGPIPE});
+    return &SigHandleRoutine;
+}
+
+}  // namespace
+
+void RunService(unsigned long mode, char** argv, const std::string& root, MainRoutineFunction mainRoutine) {
+    const bool standAlone = mode == kStandAlone;
+    std::unique_ptr<tova_service::ServiceParameter> parameter;
+    try {
+        parameter = std::make_unique<tova_service::ServiceParameter>(root);
+        Parameter = parameter.get();
+        parameter->Initialize();
+    } catch (...) {
+        if (parameter != nullptr && parameter->HasLog()) {
+            parameter->Log().Write("<VK0902> [ER] %s %d", kUnit, __LINE__);
+        }
+        return;
+    }
+    tovaserverutil::TraceLog& log = parameter->Log();
+    const SignalGate gate;
+    tovaserverutil::Thread signalThread(TakeOverSignals(standAlone), &stopSignals);
+    signalThread.Run();
+    try {
+        tovaserverutil::Event stop;
+        const StopEventPublication publication(stop);
+        if (!standAlone) {
+            log.Write("<VK0900> [TR] Service started.");
+        }
+        mainRoutine(mode, argv);
+    } catch (...) {
+        tovaserverutil::LogCurrentException(log, kUnit, __LINE__);
+    }
+    if (!standAlone) {
+        log.Write("<VK0900> [TR] Service stopped.");
+    }
+    // The signal thread has ended or sits in sigwait until the process ends, so it is not joined.
+}
+
+void ServiceMain(unsigned long mode, char** argv) {
+    RunService(mode, argv, {}, &MainRoutine);
+}
