@@ -1,0 +1,183 @@
+#define PY_SSIZE_T_CLEAN
+#include <Python.h>
+
+#include "python-runtime.h"
+
+#include <filesystem>
+#include <initializer_list>
+#include <system_error>
+#include <utility>
+
+namespace {
+
+// What Python says about errors (warnings, exceptions in destructors) goes nowhere; code that writes to the
+// error stream itself still finds one. __stderr__ is what Python falls back to while it finalises. The method
+// looks no name up, so it works until the very end.
+constexpr const char* kSilenceErrors = R"(
+import io, sys
+
+class Nowhere(io.TextIOBase):
+    def write(self, text):
+        return text.__len__()
+
+sys.stderr = sys.__stderr__ = Nowhere()
+)";
+
+// Run with `folder` and `own_modules` as globals. Modules of the standard library stay: reloading them would
+// only cost memory. Importers look at their folders again, as those of a new interpreter would.
+constexpr const char* kForgetModules = R"(
+import gc, importlib, os, sys
+
+def place(module):
+    try:
+        # A namespace package has folders but no file.
+        return str(getattr(module, '__file__', None) or list(module.__path__)[0])
+    except BaseException:
+        return ''
+
+for name in set(sys.modules) - own_modules:
+    file = place(sys.modules[name])
+    if (file.startswith(os.path.join(folder, ''))
+            or not {'site-packages', 'dist-packages'}.isdisjoint(file.split(os.sep))):
+        del sys.modules[name]
+importlib.invalidate_caches()
+gc.collect()
+)";
+
+// Runs Python text in a name space of its own; false, with the Python error pending, when it raises.
+bool Run(const char* script, std::initializer_list<std::pair<const char*, PyObject*>> names) {
+    const PyRef globals(PyDict_New());
+    if (!globals || PyDict_SetItemString(globals.get(), "__builtins__", PyEval_GetBuiltins()) != 0) {
+        return false;
+    }
+    for (const auto& [name, value] : names) {
+        if (value == nullptr || PyDict_SetItemString(globals.get(), name, value) != 0) {
+            return false;
+        }
+    }
+    const PyRef done(PyRun_String(script, Py_file_input, globals.get(), globals.get()));
+    PyDict_Clear(globals.get());  // functions of the text and its name space refer to each other
+    return static_cast<bool>(done);
+}
+
+// Clears the configuration on every way out.
+struct Configuration {
+    Configuration() { PyConfig_InitIsolatedConfig(&config); }
+    ~Configuration() { PyConfig_Clear(&config); }
+    Configuration(const Configuration&) = delete;
+    Configuration& operator=(const Configuration&) = delete;
+
+    PyConfig config;
+};
+
+std::string Resolved(const std::string& folder) {
+    std::error_code error;
+    const std::filesystem::path path =
+        std::filesystem::weakly_canonical(std::filesystem::path(folder), error);
+    return error ? folder : path.string();
+}
+
+}  // namespace
+
+void PyRef::reset() noexcept {
+    PyObject* object = release();
+    Py_XDECREF(object);
+}
+
+PythonRuntime::RestartPolicy PythonRuntime::DefaultPolicy() noexcept {
+    constexpr bool kRestartsCleanly = PY_VERSION_HEX >= 0x030A0000 && PY_VERSION_HEX < 0x030C0000;
+    return kRestartsCleanly ? RestartPolicy::kRestart : RestartPolicy::kKeep;
+}
+
+PythonRuntime::PythonRuntime(std::string moduleFolder, RestartPolicy policy)
+    : m_moduleFolder(std::move(moduleFolder)), m_policy(policy) {}
+
+PythonRuntime::~PythonRuntime() {
+    Finalize();
+    Shutdown();
+}
+
+bool PythonRuntime::IsTaken() const noexcept {
+    return Py_IsInitialized() != 0 && m_state != State::kIdle;
+}
+
+bool PythonRuntime::Start() {
+    if (m_state == State::kStopped && !Initialize()) {
+        return false;
+    }
+    m_state = State::kStarted;
+    if (!PreparePath()) {
+        Finalize();
+        return false;
+    }
+    return true;
+}
+
+void PythonRuntime::Finalize() noexcept {
+    if (m_state != State::kStarted) {
+        return;
+    }
+    PyErr_Clear();
+    m_state = State::kIdle;
+    if (m_policy == RestartPolicy::kRestart) {
+        Shutdown();
+    } else {
+        Forget();
+    }
+}
+
+bool PythonRuntime::Initialize() {
+    PyPreConfig before;
+    PyPreConfig_InitIsolatedConfig(&before);
+    before.utf8_mode = 1;
+    if (PyStatus_Exception(Py_PreInitialize(&before)) != 0) {
+        return false;
+    }
+    // The program's name is what Python finds its standard library by; without it the first python3 on PATH
+    // would lend its own, of another version.
+    Configuration isolated;
+    isolated.config.write_bytecode = 0;
+    if (PyStatus_Exception(PyConfig_SetBytesString(&isolated.config, &isolated.config.program_name,
+                                                   BAYWARD_PYTHON_EXECUTABLE)) != 0 ||
+        PyStatus_Exception(Py_InitializeFromConfig(&isolated.config)) != 0) {
+        return false;
+    }
+    m_state = State::kIdle;
+    PyObject* path = PySys_GetObject("path");
+    PyObject* modules = PySys_GetObject("modules");
+    m_ownPath = PyRef(path != nullptr ? PySequence_List(path) : nullptr);
+    m_ownModules = PyRef(modules != nullptr ? PySet_New(modules) : nullptr);
+    if (!m_ownPath || !m_ownModules || !Run(kSilenceErrors, {})) {
+        Shutdown();
+        return false;
+    }
+    return true;
+}
+
+// sys.path becomes the module folder followed by Python's own entries, whatever was done to it since the last
+// start.
+bool PythonRuntime::PreparePath() {
+    m_resolvedFolder = Resolved(m_moduleFolder);
+    const PyRef path(PySequence_List(m_ownPath.get()));
+    const PyRef folder(PyUnicode_DecodeFSDefault(m_resolvedFolder.c_str()));
+    return path && folder && PyList_Insert(path.get(), 0, folder.get()) == 0 &&
+           PySys_SetObject("path", path.get()) == 0;
+}
+
+void PythonRuntime::Forget() {
+    const PyRef folder(PyUnicode_DecodeFSDefault(m_resolvedFolder.c_str()));
+    Run(kForgetModules, {{"folder", folder.get()}, {"own_modules", m_ownModules.get()}});
+    PyErr_Clear();
+}
+
+void PythonRuntime::Shutdown() noexcept {
+    if (m_state == State::kStopped) {
+        return;
+    }
+    m_state = State::kStopped;
+    PyErr_Clear();
+    m_ownPath.reset();
+    m_ownModules.reset();
+    // It reports only that buffered output could not be written, which leaves nothing to be done.
+    Py_FinalizeEx();
+}
