@@ -5,6 +5,7 @@ from __future__ import annotations
 import json
 import os
 import shutil
+import signal
 import socket
 import subprocess
 import threading
@@ -157,10 +158,13 @@ class Namespace:
         return int(answer["started"])
 
     def wait(self, inner: int, timeout: Optional[float]) -> Optional[int]:
-        """Exit status (negative: the signal that ended it) of a process, or None when it has not ended in time."""
+        """Exit status (negative: the signal that ended it) of a process, or None when it has not ended in time.
+
+        What still ran when the host ended was killed with it.
+        """
         with self._changed:
             self._changed.wait_for(lambda: inner in self._ended or self._gone, timeout)
-            return self._ended.get(inner)
+            return self._ended.get(inner, -signal.SIGKILL if self._gone else None)
 
     def ended(self) -> Dict[int, int]:
         """Inner process id -> exit status, of every process that ended as a child of the keeper, oldest first."""
