@@ -1,0 +1,16 @@
+#include "monitor-log.h"
+
+#include <memory>
+
+#include "ilo-account.h"
+#include "monitor-loop.h"
+
+std::uint64_t MonitorLogRoutine(void* stopEvent) {
+    tovaserverutil::StopWait wait(static_cast<tovaserverutil::Event*>(stopEvent));
+    const tovaserverutil::Clock clock;
+    RunMonitor(*Parameter, *LocalSystemInfo, std::make_unique<iLoRestManager>(&Parameter->Log()), wait, clock,
+               [](int record, unsigned char* buffer, std::size_t length) {
+                   return DecryptAccount(record, buffer, length);
+               });
+    return 0;
+}
