@@ -65,6 +65,9 @@ struct Storage {
     std::string State;
     std::string Controllers;  // link, empty for none
     std::string Volumes;      // link, empty for none
+    std::string Model;        // these three are its controller's
+    std::string SerialNumber;
+    std::string ServiceLabel;
     std::vector<Odataid> Drives;
 
     MStatus status() const { return {Health.empty() ? HealthRollup : Health, State}; }

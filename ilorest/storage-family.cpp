@@ -1,0 +1,94 @@
+#include "storage-family.h"
+
+#include <algorithm>
+#include <iterator>
+
+namespace {
+
+using Test = StorageFamily::Test;
+using Volumes = StorageFamily::Volumes;
+
+// In this order: the first row that matches decides.
+constexpr StorageFamily kFamilies[] = {
+    {Test::NameContains, "HPE NS204i-", false, DriveReader::Mirror, Volumes::ByShape},  // boot device
+    {Test::NameStartsWith, "SATA Storage System", true, DriveReader::Vroc, Volumes::ByShape},
+    {Test::NameContains, "VROC", true, DriveReader::Vroc, Volumes::ByShape},
+    {Test::NameContains, "NVMe Storage System", false, DriveReader::Mirror,
+     Volumes::None},  // one drive, no RAID
+    {Test::ModelContains, "HPE MR", false, DriveReader::Bcm, Volumes::Bcm},
+    {Test::NameContains, "", false, DriveReader::Mc, Volumes::Bcm},  // everything else
+};
+
+constexpr RedfishDriveReader kDriveReaders[] = {
+    {DriveReader::Bcm, "iLoRestReader.readBCMDiskDrive failed.", 0},
+};
+
+constexpr RedfishVolumeReader kVolumeReaders[] = {
+    {VolumeReader::Bcm, "iLoRestReader.readBCMVolumeDrives failed.",
+     "iLoRestReader.readBCMVolumeDrive failed."},
+};
+
+bool Contains(const std::string& text, const char* part) {
+    return text.find(part) != std::string::npos;
+}
+
+bool Matches(const StorageFamily& family, const std::string& name, const std::string& model) {
+    switch (family.test) {
+        case Test::NameContains:
+            return Contains(name, family.word);
+        case Test::NameStartsWith:
+            return name.starts_with(family.word);
+        case Test::ModelContains:
+            return Contains(model, family.word);
+    }
+    return false;
+}
+
+template <class Row, std::size_t Count, class Variant>
+const Row* FindRow(const Row (&rows)[Count], Variant variant) {
+    const Row* row = std::find_if(std::begin(rows), std::end(rows),
+                                  [&](const Row& each) { return each.variant == variant; });
+    return row == std::end(rows) ? nullptr : row;
+}
+
+}  // namespace
+
+const StorageFamily& ClassifyStorage(const std::string& name, const std::string& model) {
+    return *std::find_if(std::begin(kFamilies), std::end(kFamilies) - 1,
+                         [&](const StorageFamily& family) { return Matches(family, name, model); });
+}
+
+VolumeReader ChooseVolumeReader(const StorageFamily& family, const std::string& version, bool embedded) {
+    switch (family.volumes) {
+        case Volumes::None:
+            return VolumeReader::None;
+        case Volumes::Bcm:
+            return VolumeReader::Bcm;
+        case Volumes::ByShape:
+            break;
+    }
+    if (Contains(version, "iLO 5")) {
+        return VolumeReader::Volume;
+    }
+    if (Contains(version, "iLO 6")) {
+        return VolumeReader::UVolume;
+    }
+    return embedded ? VolumeReader::Volume : VolumeReader::UVolume;
+}
+
+std::int32_t StorageGeneration(const std::string& name, const std::string& model) {
+    return Contains(name, "Gen11") || Contains(model, "Gen11") ? 110 : 101;
+}
+
+bool IsEmbeddedSata(const std::string& name, const std::string& model) {
+    return Contains(name, "Embedded SATA Controller") || Contains(model, "Embedded SATA Controller") ||
+           Contains(name, "VROC") || Contains(model, "VROC");
+}
+
+const RedfishDriveReader* FindDriveReader(DriveReader variant) {
+    return FindRow(kDriveReaders, variant);
+}
+
+const RedfishVolumeReader* FindVolumeReader(VolumeReader variant) {
+    return FindRow(kVolumeReaders, variant);
+}
