@@ -1,0 +1,47 @@
+// What "baywardctl account ..." does.
+#pragma once
+
+#include <sys/types.h>
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <ostream>
+#include <string>
+
+#include "rest-bridge.h"
+#include "shell.h"
+#include "terminal.h"
+
+// The commands' doors to the outside, all borrowed.
+struct CtlDoors {
+    std::string root;  // goes before every absolute path; empty in production
+    uid_t user;        // who runs the command
+    tovaserverutil::CommandRunner& commands;
+    Terminal& terminal;
+    std::ostream& out;  // results
+    std::function<std::unique_ptr<RestBridge>()> makeBridge;
+};
+
+// Each throws UsageError or CtlError with the one sentence to show. No password is ever shown.
+class AccountCommand {
+public:
+    explicit AccountCommand(CtlDoors doors) : m_doors(std::move(doors)) {}
+
+    // Registers the account, asking for what is not given: the account from a person only, the password from
+    // a person (twice, without echo) or as the first line of standard input.
+    void Set(std::optional<std::string> account);
+    // Shows the registered account's name; with `login` tries it on the configured controller.
+    void Check(bool login);
+    // Removes the registered account.
+    void Remove();
+
+private:
+    void RequireRoot(const std::string& command) const;
+    std::string ReadUuid();
+    std::string AskAccount();
+    std::string AskPassword(const std::string& account);
+    void LogIn(const std::string& account, const std::string& password);
+
+    CtlDoors m_doors;
+};
