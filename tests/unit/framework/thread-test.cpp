@@ -1,0 +1,172 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <stdexcept>
+#include <thread>
+
+#include "server-util.h"
+#include "test-io.h"
+
+namespace {
+
+using testing::MatchesRegex;
+using tovaserverutil::Event;
+using tovaserverutil::Thread;
+
+std::uint64_t Count(void* argument) {
+    return static_cast<std::uint64_t>(++*static_cast<std::atomic<int>*>(argument));
+}
+
+std::uint64_t ThrowText(void*) {
+    throw "a text";
+}
+
+std::uint64_t ThrowException(void*) {
+    throw std::runtime_error("broken");
+}
+
+std::uint64_t WaitFor(void* argument) {
+    std::vector<Event*> events{static_cast<Event*>(argument)};
+    Event::WaitAny(events, 30000);
+    return 7;
+}
+
+bool Completes(Thread& thread) {
+    std::vector<Event*> events{thread.CompletionEvent()};
+    return Event::WaitAny(events, 30000) == thread.CompletionEvent();
+}
+
+TEST(Thread, NotRun_HasNoCompletionEventAndJoinsAtOnce) {
+    std::atomic<int> calls = 0;
+    Thread thread(&Count, &calls);
+    EXPECT_EQ(thread.CompletionEvent(), nullptr);
+    thread.Join();
+    EXPECT_EQ(calls, 0);
+}
+
+TEST(Thread, RoutineReturns_SetsTheCompletionEventAndKeepsTheStatus) {
+    std::atomic<int> calls = 41;
+    Thread thread(&Count, &calls);
+    thread.Run();
+    EXPECT_TRUE(Completes(thread));
+    thread.Join();
+    EXPECT_TRUE(thread.CompletionEvent()->IsSet());
+    EXPECT_EQ(thread.ExitStatus(), 42u);
+}
+
+TEST(Thread, RunTwice_StartsOneThread) {
+    std::atomic<int> calls = 0;
+    Thread thread(&Count, &calls);
+    thread.Run();
+    thread.Run();
+    thread.Join();
+    thread.Run();
+    EXPECT_EQ(calls, 1);
+}
+
+TEST(Thread, RoutineThrows_EndsWithMinusOneAndSetsTheCompletionEvent) {
+    for (const auto routine : {&ThrowText, &ThrowException}) {
+        Thread thread(routine, nullptr);
+        thread.Run();
+        EXPECT_TRUE(Completes(thread));
+        thread.Join();
+        EXPECT_EQ(thread.ExitStatus(), static_cast<std::uint64_t>(-1));
+        EXPECT_TRUE(thread.CompletionEvent()->IsSet());
+    }
+}
+
+TEST(Thread, CompletionEventCannotBeSet_EndsWithMinusTwo) {
+    const IgnoreSignal pipe(SIGPIPE);
+    Event go;
+    Thread thread(&WaitFor, &go);
+    thread.Run();
+    ReplaceDescriptor(thread.CompletionEvent()->ReadEnd(), "/dev/null", O_RDONLY);
+    go.Set();
+    thread.Join();
+    EXPECT_EQ(thread.ExitStatus(), static_cast<std::uint64_t>(-2));
+    EXPECT_FALSE(thread.CompletionEvent()->IsSet());
+}
+
+TEST(Thread, JoinedTwice_ReturnsAtOnce) {
+    std::atomic<int> calls = 0;
+    Thread thread(&Count, &calls);
+    thread.Run();
+    thread.Join();
+    thread.Join();
+    EXPECT_EQ(calls, 1);
+}
+
+// The service body destroys its signal thread's object while that thread may still be running.
+TEST(Thread, DestroyedWithoutJoin_RunsOnSafely) {
+    static Event go;
+    static std::atomic<bool> ended;
+    ended = false;
+    {
+        Thread thread(
+            [](void*) -> std::uint64_t {
+                WaitFor(&go);
+                ended = true;
+                return 0;
+            },
+            nullptr);
+        thread.Run();
+    }
+    go.Set();
+    for (int wait = 0; wait < 3000 && !ended; ++wait) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    EXPECT_TRUE(ended);
+}
+
+TEST(Thread, NoDescriptorLeft_RunThrowsAndStartsNothing) {
+    std::atomic<int> calls = 0;
+    Thread thread(&Count, &calls);
+    {
+        const DescriptorLimit limit(0);
+        EXPECT_THAT(FailureText([&] { thread.Run(); }), MatchesRegex("server-util [0-9]+ \\(Err: 24\\)"));
+    }
+    EXPECT_EQ(thread.CompletionEvent(), nullptr);
+    thread.Join();
+    EXPECT_EQ(calls, 0);
+}
+
+TEST(Thread, NoMemoryForTheStack_RunThrowsAndJoinReturnsAtOnce) {
+    pthread_attr_t usual;
+    pthread_attr_t huge;
+    pthread_getattr_default_np(&usual);
+    pthread_getattr_default_np(&huge);
+    ASSERT_EQ(pthread_attr_setstacksize(&huge, std::size_t{1} << 50), 0);
+    ASSERT_EQ(pthread_setattr_default_np(&huge), 0);
+    std::atomic<int> calls = 0;
+    Thread thread(&Count, &calls);
+    int code = 0;
+    EXPECT_THAT(FailureText([&] { thread.Run(); }, &code), MatchesRegex("server-util [0-9]+ \\(Err: 11\\)"));
+    EXPECT_EQ(code, 0x10001);
+    pthread_setattr_default_np(&usual);
+    pthread_attr_destroy(&usual);
+    pthread_attr_destroy(&huge);
+    thread.Join();
+    EXPECT_EQ(calls, 0);
+}
+
+TEST(Mutex, HeldByAnotherThread_IsWaitedForWhateverTheTimeout) {
+    tovaserverutil::Mutex mutex;
+    tovaserverutil::ILock& lock = mutex;
+    EXPECT_TRUE(lock.WaitOne(0));
+    std::atomic<bool> entered = false;
+    std::thread other([&] {
+        EXPECT_TRUE(lock.WaitOne(1));
+        entered = true;
+        EXPECT_TRUE(lock.Release());
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_FALSE(entered);
+    EXPECT_TRUE(lock.Release());
+    other.join();
+    EXPECT_TRUE(entered);
+}
+
+}  // namespace

@@ -1,0 +1,290 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <ctime>
+#include <limits>
+#include <regex>
+#include <sstream>
+#include <thread>
+#include <vector>
+
+#include "log-manager.h"
+#include "server-util.h"
+#include "test-io.h"
+#include "test-root.h"
+
+namespace {
+
+using testing::MatchesRegex;
+using tovaserverutil::TraceLog;
+
+constexpr std::uint64_t kNoLimit = std::numeric_limits<std::uint64_t>::max();
+constexpr std::size_t kStamp = 24;  // with milliseconds and the blank
+
+std::string WithoutStamp(const std::string& line) {
+    return line.size() > kStamp ? line.substr(kStamp) : "";
+}
+
+class TraceLogTest : public testing::Test {
+protected:
+    std::string Path() const { return root / "bayward.log"; }
+    std::string Current() const { return root.Read("bayward.log"); }
+    std::string Backup() const { return root.Read("bayward.log.bak"); }
+    // Writes a line of exactly this many bytes, stamp and line feed included.
+    void WriteBytes(TraceLog& log, std::size_t bytes, char fill = 'x') {
+        log.Write("%s", std::string(bytes - kStamp - 1, fill).c_str());
+    }
+
+    TestRoot root;
+};
+
+TEST_F(TraceLogTest, Line_IsStampedWithLocalTimeAndMilliseconds) {
+    TraceLog log(Path(), kNoLimit, true);
+    const std::time_t before = std::time(nullptr);
+    EXPECT_TRUE(log.Write("<VK0900> [TR] %s %d", "text", 7));
+    const std::time_t after = std::time(nullptr);
+    const std::string line = Current();
+    EXPECT_TRUE(std::regex_match(
+        line, std::regex("\\d{4}/\\d\\d/\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d{3} <VK0900> \\[TR\\] text 7\n")))
+        << line;
+    std::tm parsed{};
+    ASSERT_NE(strptime(line.c_str(), "%Y/%m/%d %H:%M:%S", &parsed), nullptr);
+    parsed.tm_isdst = -1;
+    const std::time_t stamp = std::mktime(&parsed);
+    EXPECT_GE(stamp, before);
+    EXPECT_LE(stamp, after);
+}
+
+TEST_F(TraceLogTest, MillisecondsOff_AreLeftOut) {
+    TraceLog log(Path(), kNoLimit, false);
+    log.Write("text");
+    EXPECT_TRUE(std::regex_match(Current(), std::regex("\\d{4}/\\d\\d/\\d\\d \\d\\d:\\d\\d:\\d\\d text\n")));
+}
+
+TEST_F(TraceLogTest, SeveralLines_AreAppendedInOrder) {
+    TraceLog log(Path(), kNoLimit, true);
+    log.Write("first");
+    TraceLog(Path(), kNoLimit, true).Write("second");
+    std::istringstream lines(Current());
+    std::string line;
+    std::getline(lines, line);
+    EXPECT_EQ(WithoutStamp(line), "first");
+    std::getline(lines, line);
+    EXPECT_EQ(WithoutStamp(line), "second");
+    EXPECT_FALSE(std::getline(lines, line));
+}
+
+TEST_F(TraceLogTest, EmptyMessage_GivesStampAndLineFeed) {
+    TraceLog log(Path(), kNoLimit, true);
+    log.Write("%s", "");
+    EXPECT_EQ(Current().size(), kStamp + 1);
+    EXPECT_EQ(Current().substr(kStamp - 1), " \n");
+}
+
+TEST_F(TraceLogTest, LongestMessageThatFits_IsWhole) {
+    TraceLog log(Path(), kNoLimit, true);
+    const std::string message(2046 - kStamp - 1, 'm');
+    log.Write("%s", message.c_str());
+    EXPECT_EQ(WithoutStamp(Current()), message + "\n");
+}
+
+TEST_F(TraceLogTest, LongerMessage_IsCutAndEndsWithTheLineFeed) {
+    TraceLog log(Path(), kNoLimit, true);
+    for (const std::size_t length : {2022u, 2023u, 2048u, 100000u}) {
+        std::filesystem::remove(Path());
+        log.Write("%s", std::string(length, 'm').c_str());
+        EXPECT_EQ(WithoutStamp(Current()), std::string(2046 - kStamp - 1, 'm') + "\n") << length;
+    }
+}
+
+TEST_F(TraceLogTest, LongMessageWithoutMilliseconds_UsesTheRoomOfTheShorterStamp) {
+    TraceLog log(Path(), kNoLimit, false);
+    log.Write("%s", std::string(5000, 'm').c_str());
+    EXPECT_EQ(Current().size(), 2046u);
+}
+
+TEST_F(TraceLogTest, PercentSignsInArguments_AreOrdinaryText) {
+    TraceLog log(Path(), kNoLimit, true);
+    log.Write("%s", "100%s%n%d%%");
+    EXPECT_EQ(WithoutStamp(Current()), "100%s%n%d%%\n");
+}
+
+TEST_F(TraceLogTest, LineThatFillsTheLimitExactly_IsAppended) {
+    TraceLog log(Path(), 200, true);
+    WriteBytes(log, 120);
+    WriteBytes(log, 80, 'y');
+    EXPECT_EQ(Current().size(), 200u);
+    EXPECT_FALSE(std::filesystem::exists(root / "bayward.log.bak"));
+}
+
+TEST_F(TraceLogTest, LineOneByteOverTheLimit_RotatesFirst) {
+    TraceLog log(Path(), 200, true);
+    WriteBytes(log, 120);
+    WriteBytes(log, 81, 'y');
+    EXPECT_EQ(Current().size(), 81u);
+    EXPECT_EQ(Backup().size(), 120u);
+}
+
+TEST_F(TraceLogTest, SecondRotation_ReplacesTheBackup) {
+    TraceLog log(Path(), 100, true);
+    WriteBytes(log, 100, 'a');
+    WriteBytes(log, 100, 'b');
+    WriteBytes(log, 100, 'c');
+    EXPECT_EQ(Current().back(), '\n');
+    EXPECT_NE(Current().find('c'), std::string::npos);
+    EXPECT_NE(Backup().find('b'), std::string::npos);
+    EXPECT_EQ(Backup().find('a'), std::string::npos);
+}
+
+TEST_F(TraceLogTest, LimitZero_RotatesAtEveryLine) {
+    TraceLog log(Path(), 0, true);
+    log.Write("one");
+    EXPECT_EQ(WithoutStamp(Current()), "one\n");
+    log.Write("two");
+    log.Write("three");
+    EXPECT_EQ(WithoutStamp(Current()), "three\n");
+    EXPECT_EQ(WithoutStamp(Backup()), "two\n");
+}
+
+TEST_F(TraceLogTest, LineLargerThanTheLimit_StandsAloneInAFreshFile) {
+    TraceLog log(Path(), 40, true);
+    WriteBytes(log, 30);
+    WriteBytes(log, 300, 'y');
+    EXPECT_EQ(Current().size(), 300u);
+    EXPECT_EQ(Backup().size(), 30u);
+}
+
+TEST_F(TraceLogTest, MissingFolder_DropsTheLineAndReturnsTrue) {
+    TraceLog log(root / "none/bayward.log", kNoLimit, true);
+    EXPECT_TRUE(log.Write("lost"));
+    EXPECT_FALSE(std::filesystem::exists(root / "none"));
+    std::filesystem::create_directory(root / "none");
+    log.Write("kept");
+    EXPECT_EQ(WithoutStamp(root.Read("none/bayward.log")), "kept\n");
+}
+
+TEST_F(TraceLogTest, PathThroughAFile_DropsTheLine) {
+    root.Write("file", "content");
+    TraceLog log(root / "file/bayward.log", 0, true);  // stat fails with ENOTDIR
+    EXPECT_TRUE(log.Write("lost"));
+    EXPECT_EQ(root.Read("file"), "content");
+}
+
+TEST_F(TraceLogTest, DirectoryInPlaceOfTheLog_DropsTheLine) {
+    std::filesystem::create_directory(Path());
+    TraceLog log(Path(), kNoLimit, true);
+    EXPECT_TRUE(log.Write("lost"));
+    EXPECT_TRUE(std::filesystem::is_empty(Path()));
+}
+
+TEST_F(TraceLogTest, BackupThatCannotBeRemoved_DropsTheLine) {
+    root.Write("bayward.log.bak/inside", "");
+    root.Write("bayward.log", "old\n");
+    TraceLog log(Path(), 10, true);
+    EXPECT_TRUE(log.Write("lost"));
+    EXPECT_EQ(Current(), "old\n");
+}
+
+TEST_F(TraceLogTest, MissingLogAndOldBackup_WithLineOverTheLimit_RemovesTheBackup) {
+    root.Write("bayward.log.bak", "old\n");
+    TraceLog log(Path(), 0, true);
+    log.Write("new");
+    EXPECT_EQ(WithoutStamp(Current()), "new\n");
+    EXPECT_FALSE(std::filesystem::exists(root / "bayward.log.bak"));
+}
+
+TEST_F(TraceLogTest, OverlongPath_IsCutNotOverrun) {
+    TraceLog log(std::string(10000, '/'), 0, true);
+    EXPECT_TRUE(log.Write("lost"));
+}
+
+TEST_F(TraceLogTest, ManyWriters_NeverInterleaveLines) {
+    TraceLog log(Path(), kNoLimit, true);
+    constexpr int kThreads = 8;
+    constexpr int kLines = 100;
+    std::vector<std::thread> writers;
+    for (int writer = 0; writer < kThreads; ++writer) {
+        writers.emplace_back([&log, writer] {
+            const std::string body(static_cast<std::size_t>(200 * (writer + 1)),
+                                   static_cast<char>('a' + writer));
+            for (int line = 0; line < kLines; ++line) {
+                log.Write("%s", body.c_str());
+            }
+        });
+    }
+    for (std::thread& writer : writers) {
+        writer.join();
+    }
+    std::vector<int> counts(kThreads, 0);
+    std::istringstream lines(Current());
+    for (std::string line; std::getline(lines, line);) {
+        const std::string body = WithoutStamp(line);
+        ASSERT_FALSE(body.empty());
+        const auto writer = static_cast<std::size_t>(body.front() - 'a');
+        ASSERT_LT(writer, counts.size());
+        ASSERT_EQ(body, std::string(200 * (writer + 1), body.front()));
+        ++counts[writer];
+    }
+    EXPECT_EQ(counts, std::vector<int>(kThreads, kLines));
+}
+
+TEST_F(TraceLogTest, ManyWritersWithRotation_KeepBothFilesWithinTheLimit) {
+    TraceLog log(Path(), 1000, true);
+    std::vector<std::thread> writers;
+    for (int writer = 0; writer < 4; ++writer) {
+        writers.emplace_back([this, &log] {
+            for (int line = 0; line < 100; ++line) {
+                WriteBytes(log, 100);
+            }
+        });
+    }
+    for (std::thread& writer : writers) {
+        writer.join();
+    }
+    EXPECT_EQ(Current().size(), 1000u);
+    EXPECT_EQ(Backup().size(), 1000u);
+}
+
+TEST_F(TraceLogTest, LogManager_ForwardsToItsLog) {
+    TraceLog log(Path(), kNoLimit, true);
+    tovaserverutil::LogManager manager(&log);
+    manager.WriteLog("%s %d", "forwarded", 3);
+    EXPECT_EQ(WithoutStamp(Current()), "forwarded 3\n");
+}
+
+TEST_F(TraceLogTest, LogManagerWithoutLog_DoesNothing) {
+    tovaserverutil::LogManager manager(nullptr);
+    manager.WriteLog("%s", "nowhere");
+    EXPECT_TRUE(std::filesystem::is_empty(root.path()));
+}
+
+template <typename Thrown>
+void LogThrown(TraceLog& log, const Thrown& thrown) {
+    try {
+        throw thrown;
+    } catch (...) {
+        tovaserverutil::LogCurrentException(log, "unit", 12);
+    }
+}
+
+TEST_F(TraceLogTest, LogCurrentException_WritesOneLineByKind) {
+    TraceLog log(Path(), kNoLimit, true);
+    LogThrown(log, tovabase::TOVAExcpt(0x10001, "%s", "a %s text"));
+    LogThrown(log, std::bad_alloc());
+    LogThrown(log, std::runtime_error("what 100%"));
+    LogThrown(log, "a C string");
+    LogThrown(log, 5);
+    std::istringstream lines(Current());
+    std::vector<std::string> bodies;
+    for (std::string line; std::getline(lines, line);) {
+        bodies.push_back(WithoutStamp(line));
+    }
+    EXPECT_THAT(bodies, testing::ElementsAre("<VK0902> [ER] unit 12 (Err: a %s text)",
+                                             "<VK0902> [ER] unit 12 (Err: Bad Alloc)",
+                                             "<VK0902> [ER] unit 12 (Err: what 100%)",
+                                             "<VK0902> [ER] unit 12 (Err: Unknown)",
+                                             "<VK0902> [ER] unit 12 (Err: Unknown)"));
+}
+
+}  // namespace
