@@ -21,7 +21,7 @@ STAND_IN = """#!/bin/sh
 note() { echo "$1" >>/var/log/bayward/bayward.log; }
 serve() {
     trap 'note stopped; exit 0' TERM INT
-    logger --tag bayward --id=$$ --priority daemon.err "$1 says hello"
+    logger --tag bayward --priority daemon.err "$1 says hello"
     note "$1 started"
     while :; do sleep 0.05; done
 }
