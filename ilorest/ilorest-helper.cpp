@@ -105,10 +105,11 @@ void iLoRestHelper::init(const char* host, const char* account, const char* pass
         LogPendingError(__LINE__);
     }
     if (!m_iLOInitialized) {
-        std::snprintf(m_message, sizeof m_message,
-                      "%s %u iLoRestReader initialize failed. result=%s(fnc=%s para1=%s para2=%s para3=%s)",
-                      kUnit, static_cast<unsigned>(__LINE__), resultText, fnc.c_str(), para1.c_str(),
-                      para2.c_str(), para3.c_str());
+        (void)std::snprintf(
+            m_message, sizeof m_message,
+            "%s %u iLoRestReader initialize failed. result=%s(fnc=%s para1=%s para2=%s para3=%s)", kUnit,
+            static_cast<unsigned>(__LINE__), resultText, fnc.c_str(), para1.c_str(), para2.c_str(),
+            para3.c_str());
         throw static_cast<char*>(m_message);
     }
 }
@@ -158,8 +159,8 @@ void iLoRestHelper::close() {
             std::this_thread::sleep_for(std::chrono::milliseconds(m_retryInterval));
         }
         if (function) {
-            std::snprintf(m_message, sizeof m_message, "%s %u iLoRestReader close failed.(fnc=%s)", kUnit,
-                          static_cast<unsigned>(__LINE__), fnc.c_str());
+            (void)std::snprintf(m_message, sizeof m_message, "%s %u iLoRestReader close failed.(fnc=%s)",
+                                kUnit, static_cast<unsigned>(__LINE__), fnc.c_str());
             throw static_cast<char*>(m_message);
         }
     }
@@ -367,14 +368,16 @@ void iLoRestHelper::GiveUpOnModule() {
 void iLoRestHelper::LogPendingError(int line) {
     if (PyErr_Occurred() != nullptr) {
         char text[64];
-        std::snprintf(text, sizeof text, "%s %u PyErr_Occurred clear", kUnit, static_cast<unsigned>(line));
+        (void)std::snprintf(text, sizeof text, "%s %u PyErr_Occurred clear", kUnit,
+                            static_cast<unsigned>(line));
         PyErr_Clear();
         writeLog(text);
     }
 }
 
 void iLoRestHelper::ThrowGetFailed(int line, const char* resultText) {
-    std::snprintf(m_message, sizeof m_message, "%s %u iLoRestReader get failed.result=%s(fnc=%s para1=%s)",
-                  kUnit, static_cast<unsigned>(line), resultText, fnc.c_str(), para1.c_str());
+    (void)std::snprintf(m_message, sizeof m_message,
+                        "%s %u iLoRestReader get failed.result=%s(fnc=%s para1=%s)", kUnit,
+                        static_cast<unsigned>(line), resultText, fnc.c_str(), para1.c_str());
     throw static_cast<char*>(m_message);
 }

@@ -99,10 +99,13 @@ struct Thrown {
 
 template <typename Action>
 Thrown TextThrownBy(Action action) {
+    // Nested, because clang 14 takes the two handlers for one.
     try {
-        action();
-    } catch (char* text) {
-        return {Thrown::kBuffer, text};
+        try {
+            action();
+        } catch (char* text) {
+            return {Thrown::kBuffer, text};
+        }
     } catch (const char* text) {
         return {Thrown::kLiteral, text};
     }

@@ -129,7 +129,7 @@ TEST(PythonRuntime, Use_WritesNoBytecode) {
     EXPECT_FALSE(module.HasFile("__pycache__"));
 }
 
-TEST(PythonRuntime, Use_ChangesNeitherSignalsNorLocaleNorBuffers) {
+TEST(PythonRuntime, Use_ChangesNeitherSignalsNorLocale) {
     std::array<struct sigaction, 3> before{};
     constexpr std::array<int, 3> kSignals = {SIGINT, SIGPIPE, SIGXFSZ};
     for (std::size_t i = 0; i < kSignals.size(); ++i) {
