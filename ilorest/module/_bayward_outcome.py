@@ -1,0 +1,72 @@
+"""What every part of the module shares: result codes, the failure that carries one, answers, time limits, reporting."""
+
+from __future__ import annotations
+
+import logging
+import time
+
+OPENED = 200   # a session is open
+REFUSED = 401  # the credentials or the controller's security state
+OTHER = 10001  # every other failure
+
+_log = logging.getLogger("baywardilorest")
+_last_report = ""
+
+
+class Failure(Exception):
+    """A failed step with the result code that the caller of the module gets for it."""
+
+    def __init__(self, code: int, text: str) -> None:
+        super().__init__(text)
+        self.code = code
+
+
+class Answer:
+    """One answer of the controller. `token` and `location` are the session headers, empty when absent."""
+
+    __slots__ = ("status", "body", "token", "location")
+
+    def __init__(self, status: int, body: bytes, token: str = "", location: str = "") -> None:
+        self.status = status
+        self.body = body
+        self.token = token
+        self.location = location
+
+    def succeeded(self) -> bool:
+        return 200 <= self.status <= 299
+
+
+class Deadline:
+    """A point in time (monotonic clock) by which something has to be finished."""
+
+    def __init__(self, seconds: float) -> None:
+        self._end = time.monotonic() + seconds
+
+    def left(self, limit: float) -> float:
+        """Seconds left, at most `limit`; always above 0. Raises Failure(OTHER) when the time is up."""
+        left = self._end - time.monotonic()
+        if left <= 0:
+            raise Failure(OTHER, "the controller took too long")
+        return min(limit, left)
+
+
+def printable(text: str) -> str:
+    """The text with every control and non-ASCII character as "?"."""
+    if text.isascii() and text.isprintable():
+        return text
+    return "".join(char if " " <= char <= "~" else "?" for char in text)
+
+
+def report(text: str) -> None:
+    """Say why something failed, in one line; a cause that stays is said once, not in every cycle."""
+    global _last_report
+    line = printable(text)[:300]
+    if line != _last_report:
+        _last_report = line
+        _log.warning("%s", line)
+
+
+def forget_report() -> None:
+    """Something worked again: the same failure is news when it comes back."""
+    global _last_report
+    _last_report = ""

@@ -1,0 +1,138 @@
+"""The service's door to the management controller: every function takes texts and returns, whatever happens.
+
+A result code is 200 (session open), 401 (credentials or security state refused) or 10001 (any other failure).
+One thread uses the module; one session is open at a time.
+"""
+
+from __future__ import annotations
+
+import _bayward_resources
+import _bayward_session
+import _bayward_shaping
+import _bayward_vnic
+from _bayward_outcome import OPENED, OTHER, Deadline, Failure, forget_report, report
+from _bayward_target import Target, parse_target
+
+SERVICE_ROOT = "/redfish/v1/"
+
+
+class _Open:
+    """The open session and the resources read through it."""
+
+    def __init__(self, target: Target, session) -> None:  # type: ignore[no-untyped-def]
+        self.target = target
+        self.session = session
+        self.resources = _bayward_resources.Resources(session)
+
+
+_open: _Open | None = None
+
+
+def _answered(function):  # type: ignore[no-untyped-def]
+    """The edge of the module: failures become their code, and nothing is raised into the interpreter's host."""
+
+    def answered(*arguments):  # type: ignore[no-untyped-def]
+        try:
+            return function(*arguments)
+        except Failure as failure:
+            report(str(failure))
+            return failure.code
+        except BaseException as error:
+            report(f"{function.__name__} failed: {type(error).__name__}")
+            return OTHER
+
+    answered.__name__ = function.__name__
+    answered.__doc__ = function.__doc__
+    return answered
+
+
+@_answered
+def init(host: str, account: str, password: str) -> int:
+    """Log in to the controller; a session that was open is closed first. 200, 401 or 10001."""
+    _log_in(host, account, password)
+    return OPENED
+
+
+@_answered
+def get(path: str) -> str:
+    """The resource as JSON text, also an error answer that says "not there yet"; 401 or 10001 on failure."""
+    text = _resources().get(path)
+    forget_report()
+    return text
+
+
+@_answered
+def is_ip_assigned(host: str) -> bool | None:
+    """Whether this host has the address on the virtual-NIC link; None when that cannot be told; 10001 on failure."""
+    return _bayward_vnic.is_assigned(host)
+
+
+@_answered
+def get_vnic(host: str, account: str, password: str) -> int:
+    """Open a session over the virtual NIC, as `init` does."""
+    _log_in(host, account, password)
+    return OPENED
+
+
+@_answered
+def get_v1(host: str, account: str, password: str) -> str:
+    """The service root as JSON text; 401 or 10001 on failure. Logs in unless a session with that host is open."""
+    _ensure_open(host, account, password)
+    return _resources().get(SERVICE_ROOT)
+
+
+@_answered
+def get_prodgen(host: str, account: str, password: str) -> str:
+    """The controller's product generation, such as "iLO 6"; 401 or 10001 on failure. Logs in as `get_v1` does."""
+    _ensure_open(host, account, password)
+    root = _bayward_shaping.parse_object(_resources().get(SERVICE_ROOT).encode("ascii"))
+    generation = _bayward_shaping.member(root, "Oem", "Hpe", "Moniker", "PRODGEN")
+    if not isinstance(generation, str) or not generation:
+        raise Failure(OTHER, "The controller's service root does not name a product generation.")
+    return generation
+
+
+@_answered
+def close() -> None:
+    """Log out, within 5 seconds over HTTPS, and close the connection."""
+    _close()
+
+
+def _log_in(host: str, account: str, password: str) -> None:
+    global _open
+    _close()
+    target = parse_target(host)
+    session = _session_for(target)
+    try:
+        session.log_in(account, password, Deadline(_bayward_resources.GET_SECONDS))
+    except BaseException:
+        session.log_out()
+        raise
+    _open = _Open(target, session)
+    forget_report()
+
+
+def _close() -> None:
+    global _open
+    closing, _open = _open, None
+    if closing is not None:
+        closing.session.log_out()
+
+
+def _session_for(target: Target):  # type: ignore[no-untyped-def]
+    if not target.in_band:
+        return _bayward_session.HttpsSession(target)
+    import _bayward_inband  # only servers that are reached in-band pay for it
+
+    return _bayward_inband.InbandSession()
+
+
+def _resources() -> _bayward_resources.Resources:
+    if _open is None:
+        raise Failure(OTHER, "There is no session with the controller.")
+    return _open.resources
+
+
+def _ensure_open(host: str, account: str, password: str) -> None:
+    if _open is None or _open.target != parse_target(host):
+        _log_in(host, account, password)
