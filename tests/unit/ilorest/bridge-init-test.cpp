@@ -166,6 +166,8 @@ struct OddResult {
     const char* body;
     const char* resultText;
     bool raises;
+
+    friend void PrintTo(const OddResult& result, std::ostream* out) { *out << result.body; }
 };
 
 class BridgeInitOddResult : public BridgeInit, public ::testing::WithParamInterface<OddResult> {};

@@ -120,6 +120,8 @@ struct SessionOperation {
                                             std::uint32_t);
     const char* function;
     bool takesBytes;
+
+    friend void PrintTo(const SessionOperation& operation, std::ostream* out) { *out << operation.function; }
 };
 
 class BridgeSession : public BridgeTest, public ::testing::WithParamInterface<SessionOperation> {
