@@ -128,13 +128,12 @@ def _library():  # type: ignore[no-untyped-def]
         with _Quiet():
             library = importlib.import_module("redfish")
             importlib.import_module("redfish.hpilo")
-    except ModuleNotFoundError as error:
-        if error.name == "redfish":
-            raise Failure(OTHER, f"In-band access needs the controller's Python library: {_INSTALL}.") from None
-        raise Failure(OTHER, f"The Python package redfish is not the controller's library: {_INSTALL}.") from None
     except BaseException as error:
-        text = f"The controller's Python library does not load ({type(error).__name__}): {_INSTALL}."
-        raise Failure(OTHER, text) from None
+        absent = error.name if isinstance(error, ModuleNotFoundError) else ""
+        reasons = {"redfish": "In-band access needs the controller's Python library",
+                   "redfish.hpilo": "The Python package redfish is not the controller's library"}
+        reason = reasons.get(absent, f"The controller's Python library does not load ({error})")
+        raise Failure(OTHER, f"{reason}: {_INSTALL}.") from None
     log = logging.getLogger("redfish")
     log.addHandler(logging.NullHandler())
     log.propagate = False

@@ -49,7 +49,7 @@ Script = Callable[[Request, Peer], bool]
 
 
 class RawServer:
-    """Serves on a free port of a loopback address until stopped. `certificate` is a pair of files: certificate and key."""
+    """Serves on a free port of a loopback address until stopped. `certificate`: its file and its key's."""
 
     def __init__(self, script: Script, certificate: Tuple, address: str) -> None:
         self._script = script

@@ -70,7 +70,8 @@ def test_unlinked_collection_that_is_there_is_handed_on():
 
 
 def test_unlinked_collection_that_is_not_ready_is_handed_on():
-    assert "NotReady" in Resources(FakeSession({SYSTEM: (200, NEITHER), SMART.rstrip("/"): (503, NOT_READY)})).get(SMART)
+    session = FakeSession({SYSTEM: (200, NEITHER), SMART.rstrip("/"): (503, NOT_READY)})
+    assert "NotReady" in Resources(session).get(SMART)
 
 
 @pytest.mark.parametrize("system", [(503, NOT_READY), (404, MISSING), (500, {}), (200, []), Failure(OTHER, "gone")])
@@ -82,7 +83,8 @@ def test_missing_is_handed_on_while_the_system_cannot_be_read(system):
     assert resources.get(SMART) == empty(SMART)
 
 
-@pytest.mark.parametrize("path", [SYSTEM + "/SmartStorage/", SMART + "0/", STORAGE + "DE00A000/", SYSTEM + "/", "/redfish/v1/x",
+@pytest.mark.parametrize("path", [SYSTEM + "/SmartStorage/", SMART + "0/", STORAGE + "DE00A000/", SYSTEM + "/",
+                                  "/redfish/v1/x",
                                   "/redfish/v1/Systems/Storage/"])
 def test_other_missing_resources_are_handed_on(path):
     session = FakeSession({})

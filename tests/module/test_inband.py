@@ -136,7 +136,8 @@ def test_errors_are_judged_by_the_names_of_their_classes(module, library, step, 
     assert module.get(SYSTEMS) == 10001
 
 
-@pytest.mark.parametrize("error", [ValueError("x"), SystemExit(3), KeyboardInterrupt(), MemoryError(), RecursionError()])
+@pytest.mark.parametrize("error", [ValueError("x"), SystemExit(3), KeyboardInterrupt(), MemoryError(),
+                                   RecursionError()])
 def test_any_other_error_is_another_error(module, library, error):
     library.plan["new"] = error
     assert module.init(HOST, "user", "pass") == 10001
@@ -210,7 +211,8 @@ def test_generic_library_of_the_same_name_is_not_taken_for_it(module, package, c
     assert "not the controller's library" in caplog.text and "python3-ilorest" in caplog.text
 
 
-@pytest.mark.parametrize("source", ["raise RuntimeError('broken')", "import sys; sys.exit(4)", "def ("])
+@pytest.mark.parametrize("source", ["raise RuntimeError('broken')", "import sys; sys.exit(4)", "def (",
+                                    "import a_missing_package"])
 def test_library_that_does_not_load_is_another_error(module, package, caplog, source):
     package(source)
     assert module.init(HOST, "None", "None") == 10001

@@ -157,7 +157,8 @@ def test_close_deletes_the_path_of_the_location_with_the_token(module, raw_serve
 def test_session_without_location_is_deleted_by_the_id_in_its_body(module, raw_server):
     def script(request, peer):
         body = {"@odata.id": "/redfish/v1/SessionService/Sessions/7"}
-        peer.send(answer("201 Created", body, "X-Auth-Token: t0ken\r\n") if request.line.startswith("POST") else answer())
+        log_in = answer("201 Created", body, "X-Auth-Token: t0ken\r\n")
+        peer.send(log_in if request.line.startswith("POST") else answer())
         return True
 
     server = raw_server(script)
@@ -251,7 +252,8 @@ def test_service_root_without_session_or_right_account_fails(module, ilo6):
     assert module.get_v1("https://127.0.0.1:1", "user", "pass") == 10001
 
 
-@pytest.mark.parametrize("root", [{}, {"Oem": None}, {"Oem": {"Hpe": []}}, {"Oem": {"Hpe": {"Moniker": {"PRODGEN": 6}}}}])
+@pytest.mark.parametrize("root", [{}, {"Oem": None}, {"Oem": {"Hpe": []}},
+                                  {"Oem": {"Hpe": {"Moniker": {"PRODGEN": 6}}}}])
 def test_root_without_generation_is_another_error(module, raw_server, root):
     server = raw_server(with_sessions(lambda request, peer: peer.send(answer(body=root)) or True))
     assert module.get_prodgen(server.url, "user", "pass") == 10001

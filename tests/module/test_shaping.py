@@ -45,7 +45,8 @@ def test_smart_storage_logical_drive_keeps_its_members():
 
 
 def test_smart_storage_drive_keeps_its_members():
-    same({"@odata.id": "/d/3", "Id": "3", "Model": "EG06", "CapacityGB": 600, "CapacityMiB": 572325, "BlockSizeBytes": 512,
+    same({"@odata.id": "/d/3", "Id": "3", "Model": "EG06", "CapacityGB": 600, "CapacityMiB": 572325,
+          "BlockSizeBytes": 512,
           "CapacityLogicalBlocks": 1172123568, "SerialNumber": "KW", "Location": "1I:0:1", "MediaType": "HDD",
           "Status": {"Health": "Warning", "State": "Enabled"}, "SSDEnduranceUtilizationPercentage": None,
           "DiskDriveStatusReasons": ["NonAuthenticDrive", "Failed"], "DiskDriveUse": "Raw",
@@ -53,17 +54,21 @@ def test_smart_storage_drive_keeps_its_members():
 
 
 def test_storage_with_embedded_controllers_keeps_its_members():
-    same({"@odata.id": "/s/DE1", "Id": "DE1", "Name": "HPE NS204i-r", "Status": {"HealthRollup": "OK", "State": "Enabled"},
+    same({"@odata.id": "/s/DE1", "Id": "DE1", "Name": "HPE NS204i-r",
+          "Status": {"HealthRollup": "OK", "State": "Enabled"},
           "Drives": [{"@odata.id": "/d/1"}], "Volumes": {"@odata.id": "/v"},
           "StorageControllers": [{
-              "@odata.id": "/s/DE1#/StorageControllers/0", "MemberId": "0", "Model": "M", "Name": "N", "SerialNumber": "S",
+              "@odata.id": "/s/DE1#/StorageControllers/0", "MemberId": "0", "Model": "M", "Name": "N",
+              "SerialNumber": "S",
               "FirmwareVersion": None, "Manufacturer": "",
-              "Location": {"PartLocation": {"LocationOrdinalValue": 13, "LocationType": "Slot", "ServiceLabel": "Slot 13"}},
+              "Location": {"PartLocation": {"LocationOrdinalValue": 13, "LocationType": "Slot",
+                                            "ServiceLabel": "Slot 13"}},
               "Status": {"Health": None, "State": None}}]})
 
 
 def test_storage_with_linked_controllers_keeps_the_link():
-    same({"Id": "DE1", "Name": "HPE MR216i-o", "Controllers": {"@odata.id": "/c"}, "Drives": [], "Volumes": {"@odata.id": "/v"}})
+    same({"Id": "DE1", "Name": "HPE MR216i-o", "Controllers": {"@odata.id": "/c"}, "Drives": [],
+          "Volumes": {"@odata.id": "/v"}})
 
 
 def test_volume_keeps_both_drive_lists():
@@ -73,10 +78,12 @@ def test_volume_keeps_both_drive_lists():
 
 
 def test_redfish_drive_keeps_its_members():
-    same({"Id": "0", "Name": "Empty Bay", "Model": "MO", "CapacityBytes": 1600321314816, "SerialNumber": "5F", "Revision": "HPD2",
+    same({"Id": "0", "Name": "Empty Bay", "Model": "MO", "CapacityBytes": 1600321314816, "SerialNumber": "5F",
+          "Revision": "HPD2",
           "MediaType": "SSD", "BlockSizeBytes": 512, "FailurePredicted": False, "PredictedMediaLifeLeftPercent": 100.0,
           "StatusIndicator": "OK", "DiskDriveStatusReasons": ["None"], "Links": {"Volumes": [{"@odata.id": "/v/1"}]},
-          "PhysicalLocation": {"PartLocation": {"ServiceLabel": "Slot=14", "LocationType": "Bay", "LocationOrdinalValue": 1}},
+          "PhysicalLocation": {"PartLocation": {"ServiceLabel": "Slot=14", "LocationType": "Bay",
+                                                "LocationOrdinalValue": 1}},
           "Status": {"State": "StandbyOffline", "Health": "OK"}})
 
 
@@ -96,7 +103,8 @@ def test_real_stays_real_and_integer_stays_integer():
         == '{"PredictedMediaLifeLeftPercent":99.0,"CapacityGB":600}'
 
 
-@pytest.mark.parametrize("number", ["1e999", "-1e999", "9223372036854775808", "-9223372036854775809", "9" * 100_000, "1e30"])
+@pytest.mark.parametrize("number", ["1e999", "-1e999", "9223372036854775808", "-9223372036854775809", "9" * 100_000,
+                                    "1e30"])
 def test_number_beyond_64_bits_becomes_null(number):
     assert shaped(f'{{"CapacityGB":{number}}}') == '{"CapacityGB":null}'
 
@@ -131,7 +139,8 @@ def test_id_stays_a_usable_path(text, expected):
     ('{"Status":"x","Members":5,"@odata.id":7}', '{"Status":"x","Members":5,"@odata.id":7}'),
     ('{"Model":{"a":1},"Id":[{"b":2},[3]]}', '{"Model":{},"Id":[{},[]]}'),
     ('{"Members":[[["x"]],"a\\n",null,true]}', '{"Members":[[],"a?",null,true]}'),
-    ('{"Location":[{"Info":"x","PartLocation":{"ServiceLabel":"L"}}]}', '{"Location":[{"PartLocation":{"ServiceLabel":"L"}}]}'),
+    ('{"Location":[{"Info":"x","PartLocation":{"ServiceLabel":"L"}}]}',
+     '{"Location":[{"PartLocation":{"ServiceLabel":"L"}}]}'),
     ('{"Id":"1","Id":"2"}', '{"Id":"2"}'),
 ])
 def test_member_of_a_wrong_type_keeps_a_wrong_type(text, expected):
@@ -146,4 +155,5 @@ def test_what_is_no_json_object_is_refused(text):
 
 def test_collection_of_two_hundred_members_fits_what_the_service_can_take():
     members = [{"@odata.id": f"/redfish/v1/Systems/1/Storage/DE00A000/Drives/{number}"} for number in range(200)]
-    assert len(shaped(json.dumps({"@odata.id": "/redfish/v1/x", "Members": members, "Members@odata.count": 200}))) < 18196
+    assert len(shaped(json.dumps({"@odata.id": "/redfish/v1/x", "Members": members,
+                                  "Members@odata.count": 200}))) < 18196

@@ -29,9 +29,13 @@ def test_target_is_shown_as_url(url, text):
 
 
 @pytest.mark.parametrize("url", [
-    "", " ", "https://", "https:///", "http://ilo", "ftp://ilo", "://ilo", "https//ilo", "https://ilo:", "https://ilo:0",
-    "https://ilo:65536", "https://ilo:port", "https://ilo:123456", "https://ilo/redfish/v1/", "https://ilo?x", "https://ilo#x",
-    "https://::1", "https://[::1", "https://[]", "https://a b", "https://a\nb", "https://-a", "https://.a", "https://\u00e9",
+    "", " ", "https://", "https:///", "http://ilo", "ftp://ilo", "://ilo", "https//ilo", "https://ilo:",
+    "https://ilo:0",
+    "https://ilo:65536", "https://ilo:port", "https://ilo:123456", "https://ilo/redfish/v1/", "https://ilo?x",
+    "https://ilo#x",
+    "https://::1", "https://[::1", "https://[]", "https://a b", "https://a\nb", "https://.a",
+    "https://.a",
+                             "https://\u00e9",
     "https://ilo:\u0664\u0664\u0663", "https://https://ilo", "https://ilo\r\nHost: evil",
 ])
 def test_malformed_url_is_another_error_said_in_one_line(module, caplog, url):

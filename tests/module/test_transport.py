@@ -36,7 +36,8 @@ def test_limits_are_those_promised():
 
 
 @pytest.mark.parametrize("data", [
-    b"", b"garbage\r\n\r\n", b"HTTP/1.1\r\n\r\n", b"HTTP/1.1 abc OK\r\n\r\n", b"HTTP/1.1 99999 OK\r\n\r\n", b"\x00\xff" * 50,
+    b"", b"garbage\r\n\r\n", b"HTTP/1.1\r\n\r\n", b"HTTP/1.1 abc OK\r\n\r\n", b"HTTP/1.1 99999 OK\r\n\r\n",
+    b"\x00\xff" * 50,
     b"HTTP/1.1 200 OK\r\nX: " + b"a" * 70000 + b"\r\n\r\n",
     b"HTTP/1.1 200 OK\r\n" + b"X: a\r\n" * 101 + b"\r\n",
     b"HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\n{}",
@@ -63,7 +64,8 @@ def test_broken_answer_is_another_error_and_the_next_get_works(module, raw_serve
     assert module.get(SYSTEMS) == '{"Id":"good"}'
 
 
-@pytest.mark.parametrize("data", [b"", b"HTTP/1.1 200 OK\r\nContent-", b"HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\n{"])
+@pytest.mark.parametrize("data", [b"", b"HTTP/1.1 200 OK\r\nContent-",
+                                  b"HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\n{"])
 def test_hanging_answer_ends_with_the_read_limit(module, raw_server, short_limits, data):
     def script(request, peer):
         peer.send(data)

@@ -36,9 +36,11 @@ def listing(address):
     return "cat <<'END'\n" + LISTING % address + "END"
 
 
-@pytest.mark.parametrize("host", ["16.1.15.2", "16.1.15.1", "https://16.1.15.1", "https://16.1.15.1/", "HTTPS://16.1.15.2:443"])
+@pytest.mark.parametrize("host", ["16.1.15.2", "16.1.15.1", "https://16.1.15.1", "https://16.1.15.1/",
+                                  "HTTPS://16.1.15.2:443"])
 @pytest.mark.parametrize("address, expected", [
-    ("16.1.15.2", "True"), ("16.1.15.1", "False"), ("16.1.15.20", "False"), ("116.1.15.2", "False"), ("10.0.0.1", "False")])
+    ("16.1.15.2", "True"), ("16.1.15.1", "False"), ("16.1.15.20", "False"), ("116.1.15.2", "False"),
+    ("10.0.0.1", "False")])
 def test_address_is_looked_for_as_a_whole(module, ip_tool, host, address, expected):
     ip_tool(listing(address))
     assert str(module.is_ip_assigned(host)) == expected
