@@ -106,5 +106,9 @@ class Feed:
             lines.append(SyslogLine(entry.priority, text, opens))
         return lines
 
+    def unclaimed(self) -> List[str]:
+        """System log messages that no event of the trace log belongs to."""
+        return [text for _, text in self._messages]
+
     def fits_catalogue(self, reported: Reported) -> bool:
         return self._catalogue.fits(reported.event, reported.message)

@@ -52,6 +52,8 @@ def _arguments(argv: Optional[Sequence[str]]) -> argparse.Namespace:
                         help="run-time folder of the service (default: build/release/bin)")
     parser.add_argument("--no-colour", "--no-color", action="store_true", dest="plain",
                         help="no colours (as NO_COLOR in the environment, or output into a file)")
+    parser.add_argument("--every-line", action="store_true",
+                        help="also show the trace lines that repeat with every look at the drives")
     parser.add_argument("--scenario", type=Path, default=_SCENARIO, metavar="FILE", help="play another scenario")
     return parser.parse_args(argv)
 
@@ -75,16 +77,23 @@ def _config(steps: Sequence[scenario.Step], url: str) -> Dict[str, Dict[str, str
     return config
 
 
-def _introduce(screen: Screen, controller: ControllerProcess, bin_dir: Path, language: Language) -> None:
+def _shown(path: Path) -> str:
+    """The path as a person standing here would write it."""
+    relative = os.path.relpath(path)
+    return str(path) if relative.startswith("..") else relative
+
+
+def _introduce(screen: Screen, controller: ControllerProcess, bin_dir: str, language: Language) -> None:
     screen.line("bayward watches a server that goes wrong", BOLD)
     screen.line()
     for name, text in (("server", f"simulated; its management controller answers at {controller.url}"),
-                       ("service", f"{os.path.relpath(bin_dir)}/bayward --stand-alone, the real one"),
+                       ("service", f"{bin_dir}/bayward --stand-alone, the real one"),
                        ("system log", "a real rsyslogd, and like the service in namespaces of its own"),
                        ("language", language.shown)):
         screen.paragraph(f"{name:<11} {text}")
     screen.line()
-    screen.paragraph("ERROR and WARNING are what an administrator finds in the system log; trace is the service's own log.")
+    screen.paragraph("ERROR and WARNING are what an administrator finds in the system log; trace is the service's own log "
+                     "(what it repeats with every look at the drives is left out; --every-line shows it).")
 
 
 def _play(args: argparse.Namespace, interrupts: Interrupts, steps: List[scenario.Step], stack: ExitStack) -> bool:
@@ -102,13 +111,13 @@ def _play(args: argparse.Namespace, interrupts: Interrupts, steps: List[scenario
     feed = Feed(host, Catalogue(bin_dir / "bayward.msg", language.section), language.encoding)
     outcomes = Outcomes()
     with interrupts.allowed():
-        _introduce(screen, controller, bin_dir, language)
+        _introduce(screen, controller, _shown(bin_dir), language)
         registered = host.run(["baywardctl", "account", "set", controller.account], stdin=controller.password + "\n")
         if registered.returncode != 0:
             raise Failure(f"baywardctl did not register the account: {(registered.stderr + registered.stdout).strip()}")
         screen.start_clock()
         host.start_service(stand_alone=True)
-        Player(steps, screen, host, controller, feed, outcomes).play()
+        Player(steps, screen, host, controller, feed, outcomes, args.every_line).play()
     outcomes.show(screen)
     return outcomes.agree
 

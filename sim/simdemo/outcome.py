@@ -43,6 +43,9 @@ class Outcomes:
         self._rows.append(Outcome(expected, came, result))
         return self._rows[-1]
 
+    def __len__(self) -> int:
+        return len(self._rows)
+
     @property
     def agree(self) -> bool:
         """Whether everything came as expected, and nothing else."""

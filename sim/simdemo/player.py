@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 import time
-from typing import Callable, Dict, List, Optional, Sequence, Type, Union
+from typing import Callable, Dict, List, Optional, Sequence, Set, Type, Union
 
 from simcontroller import scenario, verbs
 from simcontroller.process import ControllerProcess
@@ -24,6 +24,21 @@ _EXPLANATIONS = {
     "Start to monitor.": "The first look is the baseline. From now on only what changes is reported, each change once.",
 }
 
+# What happens on the server, told to a reader; of a verb that is not here its own help is shown.
+_HAPPENINGS = {
+    "predict-drive": "drive {1} of controller {0} predicts that it will fail",
+    "fail-drive": "drive {1} of controller {0} fails",
+    "wear-drive": "the SSD in place {1} of controller {0} has used {2} percent of its rated life",
+    "heal-drive": "drive {1} of controller {0} is as new again",
+    "offline-volume": "logical drive {1} of controller {0} goes offline",
+    "heal-volume": "logical drive {1} of controller {0} is back",
+    "remove-drive": "drive {1} of controller {0} is pulled out",
+    "restore-drive": "drive {1} of controller {0} is put back",
+    "account": "the password of the account {0} is changed, and every session ends",
+}
+# The reader's lines about single drives come with every look; those that repeat are left out.
+_READER = "<VK0999>"
+
 
 class Stopped(Exception):
     """The scenario cannot go on; the reason is among the outcomes."""
@@ -33,7 +48,8 @@ class Player:
     """Plays one scenario, once."""
 
     def __init__(self, steps: Sequence[scenario.Step], screen: Screen, host: SimHost, controller: ControllerProcess,
-                 feed: Feed, outcomes: Outcomes) -> None:
+                 feed: Feed, outcomes: Outcomes, every_line: bool) -> None:
+        """`every_line` also shows the trace lines that repeat with every look at the controller."""
         self._steps = steps
         self._screen = screen
         self._host = host
@@ -43,6 +59,8 @@ class Player:
         self._pending: List[Reported] = []  # events that no step has expected yet
         self._lines: List[Union[TraceLine, SyslogLine]] = []  # since the step before the present one
         self._to_explain = dict(_EXPLANATIONS)
+        self._every_line = every_line
+        self._reader_lines: Set[str] = set()
         self._scene = 0
         self._players: Dict[Type[object], Callable[..., None]] = {
             scenario.Scene: self._play_scene, scenario.Say: self._play_say, scenario.Pause: self._play_pause,
@@ -53,17 +71,25 @@ class Player:
         """Plays all steps, then stops the service. What cannot be played any more is counted as not reached."""
         steps = [step for step in self._steps if type(step) in self._players]
         for position, step in enumerate(steps):
+            settled = len(self._outcomes)
             try:
                 self._players[type(step)](step)
             except Stopped:
-                for left in steps[position + 1:]:
-                    if isinstance(left, (scenario.ExpectEvent, scenario.WaitFor)):
-                        expected = event_name(left.event) if isinstance(left, scenario.ExpectEvent) else repr(left.text)
-                        self._outcomes.add(expected, "", NOT_REACHED)
+                told = len(self._outcomes) - settled  # 0 when the service ended under this very step
+                self._give_up(steps[position + told:])
                 break
         self._stop_service()
         for event in self._pending:
             self._outcomes.add("nothing", event_name(event.event), UNEXPECTED)
+        for text in self._feed.unclaimed():
+            self._outcomes.add("nothing", f'"{text.splitlines()[0][:40]}" in the system log alone', UNEXPECTED)
+
+    def _give_up(self, steps: Sequence[scenario.Step]) -> None:
+        for step in steps:
+            if isinstance(step, scenario.ExpectEvent):
+                self._outcomes.add(event_name(step.event), "", NOT_REACHED)
+            elif isinstance(step, scenario.WaitFor):
+                self._outcomes.add(f'"{step.text}"', "", NOT_REACHED)
 
     # The steps
 
@@ -79,14 +105,14 @@ class Player:
         self._watch(step.seconds, lambda: False, "a moment")
 
     def _play_sim(self, step: scenario.Sim) -> None:
-        words = " ".join((step.verb, *step.arguments))
-        self._screen.paragraph(f"On the server: {verbs.find(step.verb).help} ({words}).", BOLD)
+        happening = _HAPPENINGS.get(step.verb, verbs.find(step.verb).help).format(*step.arguments)
+        self._screen.paragraph(f"On the server: {happening}.", BOLD, CYAN)
         self._lines.clear()
         self._controller.control.call(step.verb, *step.arguments)
 
     def _play_run(self, step: scenario.Run) -> None:
         words = " ".join(step.command)
-        self._screen.paragraph(f"The administrator runs: {words}", BOLD)
+        self._screen.paragraph(f"The administrator runs: {words}", BOLD, CYAN)
         self._lines.clear()
         answer = self._host.run(step.command, stdin=step.stdin)
         for line in (answer.stdout + answer.stderr).splitlines():
@@ -114,7 +140,7 @@ class Player:
 
         begin = time.monotonic()
         name = event_name(step.event)
-        self._watch(step.within, lambda: find() is not None, f"{name}, at most {step.within:.0f} s")
+        self._watch(step.within, lambda: find() is not None, name)
         found = find()
         if found is None:
             self._settle(name, "", MISSING)
@@ -130,10 +156,10 @@ class Player:
 
     def _play_quiet(self, step: scenario.ExpectQuiet) -> None:
         before = len(self._pending)
-        self._watch(step.seconds, lambda: len(self._pending) > before, f"nothing, for {step.seconds:.0f} s")
+        self._watch(step.seconds, lambda: len(self._pending) > before, f"{step.seconds:.0f} s of silence")
         # What broke the silence stays pending and is told as unexpected at the end.
         quiet = len(self._pending) == before
-        self._settle(f"silence for {step.seconds:.0f} s", "nothing" if quiet else event_name(self._pending[-1].event),
+        self._settle(f"{step.seconds:.0f} s of silence", "no event" if quiet else event_name(self._pending[-1].event),
                      OK if quiet else WRONG)
 
     def _stop_service(self) -> None:
@@ -150,24 +176,25 @@ class Player:
             self._settle("service stops", f"still runs after {_STOP_SECONDS:.0f} s", WRONG)
             return
         status = self._host.wait_exit(1)
-        self._settle("service stops, exit status 0", f"after {time.monotonic() - begin:.1f} s, exit status {status}",
+        self._settle("service stops", f"after {time.monotonic() - begin:.1f} s" + (f", exit status {status}" if status else ""),
                      OK if status == 0 else WRONG)
 
     # Watching
 
     def _watch(self, seconds: float, done: Callable[[], bool], what: str, needs_service: bool = True) -> bool:
         """Shows what comes until `done` is true (returned) or the time is over. An ended service ends the scenario."""
-        deadline = time.monotonic() + seconds
+        begin = time.monotonic()
         while True:
             self._show_new()
             if done():
                 return True
             if needs_service and not self._host.running:
                 raise Stopped
-            left = deadline - time.monotonic()
+            passed = time.monotonic() - begin
+            left = seconds - passed
             if left <= 0:
                 return False
-            self._screen.waiting(f"{left:.0f} s: {what}")
+            self._screen.waiting(f"waiting for {what} ({passed:.0f} s)")
             time.sleep(min(_POLL_SECONDS, left))
 
     def _show_new(self) -> None:
@@ -181,12 +208,21 @@ class Player:
                 self._screen.entry(PRIORITIES[item.priority].upper() if item.opens else "", item.text,
                                    f"{BOLD};{colour}" if colour else BOLD, colour if item.opens else "")
                 continue
+            if self._repeats(item.text):
+                continue
             self._screen.entry("trace", item.text, DIM, DIM)
             for text in [text for text in self._to_explain if text in item.text]:
                 self._screen.paragraph(self._to_explain.pop(text))
 
+    def _repeats(self, text: str) -> bool:
+        if self._every_line or not text.startswith(_READER):
+            return False
+        known = text in self._reader_lines
+        self._reader_lines.add(text)
+        return known
+
     def _settle(self, expected: str, came: str, result: str) -> None:
         self._outcomes.add(expected, came, result)
         good = result == OK
-        self._screen.entry(result, f"{expected} {came}".strip(), GREEN if good else f"{BOLD};{RED}",
+        self._screen.entry(result, f"{expected}: {came}" if came else expected, GREEN if good else f"{BOLD};{RED}",
                            GREEN if good else RED)

@@ -88,8 +88,8 @@ class Screen:
         """A line of one of the logs, or what became of an expectation: time, label, text. No label continues an entry."""
         begin = " " * (_MARGIN + _TIME + 1 + _LABEL)
         if label:
-            minutes, seconds = divmod(time.monotonic() - self._begin, 60)
-            stamp = f"{int(minutes)}:{seconds:04.1f}"
+            minutes, tenths = divmod(int((time.monotonic() - self._begin) * 10), 600)
+            stamp = f"{minutes}:{tenths // 10:02}.{tenths % 10}"
             begin = (" " * _MARGIN + self._paint(f"{stamp:>{_TIME}} ", DIM)
                      + self._paint(f"{label:<{_LABEL}}", label_code))
         indent = _MARGIN + _TIME + 1 + _LABEL
