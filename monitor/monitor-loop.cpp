@@ -93,7 +93,12 @@ void MonitorLoop::Run() {
     m_initialized = initILoRestManager();
     if (m_initialized) {
         Trace("<VK0900> [TR] Start to monitor.");
-    } else if (!m_stopped) {
+    } else if (m_stopped) {
+        if (m_manager.isiLOInitialized()) {
+            m_manager.reset();  // logs out
+        }
+        return;
+    } else {
         m_parameter.SetUrl(kVnicUrl);
         Trace("<VK0900> [TR] Retry accessing vNIC.");
     }
@@ -101,7 +106,7 @@ void MonitorLoop::Run() {
     m_failures.Clear();
     m_hasBaseline = false;
     try {
-        while (!m_stopped) {
+        for (;;) {
             RunCycle();
         }
     } catch (const iLoRestReader::StopSeen&) {
@@ -201,6 +206,8 @@ void MonitorLoop::HandleSnapshotFailure(TextFailure kind) {
         HandleLogInFailure(kind);
         return;
     }
+    // The log-in that came before has cleared the count, so a single failure of a snapshot is not reported;
+    // the next cycle's log-in is.
     m_failures.SetCount(m_failures.count() + 1);
     if (m_failures.count() > 1) {
         m_failures.RecordTime();

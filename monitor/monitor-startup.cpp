@@ -46,6 +46,7 @@ bool MonitorLoop::BuildAtStartUp() {
             m_retryUsed = false;
             m_failures.SetCount(m_failures.count() + 1);
             m_failures.RecordTime();
+            // The log-in that came before has cleared the count, so a single failure is not reported here.
             if (m_failures.count() > 1) {
                 ReportLoginFailed();
                 Trace(kLoginFailedInBuild);
