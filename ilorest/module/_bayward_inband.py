@@ -135,6 +135,7 @@ def _library():  # type: ignore[no-untyped-def]
         reason = reasons.get(absent, f"The controller's Python library does not load ({error})")
         raise Failure(OTHER, f"{reason}: {_INSTALL}.") from None
     log = logging.getLogger("redfish")
-    log.addHandler(logging.NullHandler())
+    if not log.handlers:
+        log.addHandler(logging.NullHandler())  # its lines may hold tokens
     log.propagate = False
     return library

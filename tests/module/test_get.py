@@ -146,6 +146,21 @@ def test_refusal_that_outlives_a_new_session_is_not_retried(module, raw_server, 
     assert [line.split()[0] for line in server.lines()] == ["POST", "GET", "POST", "GET"]
 
 
+def test_renewing_log_in_goes_over_a_fresh_connection_and_is_never_sent_twice(module, raw_server):
+    log_ins = iter((session_answer(), b""))
+
+    def script(request, peer):
+        data = next(log_ins) if request.line.startswith("POST") else answer("401 Unauthorized")
+        peer.send(data)
+        return bool(data)
+
+    server = raw_server(script)
+    assert module.init(server.url, "user", "pass") == 200
+    assert module.get(SYSTEMS) == 10001
+    assert [(request.line.split()[0], request.connection) for request in server.requests] \
+        == [("POST", 1), ("GET", 1), ("POST", 2)]
+
+
 def test_new_session_replaces_the_expired_token(module, raw_server):
     tokens = iter(("first", "second"))
 

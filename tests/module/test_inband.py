@@ -188,12 +188,18 @@ def test_close_returns_although_the_log_out_fails(module, library, error):
     assert module.close() is None
 
 
-def test_nothing_the_library_writes_reaches_the_terminal(module, library, capfd):
+def test_session_that_cannot_read_is_ended_again(module, library):
+    library.plan["get"] = [(403, "{}")]
+    assert module.init(HOST, "None", "None") == 401
+    assert names(library)[-1] == "logout"
+
+
+def test_nothing_the_library_writes_reaches_terminal_or_log(module, library, capfd, caplog):
     module.init(HOST, "user", "pass")
     module.get(SYSTEMS)
     module.close()
     written = capfd.readouterr()
-    assert "noise" not in written.out + written.err
+    assert "noise" not in written.out + written.err + caplog.text
 
 
 def test_absent_library_is_said_in_one_line_that_tells_how_to_install_it(module, package, caplog, capfd):
