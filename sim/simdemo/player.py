@@ -21,7 +21,8 @@ _PRIORITY_COLOURS = {3: RED, 4: YELLOW}
 _EXPLANATIONS = {
     "Create thread for OS log.": "Each thread has its own work; this one watches the controller. It waits ten seconds "
                                  "before it logs in, and ten more before it takes stock.",
-    "Start to monitor.": "The first look is the baseline. From now on only what changes is reported, each change once.",
+    "Start to monitor.": "The next look, one interval from now, is the baseline; after it only what changes is reported, "
+                         "each change once.",
 }
 
 # What happens on the server, told to a reader; of a verb that is not here its own help is shown.
