@@ -88,6 +88,7 @@ void ServiceParameter::Finalize() {
 }
 
 void ServiceParameter::PrepareSysLog(system_info& info, SystemLogSink& sink) {
+    m_sysLog.reset();  // closes the system log before it is opened anew
     m_sysLog = std::make_unique<SysLog>(info.get_country_region(), info.get_code_page(), sink);
     m_traceLog->Write("<VK0900> [TR] PrepareSysLog succeeded.");
 }

@@ -53,9 +53,13 @@ TEST(Event, Destruction_ClosesBothEnds) {
 }
 
 TEST(Event, NoDescriptorLeft_ThrowsTheErrorNumber) {
-    const DescriptorLimit limit(0);
     int code = 0;
-    EXPECT_THAT(FailureText([] { Event event; }, &code), MatchesRegex("server-util [0-9]+ \\(Err: 24\\)"));
+    std::string text;
+    {
+        const DescriptorLimit limit(0);
+        text = FailureText([] { Event event; }, &code);
+    }
+    EXPECT_THAT(text, MatchesRegex("server-util [0-9]+ \\(Err: 24\\)"));
     EXPECT_EQ(code, 0x10001);
 }
 

@@ -45,7 +45,8 @@ private:
     void (*m_previous)(int);
 };
 
-// Sets the soft limit of open descriptors for a scope.
+// Sets the soft limit of open descriptors for a scope. Keep the scope to the one call that is to fail:
+// sanitizers need descriptors of their own for their checks.
 class DescriptorLimit {
 public:
     explicit DescriptorLimit(rlim_t count) {

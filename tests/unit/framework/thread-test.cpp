@@ -124,10 +124,12 @@ TEST(Thread, DestroyedWithoutJoin_RunsOnSafely) {
 TEST(Thread, NoDescriptorLeft_RunThrowsAndStartsNothing) {
     std::atomic<int> calls = 0;
     Thread thread(&Count, &calls);
+    std::string text;
     {
         const DescriptorLimit limit(0);
-        EXPECT_THAT(FailureText([&] { thread.Run(); }), MatchesRegex("server-util [0-9]+ \\(Err: 24\\)"));
+        text = FailureText([&] { thread.Run(); });
     }
+    EXPECT_THAT(text, MatchesRegex("server-util [0-9]+ \\(Err: 24\\)"));
     EXPECT_EQ(thread.CompletionEvent(), nullptr);
     thread.Join();
     EXPECT_EQ(calls, 0);
