@@ -26,11 +26,6 @@ bool ContainsAny(const std::string& text, const Words& words) {
                        [&](const char* word) { return text.find(word) != std::string::npos; });
 }
 
-std::string Trimmed(const std::string& text) {
-    const std::size_t first = text.find_first_not_of(" \t");
-    return first == std::string::npos ? "" : text.substr(first, text.find_last_not_of(" \t") - first + 1);
-}
-
 std::string& LastFailure() {
     static std::string text;
     return text;

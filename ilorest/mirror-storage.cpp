@@ -93,7 +93,7 @@ void iLoRestReader::readStorageController(RestBridge& bridge, RestText& text, St
         readLinkedController(bridge, text, found);
     }
     storage.Model = found.Model.empty() ? storage.Name : found.Model;
-    storage.SerialNumber = found.SerialNumber;
+    storage.SerialNumber = Trimmed(found.SerialNumber);
     storage.ServiceLabel = found.Location.text();
     storage.generation = StorageGeneration(storage.Name, storage.Model);
 }

@@ -12,3 +12,9 @@ std::string PLocation::text() const {
     }
     return part.LocationType + " " + std::to_string(part.LocationOrdinalValue);
 }
+
+std::string Trimmed(const std::string& text) {
+    constexpr const char* kBlanks = " \t";
+    const std::size_t first = text.find_first_not_of(kBlanks);
+    return first == std::string::npos ? "" : text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
+}

@@ -73,6 +73,9 @@ struct Storage {
     MStatus status() const { return {Health.empty() ? HealthRollup : Health, State}; }
 };
 
+// The text without the blanks around it: devices pad their serial numbers.
+std::string Trimmed(const std::string& text);
+
 // The management controller's firmware version.
 struct iLOVersion {
     std::int32_t major = 0;

@@ -1,0 +1,267 @@
+#include "rest-text.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <limits>
+#include <string>
+
+namespace {
+
+std::int64_t Whole(const std::string& number) {
+    RestText text("{\"N\":" + number + "}");
+    std::int64_t value = -7;
+    text.load("N", value);
+    return value;
+}
+
+// The text of the failure that a call makes; empty for none.
+template <class Call>
+std::string ErrorText(Call call) {
+    try {
+        call();
+    } catch (const RestTextError& error) {
+        return error.what();
+    }
+    return "";
+}
+
+}  // namespace
+
+TEST(RestText, MembersByName_InAnyOrderAndNested) {
+    RestText text(R"({"b":true,"n":{"s":"deep","o":{"@odata.id":"/x"}},"l":["a","b"],"i":5,"s":"top"})");
+    std::string s;
+    text.load("s", s);
+    EXPECT_EQ(s, "top");
+    std::int32_t i = 0;
+    text.load("i", i);
+    EXPECT_EQ(i, 5);
+    text.inside("n", [&] {
+        text.load("s", s);
+        Odataid link;
+        text.load("o", link);
+        EXPECT_EQ(link.id, "/x");
+    });
+    EXPECT_EQ(s, "deep");
+    std::vector<std::string> list{"old"};
+    text.load("l", list);
+    EXPECT_EQ(list, (std::vector<std::string>{"a", "b"}));
+    bool b = false;
+    text.load("b", b);
+    EXPECT_TRUE(b);
+    text.load("s", s);
+    EXPECT_EQ(s, "top");
+}
+
+TEST(RestText, MissingMember_IsNamed) {
+    RestText text(R"({"a":"1"})");
+    std::string s;
+    EXPECT_EQ(ErrorText([&] { text.load("Model", s); }),
+              "JSON Parsing failed - provided NVP (Model) not found");
+    text.load("a", s);  // still usable
+    EXPECT_EQ(s, "1");
+}
+
+TEST(RestText, AnotherTypeThanAskedFor_Fails) {
+    const char* const values[] = {"null", "1", "1.5", "true", "\"s\"", "{}", "[]", "[1]", "{\"x\":1}"};
+    for (const std::string value : values) {
+        const std::string json = "{\"K\":" + value + "}";
+        const auto fails = [&](auto sample) {
+            RestText text(json);
+            return !ErrorText([&] { text.load("K", sample); }).empty();
+        };
+        EXPECT_EQ(fails(std::string()), value[0] != '"') << value;
+        EXPECT_EQ(fails(std::int64_t()), value[0] != '1') << value;
+        EXPECT_EQ(fails(std::int32_t()), value[0] != '1') << value;
+        EXPECT_EQ(fails(bool()), value != "true") << value;
+        EXPECT_EQ(fails(std::vector<std::string>()), value != "[]") << value;
+        EXPECT_EQ(fails(std::vector<Odataid>()), value != "[]") << value;
+        EXPECT_TRUE(fails(Odataid())) << value;
+    }
+}
+
+TEST(RestText, NoJsonObject_Fails) {
+    const std::string nul("{\"a\"\0:1}", 8);
+    for (const std::string& json :
+         {std::string(), std::string(" "), std::string("null"), std::string("7"), std::string("\"s\""),
+          std::string("{"), std::string("{\"a\""), std::string("{\"a\":"), std::string("{\"a\":1"),
+          std::string("{\"a\":1}}"), std::string("{\"a\":1}x"), std::string("{'a':1}"), std::string("{a:1}"),
+          std::string("{\"a\":1,}"), std::string("[1"), std::string("\xff\xfe"), std::string("%s%n"), nul}) {
+        EXPECT_FALSE(ErrorText([&] { RestText text(json); }).empty()) << json;
+    }
+}
+
+TEST(RestText, EveryTruncationOfAResource_FailsWithoutHarm) {
+    const std::string json =
+        R"({"Members":[{"@odata.id":"/redfish/v1/Systems/1/"}],"Name":"a\u00e9b","N":-1.5e3,"T":true,"Z":null})";
+    for (std::size_t length = 0; length < json.size(); ++length) {
+        EXPECT_FALSE(ErrorText([&] { RestText text(json.substr(0, length)); }).empty()) << length;
+    }
+    EXPECT_EQ(ErrorText([&] { RestText text(json); }), "");
+}
+
+TEST(RestText, DeepNesting_IsNoDanger) {
+    constexpr int kDepth = 200000;  // far more than the bridge lets through
+    const std::string open(kDepth, '[');
+    EXPECT_FALSE(ErrorText([&] { RestText text("{\"a\":" + open); }).empty());
+    RestText text("{\"a\":" + open + std::string(kDepth, ']') + ",\"b\":\"found\"}");
+    std::string value;
+    text.load("b", value);
+    EXPECT_EQ(value, "found");
+    EXPECT_FALSE(ErrorText([&] { text.load("a", value); }).empty());
+    std::string objects;
+    for (int i = 0; i < 3000; ++i) {
+        objects += "{\"a\":";
+    }
+    EXPECT_FALSE(ErrorText([&] { RestText unfinished(objects); }).empty());
+}
+
+TEST(RestText, DuplicateMembers_GiveOneOfThem) {
+    RestText text(R"({"a":"first","a":"second","b":"last"})");
+    std::string value;
+    text.load("b", value);
+    text.load("a", value);
+    EXPECT_EQ(value, "first");
+}
+
+TEST(RestText, ArrayAtTheTop_HasNoMembers) {
+    for (const char* json : {"[]", "[1,2]", "{}"}) {
+        RestText text(json);
+        std::vector<Odataid> members;
+        EXPECT_EQ(ErrorText([&] { text.load("Members", members); }),
+                  "JSON Parsing failed - provided NVP (Members) not found")
+            << json;
+        std::string value = "kept";
+        text.loadOptional("Model", value);
+        EXPECT_EQ(value, "kept");
+    }
+}
+
+TEST(RestText, WholeNumber_CutsARealAndStopsAtItsRange) {
+    constexpr std::int64_t kMax = std::numeric_limits<std::int64_t>::max();
+    constexpr std::int64_t kMin = std::numeric_limits<std::int64_t>::min();
+    EXPECT_EQ(Whole("100"), 100);
+    EXPECT_EQ(Whole("100.0"), 100);
+    EXPECT_EQ(Whole("99.99"), 99);
+    EXPECT_EQ(Whole("-1.9"), -1);
+    EXPECT_EQ(Whole("0.9"), 0);
+    EXPECT_EQ(Whole("9223372036854775807"), kMax);
+    EXPECT_EQ(Whole("-9223372036854775808"), kMin);
+    EXPECT_EQ(Whole("9007199254740993"), 9007199254740993);  // no detour over a double
+    EXPECT_EQ(Whole("9223372036854775808"), kMax);
+    EXPECT_EQ(Whole("18446744073709551615"), kMax);
+    EXPECT_EQ(Whole("1e300"), kMax);
+    EXPECT_EQ(Whole("-1e300"), kMin);
+    for (const char* number : {"NaN", "Inf", "-Infinity", "1e400"}) {
+        EXPECT_FALSE(ErrorText([&] { Whole(number); }).empty()) << number;
+    }
+}
+
+TEST(RestText, SmallWholeNumber_StopsAtItsRange) {
+    const struct {
+        const char* number;
+        std::int32_t value;
+    } rows[] = {{"5.7", 5},
+                {"2147483647", std::numeric_limits<std::int32_t>::max()},
+                {"2147483648", std::numeric_limits<std::int32_t>::max()},
+                {"1e99", std::numeric_limits<std::int32_t>::max()},
+                {"-2147483649", std::numeric_limits<std::int32_t>::min()}};
+    for (const auto& row : rows) {
+        RestText text(std::string("{\"N\":") + row.number + "}");
+        std::int32_t value = 0;
+        text.load("N", value);
+        EXPECT_EQ(value, row.value) << row.number;
+    }
+}
+
+TEST(RestText, NullInTheTwoSpellings_IsSkipped) {
+    for (const char* json : {R"({"Model":null})", R"({"Model": null})"}) {
+        RestText text(json);
+        std::string model = "kept";
+        text.loadOptional("Model", model);
+        text.loadUnlessNull("Model", model);
+        EXPECT_EQ(model, "kept");
+    }
+}
+
+TEST(RestText, NullInAnotherSpelling_FailsTheLoad) {
+    for (const char* json :
+         {R"({"Model" :null})", R"({"Model" : null})", R"({"Model":  null})", "{\"Model\":\tnull}"}) {
+        RestText text(json);
+        std::string model;
+        EXPECT_FALSE(ErrorText([&] { text.loadOptional("Model", model); }).empty()) << json;
+    }
+}
+
+TEST(RestText, OptionalMember_MayBeMissingButNotOfAnotherType) {
+    RestText text(R"({"n":{"Model":"nested"},"Size":"x"})");
+    std::string model = "kept";
+    text.loadOptional("Model", model);
+    EXPECT_EQ(model, "kept");
+    std::int64_t size = 3;
+    EXPECT_FALSE(ErrorText([&] { text.loadOptional("Size", size); }).empty());
+    bool ran = false;
+    text.insideOptional("Missing", [&] { ran = true; });
+    EXPECT_FALSE(ran);
+    text.insideOptional("n", [&] { text.loadOptional("Model", model); });
+    EXPECT_EQ(model, "nested");
+}
+
+TEST(RestText, FailureInsideANestedObject_LeavesTheTextUsable) {
+    RestText text(R"({"n":{"x":1},"l":[{"@odata.id":"/1"},{"other":1}],"s":"top"})");
+    std::string value;
+    EXPECT_FALSE(ErrorText([&] { text.inside("n", [&] { text.load("y", value); }); }).empty());
+    std::vector<Odataid> links;
+    EXPECT_FALSE(ErrorText([&] { text.load("l", links); }).empty());
+    text.load("s", value);
+    EXPECT_EQ(value, "top");
+}
+
+TEST(RestText, LinkList_TakesItsLengthFromTheArray) {
+    RestText text(R"({"Members":[{"@odata.id":"/a"},{"@odata.id":"/b"}],"Members@odata.count":1,"Empty":[],)"
+                  R"("Empty@odata.count":9})");
+    std::vector<Odataid> links{{"/old"}};
+    text.load("Members", links);
+    EXPECT_EQ(links, (std::vector<Odataid>{{"/a"}, {"/b"}}));
+    text.load("Empty", links);
+    EXPECT_TRUE(links.empty());
+}
+
+TEST(RestText, EachElement_UntilTheBodyHasEnough) {
+    RestText text(R"({"a":[{"n":1},{"n":2},{"n":3}],"z":"after"})");
+    std::vector<std::int64_t> seen;
+    text.insideEach("a", [&] {
+        std::int64_t number = 0;
+        text.load("n", number);
+        seen.push_back(number);
+        return number < 2;
+    });
+    EXPECT_EQ(seen, (std::vector<std::int64_t>{1, 2}));
+    std::string value;
+    text.load("z", value);
+    EXPECT_EQ(value, "after");
+    EXPECT_FALSE(ErrorText([&] { text.insideEach("z", [] { return true; }); }).empty());
+}
+
+TEST(RestText, Shape_IsTheQuotedNameWithItsColon) {
+    RestText text(R"({"StorageControllers":[],"Drives" :[]})");
+    EXPECT_TRUE(text.hasShape("StorageControllers"));
+    EXPECT_FALSE(text.hasShape("Controllers"));
+    EXPECT_FALSE(text.hasShape("Drives"));
+}
+
+TEST(Odataid, Below_HasExactlyOneSlashBetween) {
+    EXPECT_EQ(Odataid{"/redfish/v1/Systems/1"}.below("Storage/").id, "/redfish/v1/Systems/1/Storage/");
+    EXPECT_EQ(Odataid{"/redfish/v1/Systems/1/"}.below("Storage/").id, "/redfish/v1/Systems/1/Storage/");
+}
+
+TEST(PLocation, Text_IsTheLabelOrElseTypeAndOrdinal) {
+    PLocation location;
+    EXPECT_EQ(location.text(), "");
+    location.PartLocation.LocationOrdinalValue = 3;
+    EXPECT_EQ(location.text(), "");
+    location.PartLocation.LocationType = "Bay";
+    EXPECT_EQ(location.text(), "Bay 3");
+    location.PartLocation.ServiceLabel = "Slot=18:Port=2:Box=1:Bay=8";
+    EXPECT_EQ(location.text(), "Slot=18:Port=2:Box=1:Bay=8");
+}
