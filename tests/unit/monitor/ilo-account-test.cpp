@@ -5,10 +5,13 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <filesystem>
+#include <memory>
 #include <stdexcept>
 #include <vector>
 
-#include "monitor-rig.h"
+#include "fake-commands.h"
+#include "test-root.h"
 
 namespace {
 

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "fake-bridge.h"
+#include "fake-commands.h"
 #include "monitor-loop.h"
 #include "test-root.h"
 
@@ -22,25 +23,6 @@ class FakeClock : public tovaserverutil::Clock {
 public:
     TimePoint now{};
     TimePoint Now() const override { return now; }
-};
-
-// Answers every command with one result and records the commands.
-class FakeCommands : public tovaserverutil::CommandRunner {
-public:
-    tovaserverutil::CommandResult result{.started = true, .timedOut = false, .exitStatus = 1, .output = {}};
-    std::vector<std::string> commands;
-    std::chrono::milliseconds deadline{};
-
-    tovaserverutil::CommandResult Capture(const std::string& command,
-                                          std::chrono::milliseconds limit) override {
-        commands.push_back(command);
-        deadline = limit;
-        return result;
-    }
-    tovaserverutil::CommandResult Execute(const std::string& command,
-                                          std::chrono::milliseconds limit) override {
-        return Capture(command, limit);
-    }
 };
 
 class RecordingSink : public tova_service::SystemLogSink {

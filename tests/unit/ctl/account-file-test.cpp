@@ -1,0 +1,184 @@
+#include "account-file.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+
+#include "ctl-error.h"
+#include "fake-commands.h"
+#include "ilo-account.h"
+#include "test-root.h"
+
+namespace {
+
+constexpr const char* kUuid = "00112233445566778899aabbccddeeff";
+
+class AccountFileTest : public testing::Test {
+protected:
+    AccountFileTest() {
+        std::filesystem::create_directories(root / "etc");
+        commands.result.output = "UUID: 00112233-4455-6677-8899-aabbccddeeff\n";
+    }
+
+    void Write(const std::string& account, const std::string& password) {
+        WriteAccountFiles(root.path(), kUuid, account, password);
+    }
+    // As the service reads it; empty when it cannot.
+    std::string Record(int record) {
+        std::string text(kMaxAccountText, 'x');
+        const bool done = DecryptAccount(record, reinterpret_cast<unsigned char*>(text.data()), text.size(),
+                                         commands, root.path());
+        return done ? std::string(text.c_str()) : std::string();
+    }
+    std::size_t FilesInEtc() const {
+        const std::filesystem::directory_iterator files(root / "etc");
+        return static_cast<std::size_t>(std::distance(begin(files), end(files)));
+    }
+
+    TestRoot root;
+    FakeCommands commands;
+};
+
+TEST_F(AccountFileTest, WrittenFiles_AreReadBackByTheService) {
+    Write("Administrator", "p\xC3\xA4ss w\xE3\x82\xABrd");
+    EXPECT_EQ(Record(0), "Administrator");
+    EXPECT_EQ(Record(1), "p\xC3\xA4ss w\xE3\x82\xABrd");
+    EXPECT_EQ(FilesInEtc(), 2U) << "no temporary file stays behind";
+}
+
+TEST_F(AccountFileTest, EveryLengthPossible_ComesBackWhole) {
+    for (std::size_t length = 1; length <= 40; ++length) {
+        const std::string text(length, 'y');
+        Write(text, text);
+        EXPECT_EQ(Record(0).substr(0, length), text);
+        EXPECT_EQ(Record(1).substr(0, length), text);
+    }
+}
+
+TEST_F(AccountFileTest, WrittenFiles_AreForTheOwnerAlone) {
+    umask(0);
+    Write("user", "secret");
+    for (const char* file : {"etc/.TARNiLO0", "etc/.TARNiLO1"}) {
+        struct stat status {};
+        ASSERT_EQ(stat((root / file).c_str(), &status), 0);
+        EXPECT_EQ(status.st_mode & 07777, 0600U);
+        EXPECT_EQ(status.st_uid, geteuid());
+        if (geteuid() == 0) {
+            EXPECT_EQ(status.st_gid, 0U);
+        }
+    }
+    umask(022);
+}
+
+TEST_F(AccountFileTest, NoPlainTextStandsInTheFiles) {
+    Write("visiblename", "visiblesecret");
+    EXPECT_EQ(root.Read("etc/.TARNiLO0").find("visible"), std::string::npos);
+    EXPECT_EQ(root.Read("etc/.TARNiLO1").find("visible"), std::string::npos);
+}
+
+TEST_F(AccountFileTest, SecondRenameFails_PutsTheFirstFileBack) {
+    Write("old", "oldpassword");
+    std::filesystem::remove(root / "etc/.TARNiLO1");
+    std::filesystem::create_directories(root / "etc/.TARNiLO1/in-the-way");
+    EXPECT_THROW(Write("new", "newpassword"), CtlError);
+    EXPECT_EQ(Record(0), "old");
+    EXPECT_EQ(FilesInEtc(), 2U);
+}
+
+TEST_F(AccountFileTest, SecondRenameFailsWithoutAnOldFile_LeavesNeither) {
+    std::filesystem::create_directories(root / "etc/.TARNiLO1/in-the-way");
+    EXPECT_THROW(Write("new", "newpassword"), CtlError);
+    EXPECT_FALSE(std::filesystem::exists(root / "etc/.TARNiLO0"));
+    EXPECT_EQ(FilesInEtc(), 1U);
+}
+
+TEST_F(AccountFileTest, FirstRenameFails_LeavesTheSecondFileAlone) {
+    Write("old", "oldpassword");
+    std::filesystem::remove(root / "etc/.TARNiLO0");
+    std::filesystem::create_directories(root / "etc/.TARNiLO0/in-the-way");
+    EXPECT_THROW(Write("new", "newpassword"), CtlError);
+    EXPECT_EQ(Record(1), "oldpassword");
+    EXPECT_EQ(FilesInEtc(), 2U);
+}
+
+TEST_F(AccountFileTest, FolderMissing_FailsWithThePath) {
+    std::filesystem::remove_all(root / "etc");
+    try {
+        Write("user", "secret");
+        FAIL();
+    } catch (const CtlError& failure) {
+        EXPECT_NE(std::string(failure.what()).find("/etc/.TARNiLO0"), std::string::npos);
+        EXPECT_EQ(std::string(failure.what()).find("secret"), std::string::npos);
+    }
+}
+
+TEST_F(AccountFileTest, LinkInTheFilesPlace_IsReplacedAndNotFollowed) {
+    root.Write("etc/other", "untouched");
+    std::filesystem::create_symlink(root / "etc/other", root / "etc/.TARNiLO0");
+    Write("user", "secret");
+    EXPECT_EQ(root.Read("etc/other"), "untouched");
+    EXPECT_EQ(Record(0), "user");
+}
+
+TEST_F(AccountFileTest, UnusableUuid_Fails) {
+    EXPECT_THROW(WriteAccountFiles(root.path(), "none", "user", "secret"), CtlError);
+    EXPECT_EQ(FilesInEtc(), 0U);
+}
+
+TEST_F(AccountFileTest, Remove_TakesBothAndSaysWhetherThereWasOne) {
+    EXPECT_FALSE(RemoveAccountFiles(root.path()));
+    Write("user", "secret");
+    EXPECT_TRUE(RemoveAccountFiles(root.path()));
+    EXPECT_EQ(FilesInEtc(), 0U);
+    root.Write("etc/.TARNiLO1", "x");
+    EXPECT_TRUE(RemoveAccountFiles(root.path()));
+    EXPECT_EQ(FilesInEtc(), 0U);
+    std::filesystem::create_directories(root / "etc/.TARNiLO0/in-the-way");
+    EXPECT_THROW(RemoveAccountFiles(root.path()), CtlError);
+}
+
+TEST(AccountText, AcceptsOneToFortyBytesOfUtf8WithoutControlCharacters) {
+    for (const std::string& text :
+         {std::string("a"), std::string(40, 'x'), std::string("with blank"), std::string("\xC2\xA0"),
+          std::string("\xE3\x82\xAB"), std::string("\xF0\x9F\x94\x92"), std::string("\xF4\x8F\xBF\xBF")}) {
+        EXPECT_NO_THROW(CheckAccountText("account", text)) << text;
+    }
+}
+
+TEST(AccountText, RefusesEverythingElseWithoutShowingIt) {
+    for (const std::string& text : {std::string(),
+                                    std::string(41, 'x'),
+                                    std::string("a\nb"),
+                                    std::string("tab\t"),
+                                    std::string("a\0b", 3),
+                                    std::string("\x7F"),
+                                    std::string("\xC2\x85"),
+                                    std::string("\xC2\x9F"),
+                                    std::string("\xFF"),
+                                    std::string("\x80"),
+                                    std::string("\xC3"),
+                                    std::string("\xC3("),
+                                    std::string("\xC0\x80"),
+                                    std::string("\xC1\xBF"),
+                                    std::string("\xE0\x80\xAF"),
+                                    std::string("\xED\xA0\x80"),
+                                    std::string("\xF0\x80\x80\x80"),
+                                    std::string("\xF4\x90\x80\x80"),
+                                    std::string("\xF8\x88\x80\x80\x80"),
+                                    std::string("\xE3\x82")}) {
+        try {
+            CheckAccountText("password", text);
+            ADD_FAILURE() << "accepted: " << text;
+        } catch (const UsageError& failure) {
+            const std::string sentence = failure.what();
+            EXPECT_EQ(sentence.rfind("The password ", 0), 0U);
+            EXPECT_EQ(sentence.find('\n'), std::string::npos);
+            if (text.size() > 2) {
+                EXPECT_EQ(sentence.find(text), std::string::npos);
+            }
+        }
+    }
+}
+
+}  // namespace

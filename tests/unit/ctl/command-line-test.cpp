@@ -1,0 +1,97 @@
+// The built program, called in ways that touch no file of this machine.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <string>
+
+#include "shell.h"
+#include "test-root.h"
+
+using testing::HasSubstr;
+using testing::Not;
+
+namespace {
+
+struct Outcome {
+    int status;
+    std::string out;
+    std::string err;
+};
+
+Outcome RunTool(const std::string& arguments) {
+    const TestRoot root;
+    tovaserverutil::ShellRunner shell;
+    const auto result =
+        shell.Capture("'" BAYWARD_BIN_DIR "/baywardctl' " + arguments + " 2>'" + (root / "err") + "'",
+                      tovaserverutil::kListingDeadline);
+    EXPECT_TRUE(result.started);
+    return {result.exitStatus, result.output, root.Read("err")};
+}
+
+TEST(CommandLine, Version_IsNameAndNumber) {
+    const Outcome outcome = RunTool("--version");
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_THAT(outcome.out, testing::MatchesRegex("baywardctl [0-9]+\\.[0-9]+\\.[0-9]+\n"));
+    EXPECT_EQ(outcome.err, "");
+}
+
+TEST(CommandLine, HelpAtEachLevel_HasExamplesAndIsAResult) {
+    for (const char* level : {"", "account ", "account set ", "account check ", "account remove "}) {
+        const Outcome outcome = RunTool(std::string(level) + "--help");
+        EXPECT_EQ(outcome.status, 0) << level;
+        EXPECT_THAT(outcome.out, HasSubstr("Example")) << level;
+        EXPECT_THAT(outcome.out, HasSubstr("baywardctl account")) << level;
+        EXPECT_EQ(outcome.err, "") << level;
+    }
+}
+
+TEST(CommandLine, WrongUsage_IsOneSentenceOnStandardErrorAndStatusTwo) {
+    for (const char* arguments :
+         {"", "account", "unknown", "account unknown", "account set a hunter2",
+          "account set --password=hunter2", "account est a hunter2", "account check extra",
+          "account check --unknown", "account remove extra", "--login"}) {
+        const Outcome outcome = RunTool(arguments);
+        EXPECT_EQ(outcome.status, 2) << arguments;
+        EXPECT_EQ(outcome.out, "") << arguments;
+        EXPECT_EQ(outcome.err.rfind("baywardctl: ", 0), 0U) << arguments;
+        EXPECT_THAT(outcome.err, HasSubstr("--help")) << arguments;
+        EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1) << arguments;
+        EXPECT_THAT(outcome.err, Not(HasSubstr("hunter2"))) << arguments;
+    }
+}
+
+TEST(CommandLine, AccountThatCannotBe_IsWrongUsage) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root gets that far";
+    }
+    const Outcome outcome = RunTool("account set " + std::string(41, 'x') + " </dev/null");
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_THAT(outcome.err, HasSubstr("The account has 41 bytes"));
+}
+
+TEST(CommandLine, AnyoneButRoot_FailsWithStatusOne) {
+    const bool isRoot = geteuid() == 0;
+    if (isRoot && access("/usr/bin/setpriv", X_OK) != 0) {
+        GTEST_SKIP() << "no setpriv to give root up with";
+    }
+    // Another user may not be able to look into the build folder: a copy is run.
+    const TestRoot folder;
+    tovaserverutil::ShellRunner shell;
+    const std::string copy = folder / "baywardctl";
+    ASSERT_TRUE(shell
+                    .Execute("cp '" BAYWARD_BIN_DIR "/baywardctl' '" + copy + "' && chmod 755 '" +
+                                 folder.path() + "' '" + copy + "'",
+                             tovaserverutil::kListingDeadline)
+                    .Succeeded());
+    const std::string prefix = isRoot ? "setpriv --reuid=65534 --regid=65534 --clear-groups " : "";
+    for (const char* command : {"set someone", "check", "remove"}) {
+        const auto result = shell.Capture(prefix + "'" + copy + "' account " + command + " 2>&1 </dev/null",
+                                          tovaserverutil::kListingDeadline);
+        EXPECT_EQ(result.exitStatus, 1) << command;
+        EXPECT_THAT(result.output, HasSubstr("needs root")) << command;
+    }
+}
+
+}  // namespace

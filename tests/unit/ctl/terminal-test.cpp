@@ -1,0 +1,159 @@
+#include "terminal.h"
+
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <pty.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <functional>
+#include <string>
+
+namespace {
+
+// A child on a terminal of its own; the test is the person in front of it. The child's exit status is what
+// `body` returns.
+class Person {
+public:
+    explicit Person(const std::function<int()>& body) {
+        m_child = forkpty(&m_screen, nullptr, nullptr, nullptr);
+        if (m_child == 0) {
+            _exit(body());
+        }
+    }
+    ~Person() {
+        if (m_child > 0) {
+            kill(m_child, SIGKILL);
+            waitpid(m_child, nullptr, 0);
+        }
+        close(m_screen);
+    }
+    Person(const Person&) = delete;
+    Person& operator=(const Person&) = delete;
+
+    void Type(const std::string& text) const {
+        ASSERT_EQ(write(m_screen, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    }
+    // Reads the screen until the text shows up.
+    bool Sees(const std::string& text) {
+        while (m_seen.find(text) == std::string::npos) {
+            pollfd screen{m_screen, POLLIN, 0};
+            char buffer[256];
+            if (poll(&screen, 1, 10000) <= 0) {
+                return false;
+            }
+            const ssize_t got = read(m_screen, buffer, sizeof buffer);
+            if (got <= 0) {
+                return false;
+            }
+            m_seen.append(buffer, static_cast<std::size_t>(got));
+        }
+        return true;
+    }
+    const std::string& seen() const { return m_seen; }
+    bool Echoes() const {
+        termios settings{};
+        tcgetattr(m_screen, &settings);
+        return (settings.c_lflag & ECHO) != 0;
+    }
+    int Wait() {
+        int status = 0;
+        waitpid(m_child, &status, 0);
+        m_child = -1;
+        return status;
+    }
+
+private:
+    int m_screen = -1;
+    pid_t m_child = -1;
+    std::string m_seen;
+};
+
+TEST(RealTerminal, HiddenLine_IsReadAndNotShown) {
+    Person person([] {
+        RealTerminal terminal;
+        const auto line = terminal.ReadHidden("Password: ");
+        return line == "se cret" ? 7 : 8;
+    });
+    ASSERT_TRUE(person.Sees("Password: "));
+    EXPECT_FALSE(person.Echoes());
+    person.Type("se cret\n");
+    ASSERT_TRUE(person.Sees("\n"));
+    EXPECT_EQ(person.seen().find("cret"), std::string::npos);
+    EXPECT_EQ(WEXITSTATUS(person.Wait()), 7);
+    EXPECT_TRUE(person.Echoes());
+}
+
+TEST(RealTerminal, VisibleLine_IsReadWithEcho) {
+    Person person([] {
+        RealTerminal terminal;
+        return terminal.IsInteractive() && terminal.ReadLine("Account: ") == "name" ? 7 : 8;
+    });
+    ASSERT_TRUE(person.Sees("Account: "));
+    EXPECT_TRUE(person.Echoes());
+    person.Type("name\n");
+    EXPECT_TRUE(person.Sees("name"));
+    EXPECT_EQ(WEXITSTATUS(person.Wait()), 7);
+}
+
+TEST(RealTerminal, CtrlCAtTheHiddenPrompt_BringsTheEchoBackAndEndsTheProcess) {
+    Person person([] {
+        signal(SIGINT, SIG_DFL);
+        RealTerminal terminal;
+        terminal.ReadHidden("Password: ");
+        return 7;
+    });
+    ASSERT_TRUE(person.Sees("Password: "));
+    ASSERT_FALSE(person.Echoes());
+    person.Type("half\x03");
+    const int status = person.Wait();
+    EXPECT_TRUE(WIFSIGNALED(status));
+    EXPECT_EQ(WTERMSIG(status), SIGINT);
+    EXPECT_TRUE(person.Echoes());
+}
+
+TEST(RealTerminal, CtrlDAtTheHiddenPrompt_GivesNothing) {
+    Person person([] {
+        RealTerminal terminal;
+        return terminal.ReadHidden("Password: ") ? 8 : 7;
+    });
+    ASSERT_TRUE(person.Sees("Password: "));
+    person.Type("\x04");
+    EXPECT_EQ(WEXITSTATUS(person.Wait()), 7);
+    EXPECT_TRUE(person.Echoes());
+}
+
+// Standard input that is no terminal.
+std::optional<std::string> ReadFromPipe(const std::string& content, std::string* rest = nullptr) {
+    int ends[2];
+    EXPECT_EQ(pipe(ends), 0);
+    EXPECT_EQ(write(ends[1], content.data(), content.size()), static_cast<ssize_t>(content.size()));
+    close(ends[1]);
+    RealTerminal terminal(ends[0]);
+    EXPECT_FALSE(terminal.IsInteractive());
+    const auto line = terminal.ReadHidden("not shown");
+    if (rest != nullptr) {
+        char buffer[64];
+        const ssize_t got = read(ends[0], buffer, sizeof buffer);
+        rest->assign(buffer, static_cast<std::size_t>(got));
+    }
+    close(ends[0]);
+    return line;
+}
+
+TEST(RealTerminal, Pipe_GivesItsFirstLineWithoutTheLineFeed) {
+    std::string rest;
+    EXPECT_EQ(ReadFromPipe("first\nsecond\n", &rest), "first");
+    EXPECT_EQ(rest, "second\n") << "the next reader finds the rest";
+    EXPECT_EQ(ReadFromPipe("without line feed"), "without line feed");
+    EXPECT_EQ(ReadFromPipe("\n"), "");
+    EXPECT_EQ(ReadFromPipe(""), std::nullopt);
+}
+
+TEST(RealTerminal, EndlessLine_IsCut) {
+    EXPECT_EQ(ReadFromPipe(std::string(9000, 'x') + "\n")->size(), 4096U);
+}
+
+}  // namespace
