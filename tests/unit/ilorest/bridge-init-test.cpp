@@ -238,3 +238,15 @@ TEST_F(BridgeInit, NoInitAndAFailingClose_PassesTheCloseFailureOnAndTearsDown) {
     EXPECT_EQ(m_module.Calls().size(), 2U);
     EXPECT_FALSE(m_bridge.isPyInitialized());
 }
+
+// The module that is shipped, against a port where nobody listens.
+TEST(BridgeRealModule, NobodyListening_IsAnotherError) {
+    iLoRestHelper bridge(BAYWARD_SOURCE_DIR "/ilorest/module");
+    const Thrown init = TextThrownBy([&] { bridge.init("https://127.0.0.1:1", "admin", "secret", 1, 1); });
+    ExpectFailure(init, "iLoRestReader initialize failed. result=" + std::string(kOtherResult) +
+                            "(fnc=init para1=https://127.0.0.1:1 para2=admin para3=***)");
+    ExpectFailure(
+        TextThrownBy([&] { bridge.getValue("/redfish/v1/"); }),
+        "iLoRestReader get failed.result=" + std::string(kOtherResult) + "(fnc=getValue para1=/redfish/v1/)");
+    EXPECT_EQ(TextThrownBy([&] { bridge.close(); }).kind, Thrown::kNothing);
+}

@@ -151,6 +151,19 @@ TEST(PythonRuntime, Use_ChangesNeitherSignalsNorLocale) {
     }
 }
 
+TEST(PythonRuntime, EncodingOfFilesAndNames_IsUtf8InTheCLocale) {
+    FakeModule module;
+    module.Does(
+        "get",
+        "import sys\nwith open(__file__) as f: return f'{f.encoding} {sys.getfilesystemencoding()}'.lower()");
+    module.Install();
+    Environment environment;
+    environment.Set("LC_ALL", "C");
+    iLoRestHelper bridge(module.folder());
+    Init(bridge);
+    EXPECT_EQ(bridge.getValue("/"), "utf-8 utf-8");
+}
+
 TEST(PythonRuntime, FolderBeyondAscii_IsFound) {
     FakeModule module;
     const std::string folder = module.folder() + "/\xe6\x97\xa5";
