@@ -121,7 +121,7 @@ struct SessionOperation {
     const char* function;
     bool takesBytes;
 
-    friend void PrintTo(const SessionOperation& operation, std::ostream* out) { *out << operation.function; }
+    friend void PrintTo(const SessionOperation& row, std::ostream* out) { *out << row.function; }
 };
 
 class BridgeSession : public BridgeTest, public ::testing::WithParamInterface<SessionOperation> {
