@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <signal.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 
 #include <algorithm>
@@ -355,8 +356,11 @@ TEST_F(SignalRoutine, ForegroundRun_StopsOnSigintOnly) {
 }
 
 TEST_F(SignalRoutine, WaitFails_WritesItsLineAndReturnsOne) {
-    EXPECT_EQ(SigHandleRoutine(nullptr), 1u);
-    EXPECT_EQ(SigIntRoutine(nullptr), 1u);
+    void* const unreadable = mmap(nullptr, 4096, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(unreadable, MAP_FAILED);
+    EXPECT_EQ(SigHandleRoutine(unreadable), 1u);
+    EXPECT_EQ(SigIntRoutine(unreadable), 1u);
+    munmap(unreadable, 4096);
     const auto line = MatchesRegex("<VK0902> \\[ER\\] signal-thread [0-9]+");
     EXPECT_THAT(Written(), ElementsAre(line, line));
 }

@@ -179,7 +179,7 @@ TEST(ServiceParameter, NegativeMaxLogSize_NeverRotates) {
     const ServiceRoot root;
     root.Configure("[log file]\nmax log size=-1\n");
     std::filesystem::remove_all(root / "var/log/bayward");
-    root.Write("var/log/bayward/bayward.log", std::string(6 * 1024 * 1024, '\n'));
+    root.Write("var/log/bayward/bayward.log", std::string(6 * 1024 * 1024, 'x') + "\n");
     const auto parameter = root.Initialized();
     EXPECT_FALSE(std::filesystem::exists(root / "var/log/bayward/bayward.log.bak"));
     EXPECT_EQ(root.LogLines().back(), "<VK0900> [TR] Initialize succeeded.");
