@@ -3,7 +3,6 @@
 
 #include <new>
 
-#include "monitor-log.h"
 #include "monitor-rig.h"
 
 using testing::ElementsAre;
@@ -375,74 +374,6 @@ TEST(Cycle, EscapingFailureInStartUp_IsTracedTwiceToo) {
     rig.RunMonitorUntilStop(9);
     EXPECT_THAT(rig.Trace(), ElementsAre("<VK0902> [ER] service 1450 (Err: early)",
                                          "<VK0902> [ER] service 1454 (Err: early)"));
-}
-
-// ---- Parts of the cycle ----
-
-TEST(AccountCheck, TakesOverWhatIsStored) {
-    struct Case {
-        std::pair<std::string, std::string> current;
-        std::optional<std::pair<std::string, std::string>> stored;
-        AccountChange change;
-    };
-    const std::string longest(40, 'x');
-    const Case cases[] = {
-        {{"a", "b"}, {{"a", "b"}}, kAccountUnchanged},
-        {{"a", "b"}, {{"a", "c"}}, kAccountChanged},
-        {{"a", "b"}, {{"c", "b"}}, kAccountChanged},
-        {{"", ""}, {{"a", "b"}}, kAccountChanged},
-        {{"a", "b"}, std::nullopt, kAccountLost},
-        {{"a", ""}, std::nullopt, kAccountLost},
-        {{"", "b"}, std::nullopt, kAccountLost},
-        {{"", ""}, std::nullopt, kAccountUnchanged},
-        {{"", ""}, {{longest, longest}}, kAccountChanged},
-        {{longest, longest}, {{longest, longest}}, kAccountUnchanged},
-    };
-    for (const Case& given : cases) {
-        MonitorRig rig;
-        rig.parameter->SetCredentials(given.current.first, given.current.second);
-        rig.stored = given.stored;
-        EXPECT_EQ(iLOAccountCheck(*rig.parameter, rig.Accounts()), given.change);
-        const auto expected = given.stored.value_or(std::pair<std::string, std::string>());
-        EXPECT_EQ(rig.parameter->account(), expected.first);
-        EXPECT_EQ(rig.parameter->password(), expected.second);
-    }
-}
-
-TEST(AccountCheck, SourceThatThrowsOrKnowsOnlyTheName_CountsAsUnreadable) {
-    MonitorRig rig;
-    rig.parameter->SetCredentials("a", "b");
-    EXPECT_EQ(iLOAccountCheck(
-                  *rig.parameter,
-                  [](int, unsigned char*, std::size_t) -> bool { throw std::invalid_argument("no UUID"); }),
-              kAccountLost);
-    rig.parameter->SetCredentials("a", "b");
-    EXPECT_EQ(
-        iLOAccountCheck(*rig.parameter, [](int record, unsigned char*, std::size_t) { return record == 0; }),
-        kAccountLost);
-}
-
-TEST(OneHour, IsSixtyWholeMinutes) {
-    using std::chrono::milliseconds;
-    using std::chrono::minutes;
-    FakeClock clock;
-    const auto since = clock.now;
-    clock.now = since + minutes(60) - milliseconds(1);
-    EXPECT_FALSE(isOneHourPassed(since, clock));
-    clock.now = since + minutes(60);
-    EXPECT_TRUE(isOneHourPassed(since, clock));
-}
-
-TEST(MonitorLogRoutine, StopAlreadySet_EndsWithTheOneLine) {
-    MonitorRig rig;
-    Parameter = rig.parameter.get();
-    LocalSystemInfo = rig.system.get();
-    tovaserverutil::Event stop;
-    stop.Set();
-    EXPECT_EQ(MonitorLogRoutine(&stop), 0U);
-    EXPECT_THAT(rig.Trace(), ElementsAre(kBreak));
-    Parameter = nullptr;
-    LocalSystemInfo = nullptr;
 }
 
 }  // namespace

@@ -3,60 +3,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <stdexcept>
+#include "snapshots.h"
 
 using testing::ElementsAre;
 using testing::IsEmpty;
 
 namespace {
-
-constexpr const char* kSystem = "/redfish/v1/Systems/1/";
-constexpr const char* kController = "/redfish/v1/Systems/1/Storage/C1/";
-constexpr const char* kOtherController = "/redfish/v1/Systems/1/Storage/C2/";
-constexpr const char* kDrive = "/redfish/v1/Systems/1/Drives/0/";
-constexpr const char* kOtherDrive = "/redfish/v1/Systems/1/Drives/1/";
-constexpr const char* kVolume = "/redfish/v1/Systems/1/Volumes/0/";
-constexpr const char* kOtherVolume = "/redfish/v1/Systems/1/Volumes/1/";
-
-enum class Family { kPlain, kMirror };
-
-// A snapshot of one system with controllers of one family.
-struct Snapshot {
-    ServiceRoot root;
-    Family family;
-
-    Snapshot(Family ofFamily, const std::string& model, const std::string& location = "Slot 1")
-        : family(ofFamily) {
-        Controllers()[kController].model = model;
-        At(kController).location = location;
-    }
-    std::map<std::string, ArrayController>& Controllers() {
-        ComputerSystem& system = root.systems[kSystem];
-        return family == Family::kPlain ? system.smartStorage.controllers : system.mirror.controllers;
-    }
-    ArrayController& At(const std::string& key) { return Controllers().at(key); }
-    DiskDrive& Drive(const std::string& key = kDrive) { return At(kController).diskDrives[key]; }
-    LogicalDrive& Volume(const std::string& key = kVolume) { return At(kController).logicalDrives[key]; }
-};
-
-std::vector<std::uint32_t> Ids(const EventList& events) {
-    std::vector<std::uint32_t> ids;
-    for (const auto& event : events) {
-        ids.push_back(event.Id());
-    }
-    return ids;
-}
-
-// What a comparison of the two snapshots raises.
-EventList Compare(const ServiceRoot& previous, const ServiceRoot& current) {
-    EventList events;
-    const StateRules rules([](const std::string& text) { ADD_FAILURE() << "unexpected line: " << text; });
-    rules.checkAll(previous, current, events);
-    return events;
-}
-EventList Compare(const Snapshot& previous, const Snapshot& current) {
-    return Compare(previous.root, current.root);
-}
 
 // A drive state that a family's rules look for, per controller model.
 struct DriveCase {
@@ -124,12 +76,6 @@ void EveryMirrorThing(DiskDrive& drive) {
     drive.failurePredicted = true;
     WornMirrorSsd(drive);
 }
-
-constexpr const char* kSmart = "HPE Smart Array P408i-a";
-constexpr const char* kSata = "Intel Embedded SATA Controller #1";
-constexpr const char* kBoot = "HPE NS204i-p Gen10+";
-constexpr const char* kMegaRaid = "HPE MR416i-p Gen10+";
-constexpr const char* kOtherMirror = "HPE SR932i-p Gen10+";
 
 const DriveCase kDriveCases[] = {
     {"PlainFailed", Family::kPlain, kSmart, Failed, {0xC0008151}},
@@ -316,19 +262,6 @@ TEST(StateRules, MediaTypeOtherThanExactlySsd_RaisesNoWear) {
 
 // ---- Message parameters ----
 
-DiskDrive SampleDrive() {
-    DiskDrive drive;
-    drive.model = "VK000960GWTTB";
-    drive.serialNumber = "S1";
-    drive.firmwareRevision = "HPG1";
-    drive.location = "1I:1:1";
-    drive.capacityMiB = 953;
-    drive.capacityGB = 12000;
-    drive.statusReasons = {"Failed"};
-    drive.health = "Critical";
-    return drive;
-}
-
 TEST(StateRules, PlainDriveEvent_CarriesControllerLocationAndDriveText) {
     Snapshot current(Family::kPlain, kSmart, "Slot 0");
     current.Drive() = SampleDrive();
@@ -373,229 +306,6 @@ TEST(StateRules, LogicalDriveEvents_CarryControllerAndSignedNumber) {
         ASSERT_EQ(events.size(), 1U);
         EXPECT_THAT(events[0].Parameters(), ElementsAre(current.At(kController).model + " [Slot 1]", "-1"));
     }
-}
-
-// ---- Walks ----
-
-TEST(StateRules, Walks_GoInOrderAndEachItemInKeyOrder) {
-    Snapshot plain(Family::kPlain, kSmart);
-    plain.Drive(kOtherDrive).statusReasons = {"Unrecoverable"};
-    plain.Drive(kDrive).statusReasons = {"Failed"};
-    plain.Volume().health = "Critical";
-    Snapshot mirror(Family::kMirror, kBoot);
-    mirror.Drive().failurePredicted = true;
-    mirror.Volume().health = "Critical";
-    plain.root.systems[kSystem].mirror = mirror.root.systems[kSystem].mirror;
-
-    EXPECT_THAT(Ids(Compare(ServiceRoot{}, plain.root)),
-                ElementsAre(0x80008152, 0xC00081B7, 0xC0008151, 0xC0008153, 0xC00081B7));
-}
-
-TEST(StateRules, SameDriveOnAnotherController_IsNew) {
-    Snapshot previous(Family::kPlain, kSmart);
-    Failed(previous.Drive());
-    Snapshot current(Family::kPlain, kSmart);
-    current.Controllers()[kOtherController] = previous.At(kController);
-
-    EXPECT_THAT(Ids(Compare(previous, current)), ElementsAre(0xC0008151));
-}
-
-struct SlotCase {
-    const char* name;
-    const char* location;
-    const char* currentKey;
-    const char* previousKey;
-    bool known;
-};
-
-class SlotKeys : public testing::TestWithParam<SlotCase> {};
-
-// A key with the word "Slot" on a controller in a slot is looked up without its first five characters.
-TEST_P(SlotKeys, LookUpInPreviousSnapshot_UsesTheCutKey) {
-    Snapshot current(Family::kMirror, kBoot, GetParam().location);
-    current.Drive().failurePredicted = true;
-    current.Volume().health = "Critical";
-    Snapshot previous = current;
-    auto rename = [](Snapshot& snapshot, const char* key) {
-        auto node = snapshot.Controllers().extract(kController);
-        node.key() = key;
-        snapshot.Controllers().insert(std::move(node));
-    };
-    rename(current, GetParam().currentKey);
-    rename(previous, GetParam().previousKey);
-
-    EXPECT_EQ(Compare(previous, current).empty(), GetParam().known);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Cut, SlotKeys,
-    testing::Values(SlotCase{"SlotInBoth", "Slot 3", "Slot /C1", "/C1", true},
-                    SlotCase{"UncutKeyIsUnknown", "Slot 3", "Slot /C1", "Slot /C1", false},
-                    SlotCase{"OnlyTheWord", "Slot 3", "Slot", "", true},
-                    SlotCase{"WordFurtherBack", "Slot 3", "/C1/Slot", "lot", true},
-                    SlotCase{"LocationWithoutSlot", "Bay 3", "Slot /C1", "Slot /C1", true},
-                    SlotCase{"KeyWithoutSlot", "Slot 3", "/C1", "/C1", true}),
-    [](const auto& given) { return given.param.name; });
-
-// ---- Vanished items ----
-
-// An "HPE MR" controller with two drives, both members of one volume.
-Snapshot MegaRaid() {
-    Snapshot snapshot(Family::kMirror, kMegaRaid);
-    for (const char* key : {kDrive, kOtherDrive}) {
-        DiskDrive& drive = snapshot.Drive(key);
-        drive = SampleDrive();
-        drive.location = key == kDrive ? "Bay 1" : "Bay 2";
-        drive.statusReasons = {"None"};
-        drive.health = "OK";
-        drive.volumes = {Odataid{kVolume}};
-    }
-    snapshot.Volume().number = 7;
-    snapshot.Volume().dataDrives = {Odataid{kDrive}, Odataid{kOtherDrive}};
-    return snapshot;
-}
-
-TEST(StateRules, DriveVanishesWhileItsVolumeRemains_RaisesFailedOnceWithPreviousTexts) {
-    const Snapshot previous = MegaRaid();
-    Snapshot current = MegaRaid();
-    current.At(kController).diskDrives.erase(kDrive);
-
-    const EventList events = Compare(previous, current);
-    ASSERT_THAT(Ids(events), ElementsAre(0xC0008151));
-    EXPECT_THAT(events[0].Parameters(),
-                ElementsAre("HPE MR416i-p Gen10+ [Slot 1]", "Bay 1",
-                            "Model: VK000960GWTTB Size: 12 TB Serial Number: S1 Firmware Revision: HPG1"));
-    EXPECT_THAT(Compare(current, current), IsEmpty());
-}
-
-TEST(StateRules, DriveVanishesTogetherWithItsVolume_IsStillKnownFromThePreviousSnapshot) {
-    const Snapshot previous = MegaRaid();
-    Snapshot current = MegaRaid();
-    current.At(kController).diskDrives.erase(kDrive);
-    current.At(kController).logicalDrives.clear();
-
-    EXPECT_THAT(Ids(Compare(previous, current)), ElementsAre(0xC0008151))
-        << "the other member is still there";
-}
-
-TEST(StateRules, DriveOfSeveralVolumesVanishes_RaisesOneEvent) {
-    Snapshot previous = MegaRaid();
-    previous.Volume(kOtherVolume).dataDrives = {Odataid{kOtherDrive}};
-    previous.Drive().volumes = {Odataid{"/unknown/"}, Odataid{kOtherVolume}, Odataid{kVolume}};
-    Snapshot current = previous;
-    current.At(kController).diskDrives.erase(kDrive);
-
-    EXPECT_THAT(Ids(Compare(previous, current)), ElementsAre(0xC0008151));
-}
-
-TEST(StateRules, UnassignedDriveVanishes_RaisesNothing) {
-    Snapshot previous = MegaRaid();
-    previous.Drive().volumes.clear();
-    Snapshot current = previous;
-    current.At(kController).diskDrives.erase(kDrive);
-    EXPECT_THAT(Compare(previous, current), IsEmpty());
-
-    previous.Drive().volumes = {Odataid{"/unknown/"}};
-    EXPECT_THAT(Compare(previous, current), IsEmpty());
-}
-
-TEST(StateRules, VolumeVanishesWithAllItsDrives_RaisesOffline) {
-    const Snapshot previous = MegaRaid();
-    Snapshot current(Family::kMirror, kMegaRaid);
-
-    const EventList events = Compare(previous, current);
-    ASSERT_THAT(Ids(events), ElementsAre(0xC0008151, 0xC0008151, 0xC00081B7));
-    EXPECT_THAT(events[2].Parameters(), ElementsAre("HPE MR416i-p Gen10+ [Slot 1]", "7"));
-}
-
-TEST(StateRules, VolumeDeletedWhileADriveRemains_RaisesNothing) {
-    const Snapshot previous = MegaRaid();
-    Snapshot current = MegaRaid();
-    current.At(kController).logicalDrives.clear();
-    EXPECT_THAT(Compare(previous, current), IsEmpty());
-}
-
-TEST(StateRules, SpareOfAVanishedVolumeRemains_DoesNotCountAsMember) {
-    Snapshot previous = MegaRaid();
-    previous.Volume().dataDrives = {Odataid{kDrive}};
-    previous.Volume().spareDrives = {Odataid{kOtherDrive}};
-    previous.Drive(kOtherDrive).volumes.clear();
-    Snapshot current = previous;
-    current.At(kController).diskDrives.erase(kDrive);
-    current.At(kController).logicalDrives.clear();
-
-    EXPECT_THAT(Ids(Compare(previous, current)), ElementsAre(0xC0008151, 0xC00081B7));
-}
-
-TEST(StateRules, OnlyMegaRaidControllerVanishes_RaisesNothing) {
-    const Snapshot previous = MegaRaid();
-    Snapshot current = MegaRaid();
-    current.Controllers().clear();
-    EXPECT_THAT(Compare(previous, current), IsEmpty());
-}
-
-TEST(StateRules, MegaRaidControllerVanishesBesideAnother_RaisesItsItems) {
-    const Snapshot previous = MegaRaid();
-    Snapshot current(Family::kMirror, kMegaRaid);
-    current.Controllers()[kOtherController].model = kMegaRaid;
-    current.Controllers().erase(kController);
-
-    EXPECT_THAT(Ids(Compare(previous, current)), ElementsAre(0xC0008151, 0xC0008151, 0xC00081B7));
-}
-
-TEST(StateRules, ItemsOfOtherControllersVanish_RaiseNothing) {
-    for (const char* model : {kBoot, kSata, kOtherMirror}) {
-        Snapshot previous = MegaRaid();
-        previous.At(kController).model = model;
-        Snapshot current(Family::kMirror, model);
-        current.Controllers()[kOtherController].model = kMegaRaid;
-        EXPECT_THAT(Compare(previous, current), IsEmpty()) << model;
-    }
-}
-
-TEST(StateRules, TwoSystemsWithMegaRaid_EachRaisesItsOwnOnly) {
-    Snapshot previous = MegaRaid();
-    Snapshot current(Family::kMirror, kMegaRaid);
-    const char* const kSecond = "/redfish/v1/Systems/2/";
-    previous.root.systems[kSecond] = previous.root.systems[kSystem];
-    current.root.systems[kSecond] = previous.root.systems[kSystem];
-
-    EXPECT_EQ(Compare(previous, current).size(), 3U);
-}
-
-TEST(StateRules, SystemWithoutMegaRaidNow_IsNotSearchedForVanishedItems) {
-    Snapshot previous = MegaRaid();
-    Snapshot current = MegaRaid();
-    const char* const kSecond = "/redfish/v1/Systems/2/";
-    previous.root.systems[kSecond] = previous.root.systems[kSystem];
-    current.root.systems[kSecond] = {};
-    EXPECT_THAT(Compare(previous, current), IsEmpty());
-}
-
-TEST(StateRules, EmptyWalks_AddNothing) {
-    Snapshot current(Family::kPlain, kSmart);
-    Everything(current.Drive());
-    EventList events;
-    const StateRules rules([](const std::string&) { FAIL(); });
-    rules.checkMediumError(ServiceRoot{}, current.root, events);
-    rules.checkRebuildFaild(ServiceRoot{}, current.root, events);
-    EXPECT_THAT(events, IsEmpty());
-}
-
-TEST(StateRules, WalkThatThrows_IsWrittenAndKeepsItsEvents) {
-    std::vector<std::string> lines;
-    const StateRules rules([&](const std::string& text) { lines.push_back(text); });
-    EventList events;
-    rules.guard([&] {
-        events.emplace_back(tovaevent::kDriveFailed);
-        throw "the text";
-    });
-    rules.guard([] { throw std::runtime_error("not shown"); });
-    rules.guard([] { throw std::string("not shown either"); });
-    rules.guard([] { throw 5; });
-
-    EXPECT_THAT(lines, ElementsAre("the text", "Fatal error.", "Fatal error.", "Fatal error."));
-    EXPECT_THAT(Ids(events), ElementsAre(tovaevent::kDriveFailed));
 }
 
 }  // namespace
