@@ -1,0 +1,84 @@
+"""Fixtures: controllers and services that end with their test, or with their file."""
+
+from __future__ import annotations
+
+import os
+from contextlib import ExitStack
+from typing import Any, Callable, Iterator
+
+import pytest
+
+pytest.register_assert_rewrite("watched")
+
+from watched import ControllerProcess, Watched, bin_dir  # noqa: E402
+
+import simhost  # noqa: E402
+
+
+@pytest.fixture(scope="session", autouse=True)
+def everything_is_there() -> None:
+    """In CI nothing may be missing; elsewhere a machine that forbids namespaces skips, and says so."""
+    reason = simhost.missing()
+    if reason is not None:
+        if os.environ.get("CI") == "true":
+            pytest.fail(reason)
+        pytest.skip(reason)
+    for name in ("bayward", "baywardctl", "bayward.msg", "baywardilorest.py"):
+        assert (bin_dir() / name).exists(), f"{bin_dir() / name} does not exist; ./run build makes it"
+
+
+def _starter(stack: ExitStack) -> Callable[..., ControllerProcess]:
+    def start(*options: object, **more: Any) -> ControllerProcess:
+        sim = stack.enter_context(ControllerProcess(*[str(option) for option in options], **more))
+        # Whatever happens to it, the controller has nothing to complain about.
+        stack.callback(lambda: _assert_content(sim))
+        return sim
+    return start
+
+
+def _assert_content(sim: ControllerProcess) -> None:
+    assert sim.complaints() == ""
+
+
+def _watcher(stack: ExitStack) -> Callable[..., Watched]:
+    def watch(sim: Any, **options: Any) -> Watched:
+        watched = Watched(sim, **options)
+        stack.callback(watched.close)
+        return watched
+    return watch
+
+
+@pytest.fixture
+def stack() -> Iterator[ExitStack]:
+    with ExitStack() as found:
+        yield found
+
+
+@pytest.fixture(scope="module")
+def file_stack() -> Iterator[ExitStack]:
+    with ExitStack() as found:
+        yield found
+
+
+@pytest.fixture
+def start_sim(stack: ExitStack) -> Callable[..., ControllerProcess]:
+    """Starts a controller with the options given."""
+    return _starter(stack)
+
+
+@pytest.fixture
+def watch(stack: ExitStack) -> Callable[..., Watched]:
+    """Makes a host for the service; the test starts it. See Watched for the options."""
+    return _watcher(stack)
+
+
+@pytest.fixture(scope="module")
+def start_file_sim(file_stack: ExitStack) -> Callable[..., ControllerProcess]:
+    """As start_sim, for all tests of a file."""
+    return _starter(file_stack)
+
+
+@pytest.fixture(scope="module")
+def watch_file(file_stack: ExitStack) -> Callable[..., Watched]:
+    """As watch, for all tests of a file."""
+    return _watcher(file_stack)

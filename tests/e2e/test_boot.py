@@ -1,0 +1,98 @@
+"""A server that boots: resources that are not there yet, and generations that lack whole families."""
+
+from typing import Callable
+
+import pytest
+from watched import Watched, mega_disk, smart_disk, without
+
+MONITORED = "<VK0900> [TR] Start to monitor."
+
+
+def from_ready(watched: Watched) -> "list[str]":
+    trace = without(watched.own_trace(), "Start cyclic")
+    return trace[trace.index("<VK0900> [TR] Ready to wait stop event.") + 1:]
+
+
+@pytest.mark.parametrize("fault", ["not-ready", "missing"])
+def test_resources_that_are_not_ready_are_waited_for(start_sim: Callable, watch: Callable[..., Watched],
+                                                     fault: str) -> None:
+    sim = start_sim("--drives", 3, "--ssd", 0)
+    for pattern in ("GET */DiskDrives/2", "GET */LogicalDrives", "GET */Managers"):
+        sim.control.call(fault, pattern, 2)
+    watched = watch(sim, speed=20).start()
+    watched.wait_line(MONITORED, 60)
+    watched.wait_baseline()
+    watched.expect()
+    assert from_ready(watched) == [MONITORED]
+    for number in (1, 2, 3):  # the snapshot is complete: each is known, as it was
+        sim.control.call("fail-drive", 1, number)
+        watched.expect(smart_disk(number).failed, walks=1)
+
+
+def test_drive_that_is_never_ready_fails_the_walk(start_sim: Callable, watch: Callable[..., Watched]) -> None:
+    """Five tries, 10 seconds apart; then a fresh log-in, and everything is well when the drive is."""
+    sim = start_sim("--drives", 2, "--ssd", 0)
+    sim.control.call("not-ready", "GET */DiskDrives/1", 5)
+    watched = watch(sim, speed=20).start()
+    watched.wait_line(MONITORED, 60)
+    asked = [line for line in sim.requests() if "/DiskDrives/1/ 503" in line]
+    assert len(asked) == 5
+    assert from_ready(watched) == [MONITORED]
+    assert watched.counters()["logins"] == 2
+
+
+def test_mr_drive_that_is_never_ready_keeps_its_defaults(start_sim: Callable, watch: Callable[..., Watched]) -> None:
+    """Nothing is known about it, so nothing is said; the walk goes on."""
+    sim = start_sim("--ilo", 6, "--mr-drives", 2)
+    sim.control.call("not-ready", "GET */Drives/1", "forever")
+    watched = watch(sim, speed=40).start()
+    watched.wait_line(MONITORED, 60)
+    sim.control.call("clear-faults")
+    watched.wait_baseline()
+    sim.control.call("fail-drive", 1, 2)
+    watched.expect(mega_disk(2).failed)
+    assert without(from_ready(watched), "[EV]") == [MONITORED]
+    assert watched.counters()["logins"] == 1
+
+
+@pytest.mark.parametrize("generation, version", [
+    (6, "iLO 6 v1.66, mMajorVersion=1, mMinorVersion=66"),
+    (7, "1.14.00 May 28 2025, mMajorVersion=1, mMinorVersion=14"),
+])
+def test_generations_without_smart_storage(start_sim: Callable, watch: Callable[..., Watched], generation: int,
+                                           version: str) -> None:
+    sim = start_sim("--ilo", generation, "--mr-drives", 2)
+    watched = watch(sim).start().wait_baseline()
+    assert from_ready(watched) == [MONITORED]
+    assert watched.count_line(f"mVersion={version}") == 1
+    # No waiting for what will never be there: each walk asks for it once.
+    walks = watched.walks()
+    absent = watched.counters()["requests"].get("GET /redfish/v1/Systems/1/SmartStorage/ArrayControllers/", 0)
+    assert walks - 1 <= absent <= walks
+    sim.control.call("fail-drive", 1, 1)
+    watched.expect(mega_disk(1, ssd=True).failed)
+    assert watched.count_line("[ER]") == 0
+
+
+@pytest.mark.parametrize("firmware", ["1.15", "1.20"])
+def test_old_firmware_counts_wear_in_hundredths(start_sim: Callable, watch: Callable[..., Watched],
+                                                firmware: str) -> None:
+    """Below 1.20 only; there it also redirects to paths with a slash."""
+    sim = start_sim("--firmware", firmware, "--drives", 2)
+    watched = watch(sim).start().wait_baseline()
+    sim.control.call("wear-drive", 1, 1, 79)
+    watched.expect(walks=1)
+    sim.control.call("wear-drive", 1, 1, 80)
+    watched.expect(smart_disk(1, ssd=True).worn_80)
+    used = 8000 if firmware == "1.15" else 80
+    assert watched.count_line(f"ssdEnduranceUtilizationPercentage={used}") > 0
+
+
+def test_many_drives(start_sim: Callable, watch: Callable[..., Watched]) -> None:
+    """Some hundreds of them in several controllers; the last one is seen like the first."""
+    sim = start_sim("--controllers", 2, "--drives", 100, "--volumes", 10)
+    watched = watch(sim, speed=4).start()
+    watched.wait_baseline(120)
+    sim.control.call("fail-drive", 1, 100)
+    watched.expect(smart_disk(100).failed, walks=1, timeout=60)
+    assert watched.count_line("[ER]") == 0
