@@ -102,9 +102,7 @@ void MonitorLoop::Run() {
         m_parameter.SetUrl(kVnicUrl);
         Trace("<VK0900> [TR] Retry accessing vNIC.");
     }
-    // The cycles count from the beginning and take a baseline of their own.
-    m_failures.Clear();
-    m_hasBaseline = false;
+    m_failures.Clear();  // the cycles count for themselves
     try {
         for (;;) {
             RunCycle();

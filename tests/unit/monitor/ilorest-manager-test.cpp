@@ -217,8 +217,8 @@ TEST_F(ManagerTest, OtherFailureOfAWalk_IsWrittenWithUnitAndLineAndGivesFalse) {
 
 TEST_F(ManagerTest, BuildThatFails_LeavesNoSnapshotBehind) {
     Init();
-    EXPECT_TRUE(manager.build());
     ControllerContent::SetDrive(bridge, "Failed");
+    EXPECT_TRUE(manager.build());
     rig.FailWalks("gone");
     EXPECT_THROW(manager.build(), std::string);
     rig.AllowWalks();
