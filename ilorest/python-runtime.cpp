@@ -10,9 +10,17 @@
 
 namespace {
 
-// What Python says about errors (warnings, exceptions in destructors) goes nowhere; code that writes to the
-// error stream itself still finds one. __stderr__ is what Python falls back to while it finalises. The method
-// looks no name up, so it works until the very end.
+// Python's own remarks (warnings, exceptions in destructors) go nowhere. What a module logs still reaches the
+// error stream: that is where a foreground run and baywardctl show why a controller cannot be reached.
+constexpr const char* kQuieten = R"(
+import sys, warnings
+
+warnings.simplefilter('ignore')
+sys.unraisablehook = lambda *unused: None
+)";
+
+// While Python finalises, the hook is gone and remarks go straight to the error stream. The method looks no
+// name up, so it works until the very end.
 constexpr const char* kSilenceErrors = R"(
 import io, sys
 
@@ -147,7 +155,7 @@ bool PythonRuntime::Initialize() {
     PyObject* modules = PySys_GetObject("modules");
     m_ownPath = PyRef(path != nullptr ? PySequence_List(path) : nullptr);
     m_ownModules = PyRef(modules != nullptr ? PySet_New(modules) : nullptr);
-    if (!m_ownPath || !m_ownModules || !Run(kSilenceErrors, {})) {
+    if (!m_ownPath || !m_ownModules || !Run(kQuieten, {})) {
         Shutdown();
         return false;
     }
@@ -176,6 +184,9 @@ void PythonRuntime::Shutdown() noexcept {
     }
     m_state = State::kStopped;
     PyErr_Clear();
+    if (!Run(kSilenceErrors, {})) {
+        PyErr_Clear();
+    }
     m_ownPath.reset();
     m_ownModules.reset();
     // It reports only that buffered output could not be written, which leaves nothing to be done.

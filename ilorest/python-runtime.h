@@ -7,7 +7,8 @@
 
 // Starts, stops and restarts the process's one interpreter. It is the distribution's Python, isolated from
 // the process's surroundings: no signal handlers, no environment variables, no user site folder, UTF-8
-// whatever the locale, no bytecode files, and nothing Python has to say about errors reaches the terminal.
+// whatever the locale, no bytecode files, and no remark of Python's own reaches the terminal; what a module
+// logs does.
 //
 // All calls, the destructor included, come from the thread that called Start(); every PyRef is gone before
 // Finalize().

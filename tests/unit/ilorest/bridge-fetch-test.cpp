@@ -149,8 +149,17 @@ INSTANTIATE_TEST_SUITE_P(
         "raise ValueError", "raise KeyboardInterrupt", "raise SystemExit(2)", "import sys\nsys.exit()",
         "raise GeneratorExit", "class Own(BaseException): pass\nraise Own()",
         "class Own(Exception):\n    def __str__(self): raise ValueError\nraise Own()",
-        "import warnings\nwarnings.warn('loud')\nimport sys\nsys.stderr.write('loud')\n"
-        "import traceback\ntry:\n    1 / 0\nexcept ZeroDivisionError:\n    traceback.print_exc()\nraise"));
+        "import warnings\nwarnings.warn('loud')\nraise ValueError", "raise"));
+
+// The one thing that may reach the terminal: why a controller cannot be reached.
+TEST_F(BridgeFetch, WhatAModuleLogs_ReachesTheErrorStreamAsOneLine) {
+    m_module.Does("get",
+                  "import logging\nlogging.getLogger('baywardilorest').warning('install it')\nreturn 10001");
+    Open();
+    ExpectFailure(Fetch(), GetFailure(kOtherResult));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "install it\n");
+    testing::internal::CaptureStderr();  // for the common check
+}
 
 TEST_F(BridgeFetch, PathThatIsNotUtf8_FailsTheAttempt) {
     Open();
