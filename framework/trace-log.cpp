@@ -19,6 +19,7 @@ constexpr int kBackupPathBytes = 4092;    // of the path, before ".bak"
 std::size_t Stamp(char* buffer, std::size_t size, bool milliseconds) {
     timeval now{};
     tm local{};
+    tzset();  // localtime_r alone would keep the time zone that the service was started in
     if (gettimeofday(&now, nullptr) != 0 || localtime_r(&now.tv_sec, &local) == nullptr) {
         return 0;
     }

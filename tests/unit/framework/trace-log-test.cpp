@@ -56,6 +56,28 @@ TEST_F(TraceLogTest, Line_IsStampedWithLocalTimeAndMilliseconds) {
     EXPECT_LE(stamp, after);
 }
 
+TEST_F(TraceLogTest, ChangedTimeZone_IsFollowedByTheNextLine) {
+    TraceLog log(Path(), kNoLimit, true);
+    const char* const zone = std::getenv("TZ");
+    const std::string before = zone != nullptr ? zone : "";
+    setenv("TZ", "AAA+2", 1);
+    log.Write("west");
+    setenv("TZ", "BBB-9", 1);
+    log.Write("east");
+    zone != nullptr ? setenv("TZ", before.c_str(), 1) : unsetenv("TZ");
+    tzset();
+    std::istringstream lines(Current());
+    std::string west;
+    std::string east;
+    std::getline(lines, west);
+    std::getline(lines, east);
+    std::tm first{};
+    std::tm second{};
+    ASSERT_NE(strptime(west.c_str(), "%Y/%m/%d %H:%M:%S", &first), nullptr);
+    ASSERT_NE(strptime(east.c_str(), "%Y/%m/%d %H:%M:%S", &second), nullptr);
+    EXPECT_NEAR(std::difftime(timegm(&second), timegm(&first)), 11 * 3600, 5);
+}
+
 TEST_F(TraceLogTest, MillisecondsOff_AreLeftOut) {
     TraceLog log(Path(), kNoLimit, false);
     log.Write("text");

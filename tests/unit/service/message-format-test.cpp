@@ -145,6 +145,12 @@ TEST_F(MessageFormat, SameKeyTwice_GivesTheFirstText) {
     EXPECT_THAT(sink.entries, ElementsAre(Pair(LOG_ERR, "first")));
 }
 
+TEST_F(MessageFormat, KeySpeltTwoWays_TakesTheLastKeysFirstText) {
+    UseCatalogue("[default]\nC00081D1=a\nc00081d1=b\nC00081D1=c\n");
+    Report(0xC00081D1, {});
+    EXPECT_THAT(sink.entries, ElementsAre(Pair(LOG_ERR, "a")));
+}
+
 TEST_F(MessageFormat, KeyInALaterSectionOfTheSameNameOnly_HasAnEmptyText) {
     UseCatalogue("[default]\n800081BB=x\n[default]\nC00081D1=never shown\n");
     Report(0xC00081D1, {});
@@ -202,8 +208,10 @@ TEST_F(MessageFormat, EachListedIdentifier_IsDecoratedBySubjectAndTraced) {
         sink.entries.clear();
         known = root.LogLines().size();
         Report(expected.id, {"c", "l", "d", "surplus"});
-        EXPECT_THAT(sink.entries, ElementsAre(Pair(expected.priority, expected.sentence))) << expected.trace;
-        EXPECT_THAT(NewLines(), ElementsAre(expected.trace));
+        Report(expected.id, {"c", "l", "d", "surplus"}, "ja_JP");  // has no text of its own here
+        const auto entry = Pair(expected.priority, expected.sentence);
+        EXPECT_THAT(sink.entries, ElementsAre(entry, entry)) << expected.trace;
+        EXPECT_THAT(NewLines(), ElementsAre(expected.trace, expected.trace));
     }
 }
 

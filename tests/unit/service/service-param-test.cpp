@@ -117,6 +117,8 @@ TEST(ServiceParameter, IntervalWithoutDigits_IsZeroAndEmptyIsTheDefault) {
     const auto parameter = root.Initialized();
     EXPECT_EQ(parameter->controllerInterval(), 0u);
     EXPECT_EQ(parameter->serialLogInterval(), 10080u);
+    root.Configure("[iLo]\ninterval=\n");
+    EXPECT_EQ(root.Initialized()->controllerInterval(), 60000u);
 }
 
 TEST(ServiceParameter, FlagsOtherThanTheExactFalse_AreOn) {
@@ -164,6 +166,27 @@ TEST(ServiceParameter, MaxLogSize_IsInKilobytes) {
     }
     EXPECT_LE(std::filesystem::file_size(root / "var/log/bayward/bayward.log"), 1024u);
     EXPECT_EQ(std::filesystem::file_size(root / "var/log/bayward/bayward.log.bak"), 1000u);
+}
+
+// One line more than the file takes goes into a fresh file.
+TEST(ServiceParameter, DefaultMaxLogSize_IsFourMebibytes) {
+    constexpr std::size_t kLimit = 4194304;
+    const std::size_t line =
+        std::string("2026/01/01 00:00:00.000 <VK0900> [TR] Initialize succeeded.\n").size();
+    for (const std::size_t room : {line, line - 1}) {
+        const ServiceRoot root;
+        root.Write("var/log/bayward/bayward.log", std::string(kLimit - room, 'x'));
+        root.Initialized();
+        EXPECT_EQ(std::filesystem::exists(root / "var/log/bayward/bayward.log.bak"), room < line) << room;
+    }
+}
+
+// 4194304 kilobytes are 2^32 bytes.
+TEST(ServiceParameter, MaxLogSizeBeyond32Bits_IsNotCutToThem) {
+    const ServiceRoot root;
+    root.Configure("[log file]\nmax log size=4194304\n");
+    root.Initialized()->Log().Write("next");
+    EXPECT_THAT(root.LogLines(), ElementsAre("<VK0900> [TR] Initialize succeeded.", "next"));
 }
 
 TEST(ServiceParameter, MaxLogSizeZero_RotatesAtEveryLine) {

@@ -134,6 +134,7 @@ TEST_F(SysLogTest, Text_IsSplitAtLineFeeds) {
     EXPECT_THAT(Written("one\n"), ElementsAre("one"));
     EXPECT_THAT(Written("one\n\ntwo\n"), ElementsAre("one", "", "two"));
     EXPECT_THAT(Written("\none"), ElementsAre("", "one"));
+    EXPECT_THAT(Written("\n"), ElementsAre(""));  // an empty line that is ended, not one that follows
     EXPECT_THAT(Written(""), IsEmpty());
 }
 
