@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <csignal>
 #include <filesystem>
 #include <iostream>
 #include <string>
@@ -27,6 +28,10 @@ std::string ExecutableFolder() {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // A controller that hangs up in the middle of a log-in must not end the process.
+    if (std::signal(SIGPIPE, SIG_IGN) == SIG_ERR) {
+        return Complain("The signal SIGPIPE cannot be ignored here.", kFailed);
+    }
     CLI::App app{"Manages bayward, the service that watches this server's RAID storage.", "baywardctl"};
     app.set_version_flag("--version", "baywardctl " BAYWARD_VERSION, "Show the version and exit");
     app.set_help_flag("-h,--help", "Show this help and exit");

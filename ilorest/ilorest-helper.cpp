@@ -297,10 +297,12 @@ iLoRestHelper::Answer iLoRestHelper::ReadTextOrBytes(PyObject* result) {
     return bytes != nullptr ? Accept(bytes) : answer;
 }
 
+// An integer that is neither success nor a known error is an answer too: no session, and nothing to complain
+// about.
 iLoRestHelper::Answer iLoRestHelper::ReadSession(PyObject* result) {
-    const long answer = ReadInteger(result);
-    if (answer != kSuccess) {
-        return {false, ErrorText(answer)};
+    const char* error = ErrorText(ReadInteger(result));
+    if (!PyLong_Check(result) || *error != '\0') {
+        return {false, error};
     }
     const PyRef form(PyObject_Str(result));
     const char* text = form ? PyUnicode_AsUTF8(form.get()) : nullptr;

@@ -113,11 +113,14 @@ bool PythonRuntime::Start() {
     if (m_state == State::kStopped && !Initialize()) {
         return false;
     }
-    m_state = State::kStarted;
     if (!PreparePath()) {
-        Finalize();
+        PyErr_Clear();
+        if (m_policy == RestartPolicy::kRestart) {
+            Shutdown();
+        }
         return false;
     }
+    m_state = State::kStarted;
     return true;
 }
 

@@ -10,6 +10,8 @@
 // whatever the locale, no bytecode files, and no remark of Python's own reaches the terminal; what a module
 // logs does.
 //
+// SIGPIPE stays as the process has it: a process that lets Python write to sockets ignores or blocks it.
+//
 // All calls, the destructor included, come from the thread that called Start(); every PyRef is gone before
 // Finalize().
 class PythonRuntime {

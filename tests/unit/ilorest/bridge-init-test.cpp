@@ -1,6 +1,8 @@
 // Opening a session: iLoRestHelper::init.
 #include <gmock/gmock.h>
 
+#include <functional>
+
 #include "bridge-fixture.h"
 
 using ::testing::ElementsAre;
@@ -39,6 +41,46 @@ TEST_F(BridgeInit, Answer200_OpensTheSessionWithTheRealPassword) {
     EXPECT_TRUE(m_bridge.isPyInitialized());
     EXPECT_THAT(m_module.Calls(), ElementsAre("init https://bmc admin secret"));
     EXPECT_THAT(TraceLines(), IsEmpty());
+}
+
+TEST_F(BridgeInit, OpeningASession_SetsTheVnicFlagByTheHost) {
+    m_module.Install();
+    EXPECT_EQ(Init(3, "secret", kVnicUrl).kind, Thrown::kNothing);
+    EXPECT_TRUE(m_bridge.get_vNIC());
+    m_bridge.close();
+    m_bridge.init("https://bmc", "admin", "secret", 3, 1);
+    EXPECT_FALSE(m_bridge.get_vNIC());
+}
+
+TEST_F(BridgeInit, FailingToOpenASession_SetsTheVnicFlagAllTheSame) {
+    m_module.Answers("init", "401").Install();
+    EXPECT_EQ(Init(3, "secret", kVnicUrl).kind, Thrown::kBuffer);
+    EXPECT_TRUE(m_bridge.get_vNIC());
+}
+
+TEST_F(BridgeInit, LastFailuresText_IsClearedByTheNextCall) {
+    m_module.Does("init", "return 401 if calls == 1 else 200")
+        .Answers("get", "10001 if calls == 1 else 'text'");
+    m_module.Install();
+    const char* text = nullptr;
+    const auto keep = [&text](const std::function<void()>& call) {
+        text = nullptr;
+        try {
+            call();
+        } catch (char* thrown) {
+            text = thrown;
+        }
+    };
+    keep([this] { m_bridge.init("https://bmc", "admin", "secret", 3, 1); });
+    ASSERT_NE(text, nullptr);
+    EXPECT_STRNE(text, "");
+    m_bridge.init("https://bmc", "admin", "secret", 3, 1);
+    EXPECT_STREQ(text, "");
+    keep([this] { m_bridge.getValue("/path"); });
+    ASSERT_NE(text, nullptr);
+    EXPECT_STRNE(text, "");
+    m_bridge.getValue("/path");
+    EXPECT_STREQ(text, "");
 }
 
 TEST_F(BridgeInit, Arguments_ArePythonStrings) {

@@ -174,8 +174,19 @@ TEST_P(BridgeSession, SessionFailed_IsAnotherError) {
     EXPECT_THAT(m_module.Calls(), SizeIs(1));
 }
 
-TEST_P(BridgeSession, OtherSessionAnswers_FailWithoutTheSecondCall) {
-    for (const char* answer : {"500", "'200'", "b'200'", "None", "True", "1 << 99", "200.0", "[]"}) {
+TEST_P(BridgeSession, OtherIntegers_GiveAnEmptyStringWithoutTheSecondCall) {
+    for (const char* answer : {"500", "0", "-1", "201", "True", "1 << 99"}) {
+        m_module.Answers("get_vnic", answer).Install();
+        m_value = "untouched";
+        EXPECT_EQ(Ask().kind, Thrown::kNothing) << answer;
+        EXPECT_EQ(m_value, "") << answer;
+        m_bridge.finalize();
+    }
+    EXPECT_THAT(m_module.Calls(), Each("get_vnic https://bmc admin secret"));
+}
+
+TEST_P(BridgeSession, AnswersThatAreNoIntegers_FailWithoutTheSecondCall) {
+    for (const char* answer : {"'200'", "b'200'", "None", "200.0", "[]"}) {
         m_module.Answers("get_vnic", answer).Install();
         ExpectFailure(Ask(), Failure("get_vnic", ""));
         m_bridge.finalize();
