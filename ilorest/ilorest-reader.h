@@ -97,7 +97,17 @@ public:
     void readStorage(RestBridge& bridge, const Odataid& collection, ComputerSystem& system);
     void readMirrorControllers(RestBridge& bridge, const Odataid& collection, SmartStorage& storage);
     void readMirrorController(RestBridge& bridge, const Odataid& id, ArrayController& controller);
+    // Drives of boot devices and direct-attached NVMe, of MR controllers, of other RAID controllers (SR), and
+    // of embedded SATA and VROC, which are asked 20 times instead of 5.
+    void readMirrorDiskDrive(RestBridge& bridge, const Odataid& id, DiskDrive& drive);
     void readBCMDiskDrive(RestBridge& bridge, const Odataid& id, DiskDrive& drive);
+    void readMCDiskDrive(RestBridge& bridge, const Odataid& id, DiskDrive& drive);
+    void readVROCDiskDrive(RestBridge& bridge, const Odataid& id, DiskDrive& drive);
+    // Volumes of boot devices on "iLO 5", on later generations, and of RAID controllers.
+    void readVolumeDrives(RestBridge& bridge, const Odataid& collection, ArrayController& controller);
+    void readVolumeDrive(RestBridge& bridge, const Odataid& id, LogicalDrive& drive);
+    void readUVolumeDrives(RestBridge& bridge, const Odataid& collection, ArrayController& controller);
+    void readUVolumeDrive(RestBridge& bridge, const Odataid& id, LogicalDrive& drive);
     void readBCMVolumeDrives(RestBridge& bridge, const Odataid& collection, ArrayController& controller);
     void readBCMVolumeDrive(RestBridge& bridge, const Odataid& id, LogicalDrive& drive);
 
@@ -139,7 +149,8 @@ private:
     // False when the text embeds none. With `scan` it is the first embedded SATA or VROC one, or else the
     // last.
     bool readEmbeddedController(RestText& text, bool scan, StorageController& controller);
-    void readLinkedController(RestBridge& bridge, RestText& text, StorageController& controller);
+    void readLinkedController(RestBridge& bridge, RestText& text, Odataid& collection,
+                              StorageController& controller);
     // What the variants of drive and volume readers have in common.
     void readRedfishDrives(const RedfishDriveReader& reader, RestBridge& bridge,
                            const std::vector<Odataid>& ids, ArrayController& controller);

@@ -130,20 +130,52 @@ void iLoRestReader::readRedfishVolume(const RedfishVolumeReader& reader, RestBri
         text.loadOptional("RAIDType", drive.raidType);
         text.insideOptional("Links", [&] {
             text.loadOptional("Drives", drive.dataDrives);
-            text.loadOptional("DedicatedSpareDrives", drive.spareDrives);
+            if (reader.spares) {
+                text.loadOptional("DedicatedSpareDrives", drive.spareDrives);
+            }
         });
     });
 }
 
+void iLoRestReader::readMirrorDiskDrive(RestBridge& bridge, const Odataid& id, DiskDrive& drive) {
+    readRedfishDrive(FindDriveReader(DriveReader::Mirror), bridge, id, drive);
+}
+
 void iLoRestReader::readBCMDiskDrive(RestBridge& bridge, const Odataid& id, DiskDrive& drive) {
-    readRedfishDrive(*FindDriveReader(DriveReader::Bcm), bridge, id, drive);
+    readRedfishDrive(FindDriveReader(DriveReader::Bcm), bridge, id, drive);
+}
+
+void iLoRestReader::readMCDiskDrive(RestBridge& bridge, const Odataid& id, DiskDrive& drive) {
+    readRedfishDrive(FindDriveReader(DriveReader::Mc), bridge, id, drive);
+}
+
+void iLoRestReader::readVROCDiskDrive(RestBridge& bridge, const Odataid& id, DiskDrive& drive) {
+    readRedfishDrive(FindDriveReader(DriveReader::Vroc), bridge, id, drive);
+}
+
+void iLoRestReader::readVolumeDrives(RestBridge& bridge, const Odataid& collection,
+                                     ArrayController& controller) {
+    readRedfishVolumes(FindVolumeReader(VolumeReader::Volume), bridge, collection, controller);
+}
+
+void iLoRestReader::readVolumeDrive(RestBridge& bridge, const Odataid& id, LogicalDrive& drive) {
+    readRedfishVolume(FindVolumeReader(VolumeReader::Volume), bridge, id, drive);
+}
+
+void iLoRestReader::readUVolumeDrives(RestBridge& bridge, const Odataid& collection,
+                                      ArrayController& controller) {
+    readRedfishVolumes(FindVolumeReader(VolumeReader::UVolume), bridge, collection, controller);
+}
+
+void iLoRestReader::readUVolumeDrive(RestBridge& bridge, const Odataid& id, LogicalDrive& drive) {
+    readRedfishVolume(FindVolumeReader(VolumeReader::UVolume), bridge, id, drive);
 }
 
 void iLoRestReader::readBCMVolumeDrives(RestBridge& bridge, const Odataid& collection,
                                         ArrayController& controller) {
-    readRedfishVolumes(*FindVolumeReader(VolumeReader::Bcm), bridge, collection, controller);
+    readRedfishVolumes(FindVolumeReader(VolumeReader::Bcm), bridge, collection, controller);
 }
 
 void iLoRestReader::readBCMVolumeDrive(RestBridge& bridge, const Odataid& id, LogicalDrive& drive) {
-    readRedfishVolume(*FindVolumeReader(VolumeReader::Bcm), bridge, id, drive);
+    readRedfishVolume(FindVolumeReader(VolumeReader::Bcm), bridge, id, drive);
 }

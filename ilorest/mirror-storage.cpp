@@ -64,25 +64,21 @@ void iLoRestReader::readMirrorController(RestBridge& bridge, const Odataid& id, 
         controller.generation = storage.generation;
 
         const StorageFamily& family = ClassifyStorage(storage.Name, storage.Model);
-        const RedfishDriveReader* driveReader = FindDriveReader(family.drives);
-        const RedfishVolumeReader* volumeReader =
-            FindVolumeReader(ChooseVolumeReader(family, m_versionText, text.hasShape("StorageControllers")));
-        if (driveReader != nullptr && text.hasShape("Drives")) {
+        const VolumeReader volumes =
+            ChooseVolumeReader(family, m_versionText, text.hasShape("StorageControllers"));
+        if (text.hasShape("Drives")) {
             step({kDriveList, __LINE__}, [&] { text.loadOptional("Drives", storage.Drives); });
         }
-        if (driveReader != nullptr && volumeReader != nullptr && text.hasShape("Volumes")) {
+        if (volumes != VolumeReader::None && text.hasShape("Volumes")) {
             step({kVolumes, __LINE__}, [&] {
-                Odataid volumes;
-                text.loadOptional("Volumes", volumes);
-                if (!volumes.id.empty()) {
-                    readRedfishVolumes(*volumeReader, bridge, volumes, controller);
+                text.loadOptional("Volumes", storage.Volumes);
+                if (!storage.Volumes.id.empty()) {
+                    readRedfishVolumes(FindVolumeReader(volumes), bridge, storage.Volumes, controller);
                 }
             });
         }
-        if (driveReader != nullptr) {
-            step({kDrives, __LINE__},
-                 [&] { readRedfishDrives(*driveReader, bridge, storage.Drives, controller); });
-        }
+        step({kDrives, __LINE__},
+             [&] { readRedfishDrives(FindDriveReader(family.drives), bridge, storage.Drives, controller); });
     });
 }
 
@@ -90,7 +86,7 @@ void iLoRestReader::readStorageController(RestBridge& bridge, RestText& text, St
     StorageController found;
     // Embedded controllers come first where a subsystem has both: the same contents for two fetches less.
     if (!readEmbeddedController(text, ClassifyStorage(storage.Name, "").scansControllers, found)) {
-        readLinkedController(bridge, text, found);
+        readLinkedController(bridge, text, storage.Controllers, found);
     }
     storage.Model = found.Model.empty() ? storage.Name : found.Model;
     storage.SerialNumber = Trimmed(found.SerialNumber);
@@ -114,13 +110,13 @@ bool iLoRestReader::readEmbeddedController(RestText& text, bool scan, StorageCon
     return any;
 }
 
-void iLoRestReader::readLinkedController(RestBridge& bridge, RestText& text, StorageController& controller) {
+void iLoRestReader::readLinkedController(RestBridge& bridge, RestText& text, Odataid& collection,
+                                         StorageController& controller) {
     if (!text.hasShape("Controllers")) {
         return;
     }
     std::vector<Odataid> members;
     step({kControllerLink, __LINE__}, [&] {
-        Odataid collection;
         text.loadOptional("Controllers", collection);
         if (!collection.id.empty()) {
             members = fetchMembers(bridge, collection);

@@ -63,9 +63,9 @@ struct Storage {
     std::string Health;
     std::string HealthRollup;
     std::string State;
-    std::string Controllers;  // link, empty for none
-    std::string Volumes;      // link, empty for none
-    std::string Model;        // these three are its controller's
+    Odataid Controllers;  // links, empty for none
+    Odataid Volumes;
+    std::string Model;  // these three are its controller's
     std::string SerialNumber;
     std::string ServiceLabel;
     std::vector<Odataid> Drives;

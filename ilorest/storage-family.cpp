@@ -20,11 +20,18 @@ constexpr StorageFamily kFamilies[] = {
 };
 
 constexpr RedfishDriveReader kDriveReaders[] = {
+    {DriveReader::Mirror, "iLoRestReader.readMirrorDiskDrive failed.", 0},
     {DriveReader::Bcm, "iLoRestReader.readBCMDiskDrive failed.", 0},
+    {DriveReader::Mc, "iLoRestReader.readMCDiskDrive failed.", 0},
+    {DriveReader::Vroc, "iLoRestReader.readVROCDiskDrive failed.", 20},
 };
 
 constexpr RedfishVolumeReader kVolumeReaders[] = {
-    {VolumeReader::Bcm, "iLoRestReader.readBCMVolumeDrives failed.",
+    {VolumeReader::Volume, false, "iLoRestReader.readVolumeDrives failed.",
+     "iLoRestReader.readVolumeDrive failed."},
+    {VolumeReader::UVolume, false, "iLoRestReader.readUVolumeDrives failed.",
+     "iLoRestReader.readUVolumeDrive failed."},
+    {VolumeReader::Bcm, true, "iLoRestReader.readBCMVolumeDrives failed.",
      "iLoRestReader.readBCMVolumeDrive failed."},
 };
 
@@ -45,10 +52,9 @@ bool Matches(const StorageFamily& family, const std::string& name, const std::st
 }
 
 template <class Row, std::size_t Count, class Variant>
-const Row* FindRow(const Row (&rows)[Count], Variant variant) {
-    const Row* row = std::find_if(std::begin(rows), std::end(rows),
-                                  [&](const Row& each) { return each.variant == variant; });
-    return row == std::end(rows) ? nullptr : row;
+const Row& FindRow(const Row (&rows)[Count], Variant variant) {
+    return *std::find_if(std::begin(rows), std::end(rows) - 1,
+                         [&](const Row& row) { return row.variant == variant; });
 }
 
 }  // namespace
@@ -85,10 +91,10 @@ bool IsEmbeddedSata(const std::string& name, const std::string& model) {
            Contains(name, "VROC") || Contains(model, "VROC");
 }
 
-const RedfishDriveReader* FindDriveReader(DriveReader variant) {
+const RedfishDriveReader& FindDriveReader(DriveReader variant) {
     return FindRow(kDriveReaders, variant);
 }
 
-const RedfishVolumeReader* FindVolumeReader(VolumeReader variant) {
+const RedfishVolumeReader& FindVolumeReader(VolumeReader variant) {
     return FindRow(kVolumeReaders, variant);
 }

@@ -33,18 +33,19 @@ std::int32_t StorageGeneration(const std::string& name, const std::string& model
 // The controller of an embedded array that ends the scan.
 bool IsEmbeddedSata(const std::string& name, const std::string& model);
 
-// The readers of drives and volumes that differ only in these details; null when there is none for the
-// variant.
+// The readers of drives and volumes differ only in these details.
 struct RedfishDriveReader {
     DriveReader variant;
-    const char* failure;
+    const char* failure;    // the step's failure text
     std::int32_t attempts;  // fetches of a drive that is not ready; 0 for the reader's usual number
 };
-const RedfishDriveReader* FindDriveReader(DriveReader variant);
+const RedfishDriveReader& FindDriveReader(DriveReader variant);
 
 struct RedfishVolumeReader {
     VolumeReader variant;
-    const char* collectionFailure;
+    bool spares;                    // loads the dedicated spares; boot devices have none
+    const char* collectionFailure;  // failure texts of the two steps
     const char* failure;
 };
-const RedfishVolumeReader* FindVolumeReader(VolumeReader variant);
+// Not for VolumeReader::None, which reads nothing.
+const RedfishVolumeReader& FindVolumeReader(VolumeReader variant);

@@ -2,27 +2,41 @@
 
 namespace {
 
-class MirrorDriveReader : public ReaderTest {
+struct DriveVariant {
+    const char* name;
+    void (iLoRestReader::*read)(RestBridge& bridge, const Odataid& id, DiskDrive& drive);
+    std::size_t attempts;  // fetches of a drive that never is ready
+
+    std::string failure() const { return std::string("iLoRestReader.") + name + " failed."; }
+};
+
+// Every test of a drive holds for each of the readers.
+class MirrorDriveReader : public ReaderTest, public testing::WithParamInterface<DriveVariant> {
 protected:
     DiskDrive Drive(const std::string& json) {
         bridge->resources["/d"] = json;
         DiskDrive drive;
-        reader->readBCMDiskDrive(*bridge, {"/d"}, drive);
+        (reader.get()->*GetParam().read)(*bridge, {"/d"}, drive);
         return drive;
     }
-    LogicalDrive Volume(const std::string& json) {
-        bridge->resources["/v"] = json;
-        LogicalDrive drive;
-        reader->readBCMVolumeDrive(*bridge, {"/v"}, drive);
-        return drive;
+    std::string DriveFailure(const std::string& json) {
+        return FailureText([&] { Drive(json); });
     }
 };
 
 const std::string kStart = "<VK0999> [TR] ilorest-reader N ";
 
+INSTANTIATE_TEST_SUITE_P(
+    All, MirrorDriveReader,
+    testing::Values(DriveVariant{"readMirrorDiskDrive", &iLoRestReader::readMirrorDiskDrive, 5},
+                    DriveVariant{"readBCMDiskDrive", &iLoRestReader::readBCMDiskDrive, 5},
+                    DriveVariant{"readMCDiskDrive", &iLoRestReader::readMCDiskDrive, 5},
+                    DriveVariant{"readVROCDiskDrive", &iLoRestReader::readVROCDiskDrive, 20}),
+    [](const testing::TestParamInfo<DriveVariant>& each) { return std::string(each.param.name); });
+
 }  // namespace
 
-TEST_F(MirrorDriveReader, DriveRead_LogsOneLine) {
+TEST_P(MirrorDriveReader, DriveRead_LogsOneLine) {
     Drive(kMrDrive);
     Drive(With(With(kMrDrive, R"("FailurePredicted":false)", R"("FailurePredicted":true)"),
                R"("Health":"OK")", R"("Health":"Critical")"));
@@ -33,7 +47,7 @@ TEST_F(MirrorDriveReader, DriveRead_LogsOneLine) {
                            kStart + "statusReasons=Failed,%s%n, State=Enabled, failurePredicted=0"}));
 }
 
-TEST_F(MirrorDriveReader, HealthOtherThanOk_BecomesTheReason) {
+TEST_P(MirrorDriveReader, HealthOtherThanOk_BecomesTheReason) {
     const struct {
         const char *health, *state;
         std::string reason;
@@ -55,7 +69,7 @@ TEST_F(MirrorDriveReader, HealthOtherThanOk_BecomesTheReason) {
     }
 }
 
-TEST_F(MirrorDriveReader, ListedReasons_ReplaceAndMayBecomeTheHealth) {
+TEST_P(MirrorDriveReader, ListedReasons_ReplaceAndMayBecomeTheHealth) {
     const std::string reasons = R"("DiskDriveStatusReasons":)";
     DiskDrive drive = Drive(With(kMrDrive, R"("Id":)", reasons + R"(["Rebuilding","Unrecoverable"],"Id":)"));
     EXPECT_EQ(drive.statusReasons, (std::vector<std::string>{"Rebuilding", "Unrecoverable"}));
@@ -73,7 +87,7 @@ TEST_F(MirrorDriveReader, ListedReasons_ReplaceAndMayBecomeTheHealth) {
               std::vector<std::string>{"None"});
 }
 
-TEST_F(MirrorDriveReader, OptionalMemberNullOrMissing_KeepsItsDefaultAndTheRestIsRead) {
+TEST_P(MirrorDriveReader, OptionalMemberNullOrMissing_KeepsItsDefaultAndTheRestIsRead) {
     const char* const members[][2] = {{"Model", R"("XX000480TEST")"},
                                       {"CapacityBytes", "480103981056"},
                                       {"SerialNumber", R"("INVENTED001")"},
@@ -107,13 +121,13 @@ TEST_F(MirrorDriveReader, OptionalMemberNullOrMissing_KeepsItsDefaultAndTheRestI
     }
 }
 
-TEST_F(MirrorDriveReader, NullWithABlankBeforeTheColon_FailsTheDrive) {
-    EXPECT_EQ(FailureText([&] { Drive(With(kMrDrive, R"("Model":"XX000480TEST")", R"("Model" : null)")); }),
-              "iLoRestReader.readBCMDiskDrive failed.");
+TEST_P(MirrorDriveReader, NullWithABlankBeforeTheColon_FailsTheDrive) {
+    EXPECT_EQ(DriveFailure(With(kMrDrive, R"("Model":"XX000480TEST")", R"("Model" : null)")),
+              GetParam().failure());
     EXPECT_EQ(Trace().size(), 1U);
 }
 
-TEST_F(MirrorDriveReader, MissingObjects_LeaveTheirDefaults) {
+TEST_P(MirrorDriveReader, MissingObjects_LeaveTheirDefaults) {
     DiskDrive drive = Drive("{}");
     EXPECT_EQ(drive.health, "OK");
     EXPECT_EQ(drive.state, "Enabled");
@@ -129,7 +143,7 @@ TEST_F(MirrorDriveReader, MissingObjects_LeaveTheirDefaults) {
     EXPECT_EQ(drive.location, "Bay 2");
 }
 
-TEST_F(MirrorDriveReader, LifeLeft_IsForSolidStateOnly) {
+TEST_P(MirrorDriveReader, LifeLeft_IsForSolidStateOnly) {
     EXPECT_EQ(Drive(With(kMrDrive, R"("MediaType":"SSD")", R"("MediaType":"HDD")")).endurance, 100);
     EXPECT_EQ(Drive(With(kMrDrive, R"("MediaType":"SSD")", R"("MediaType":"NVMe SSD")")).endurance, 97);
     EXPECT_EQ(Drive(With(kMrDrive, "97.9", "5")).getMirrorEnduranceCode(), DiskDrive::kWearHighest);
@@ -140,48 +154,77 @@ TEST_F(MirrorDriveReader, LifeLeft_IsForSolidStateOnly) {
               100);
 }
 
-TEST_F(MirrorDriveReader, Capacity_IsWholeGigabytes) {
+TEST_P(MirrorDriveReader, Capacity_IsWholeGigabytes) {
     EXPECT_EQ(Drive(With(kMrDrive, "480103981056", "6401252745216")).capacityGB, 6401);
     EXPECT_EQ(Drive(With(kMrDrive, "480103981056", "999999999.9")).capacityGB, 0);
     EXPECT_EQ(Drive(With(kMrDrive, "480103981056", "1e300")).capacityGB, 9223372036);
 }
 
-TEST_F(MirrorDriveReader, VolumeNumber_IsItsIdWhenThatIsANumber) {
-    const struct {
-        const char* id;
-        std::int32_t number;
-    } rows[] = {
-        {"1", 1}, {"0", 0}, {"A1", 0}, {"1A", 0}, {"", 0}, {"99999999999", 0}, {"2147483647", 2147483647}};
-    for (const auto& row : rows) {
-        const LogicalDrive drive =
-            Volume(With(kMrVolume, R"("Id":"239")", std::string(R"("Id":")") + row.id + "\""));
-        EXPECT_EQ(drive.number, row.number) << row.id;
-        EXPECT_EQ(drive.Id, row.id);
+TEST_P(MirrorDriveReader, DriveThatIsNeverReady_KeepsItsDefaultsAfterTheLastAttempt) {
+    for (const std::string& answer : {kNotReadyText, kMissingText}) {
+        bridge->fetched.clear();
+        wait.waits.clear();
+        const DiskDrive drive = Drive(answer);
+        EXPECT_EQ(bridge->fetched, std::vector<std::string>(GetParam().attempts, "/d"));
+        EXPECT_EQ(wait.waits, std::vector<unsigned int>(GetParam().attempts, 10000));
+        EXPECT_EQ(drive.health, "OK");
+        EXPECT_EQ(drive.state, "Enabled");
+        EXPECT_EQ(drive.statusReasons, std::vector<std::string>{"None"});
+        EXPECT_EQ(drive.endurance, 100);
+        EXPECT_FALSE(drive.failurePredicted);
     }
 }
 
-TEST_F(MirrorDriveReader, Volume_ToleratesWhatDevicesLeaveOut) {
-    LogicalDrive drive = Volume(R"({"Id":"1","Status":{"State":"Enabled","Health":null,"Conditions":[]}})");
-    EXPECT_EQ(drive.health, "");
-    EXPECT_EQ(drive.state, "Enabled");
-    EXPECT_TRUE(drive.dataDrives.empty());
-    drive = Volume(R"({"Id":"1","Status":{"Health":"Warning"},"Links":{"Drives":[]},"RAIDType":null})");
-    EXPECT_EQ(drive.health, "Warning");
-    EXPECT_EQ(drive.raidType, "");
+TEST_P(MirrorDriveReader, DriveThatBecomesReadyAtTheLastAttempt_IsRead) {
+    bridge->firstAnswers["/d"] = std::deque<std::string>(GetParam().attempts - 1, kNotReadyText);
+    EXPECT_EQ(Drive(kMrDrive).model, "XX000480TEST");
+    EXPECT_EQ(bridge->fetched.size(), GetParam().attempts);
 }
 
-TEST_F(MirrorDriveReader, VolumeWithoutIdOrStatus_Fails) {
-    EXPECT_EQ(FailureText([&] { Volume(R"({"Status":{}})"); }), "iLoRestReader.readBCMVolumeDrive failed.");
-    EXPECT_EQ(FailureText([&] { Volume(R"({"Id":"1"})"); }), "iLoRestReader.readBCMVolumeDrive failed.");
+TEST_P(MirrorDriveReader, StopWhileADriveIsNotReady_EndsTheWaitingAtOnce) {
+    wait.onWait = [](unsigned int milliseconds) { return milliseconds != 0; };
+    EXPECT_THROW(Drive(kNotReadyText), iLoRestReader::StopSeen);
+    EXPECT_EQ(bridge->fetched.size(), 1U);
+    EXPECT_TRUE(Trace().empty());
 }
 
-TEST_F(MirrorDriveReader, VolumeCollection_FillsTheController) {
-    AddMr();
-    ArrayController controller;
-    reader->readBCMVolumeDrives(*bridge, {kMr + "/Volumes"}, controller);
-    EXPECT_EQ(controller.logicalDrives.size(), 1U);
-    bridge->resources[kMr + "/Volumes"] = R"({"Members":[],"Members@odata.count":1})";
-    ArrayController none;
-    reader->readBCMVolumeDrives(*bridge, {kMr + "/Volumes"}, none);
-    EXPECT_TRUE(none.logicalDrives.empty());
+TEST_P(MirrorDriveReader, FailedFetch_IsTheStepsTextAndTheBridges) {
+    bridge->failures["/d"] = "get failed. value=10001";
+    EXPECT_EQ(DriveFailure("{}"), GetParam().failure() + "get failed. value=10001");
+    EXPECT_TRUE(Trace().empty());
+}
+
+TEST_P(MirrorDriveReader, MemberOfAnotherType_FailsTheDriveAndIsTraced) {
+    const char* const members[][2] = {{R"("Model":"XX000480TEST")", R"("Model":7)"},
+                                      {R"("SerialNumber":"INVENTED001")", R"("SerialNumber":{})"},
+                                      {R"("MediaType":"SSD")", R"("MediaType":["SSD"])"},
+                                      {R"("Revision":"T001")", R"("Revision":true)"},
+                                      {R"("Id":"0")", R"("Id":0)"},
+                                      {R"("BlockSizeBytes":512)", R"("BlockSizeBytes":"512")"},
+                                      {R"("CapacityBytes":480103981056)", R"("CapacityBytes":"480 GB")"},
+                                      {R"("FailurePredicted":false)", R"("FailurePredicted":"no")"},
+                                      {R"(LifeLeftPercent":97.9)", R"(LifeLeftPercent":"97.9")"},
+                                      {R"("Health":"OK")", R"("Health":1)"},
+                                      {R"("State":"Enabled")", R"("State":[])"},
+                                      {R"("Status":{)", R"("Status":"OK","Other":{)"},
+                                      {R"("Volumes":[)", R"("Volumes":["/v",)"},
+                                      {R"("LocationOrdinalValue":8)", R"("LocationOrdinalValue":"8")"},
+                                      {R"("Id":)", R"("DiskDriveStatusReasons":"Failed","Id":)"},
+                                      {R"("Id":)", R"("DiskDriveStatusReasons":[1],"Id":)"}};
+    std::size_t failures = 0;
+    for (const auto& [good, bad] : members) {
+        EXPECT_EQ(DriveFailure(With(kMrDrive, good, bad)), GetParam().failure()) << bad;
+        ASSERT_EQ(Trace().size(), ++failures) << bad;
+        EXPECT_EQ(Trace().back().find(kStart), 0U) << bad;
+    }
+}
+
+TEST_P(MirrorDriveReader, TextThatIsNoJson_FailsTheDrive) {
+    for (const char* text : {"", "null", "{", "oops", "\"text\""}) {
+        EXPECT_EQ(DriveFailure(text), GetParam().failure()) << text;
+    }
+}
+
+TEST_P(MirrorDriveReader, EnduranceScale_IsOneWithoutOldFirmware) {
+    EXPECT_EQ(Drive(kMrDrive).enduranceScale, 1U);
 }

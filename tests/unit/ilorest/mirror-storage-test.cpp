@@ -175,21 +175,20 @@ TEST_F(MirrorStorageReader, AbsentDriveWithModelOrSerial_StaysADrive) {
     EXPECT_EQ(Controller(kMrLinked).diskDrives.count(kMrDrives + "64519"), 1U);
 }
 
-TEST_F(MirrorStorageReader, OtherFamilies_EnterTheMapWithoutDrivesAndVolumes) {
-    for (const char* name : {"HPE NS204i-u Gen11 Boot Controller", "SATA Storage System", "Intel VROC",
-                             "NVMe Storage System", "HPE SR932i-p Gen11"}) {
-        AddMr();
-        bridge->resources[kMr] = With(kMrLinked, "HPE MR416i-o Gen11", name);
-        bridge->resources[kMr + "/Controllers/0"] =
-            With(kMrController, R"("Model":"HPE MR416i-o Gen11")", R"("Model":"M")");
-        const ServiceRoot root = Walk();
-        const ArrayController& controller = root.systems.at(kSystem).mirror.controllers.at(kMr);
-        EXPECT_EQ(controller.model, "M") << name;
-        EXPECT_EQ(controller.location, "Slot=18");
-        EXPECT_EQ(controller.serialNumber, "MR0001");
-        EXPECT_EQ(controller.health, "Warning");
-        EXPECT_TRUE(controller.diskDrives.empty());
-        EXPECT_TRUE(controller.logicalDrives.empty());
+TEST_F(MirrorStorageReader, ControllerWithoutDrivesAndVolumes_EntersTheMapAllTheSame) {
+    for (const char* name :
+         {"HPE MR416i-o Gen11", "HPE NS204i-u Gen11 Boot Controller", "SATA Storage System", "Intel VROC",
+          "NVMe Storage System", "HPE SR932i-p Gen11", ""}) {
+        bridge->resources[kStorage] = Collection({kMr});
+        for (const char* rest :
+             {R"(,"Drives":[]})", "}", R"(,"Drives":null,"Volumes": null,"Controllers":null})"}) {
+            bridge->resources[kMr] = std::string(R"({"Name":")") + name + "\"" + rest;
+            const ServiceRoot root = Walk();
+            const ArrayController& controller = root.systems.at(kSystem).mirror.controllers.at(kMr);
+            EXPECT_EQ(controller.model, name);
+            EXPECT_TRUE(controller.diskDrives.empty());
+            EXPECT_TRUE(controller.logicalDrives.empty());
+        }
     }
     EXPECT_TRUE(Trace().empty());
 }

@@ -63,3 +63,37 @@ TEST(StorageFamily, EmbeddedSataOrVrocInAnyText_EndsTheScan) {
     EXPECT_TRUE(IsEmbeddedSata("", "Intel VROC SATA"));
     EXPECT_FALSE(IsEmbeddedSata("SATA Controller", "AHCI"));
 }
+
+TEST(StorageFamily, DriveReaders_AreTheVariantsThatTheirTextsName) {
+    const struct {
+        DriveReader variant;
+        std::string name;
+        std::int32_t attempts;
+    } rows[] = {{DriveReader::Mirror, "readMirrorDiskDrive", 0},
+                {DriveReader::Bcm, "readBCMDiskDrive", 0},
+                {DriveReader::Mc, "readMCDiskDrive", 0},
+                {DriveReader::Vroc, "readVROCDiskDrive", 20}};
+    for (const auto& row : rows) {
+        const RedfishDriveReader& reader = FindDriveReader(row.variant);
+        EXPECT_EQ(reader.variant, row.variant);
+        EXPECT_EQ(reader.failure, "iLoRestReader." + row.name + " failed.");
+        EXPECT_EQ(reader.attempts, row.attempts);
+    }
+}
+
+TEST(StorageFamily, VolumeReaders_AreTheVariantsThatTheirTextsName) {
+    const struct {
+        VolumeReader variant;
+        std::string name;
+        bool spares;
+    } rows[] = {{VolumeReader::Volume, "readVolumeDrive", false},
+                {VolumeReader::UVolume, "readUVolumeDrive", false},
+                {VolumeReader::Bcm, "readBCMVolumeDrive", true}};
+    for (const auto& row : rows) {
+        const RedfishVolumeReader& reader = FindVolumeReader(row.variant);
+        EXPECT_EQ(reader.variant, row.variant);
+        EXPECT_EQ(reader.collectionFailure, "iLoRestReader." + row.name + "s failed.");
+        EXPECT_EQ(reader.failure, "iLoRestReader." + row.name + " failed.");
+        EXPECT_EQ(reader.spares, row.spares);
+    }
+}
