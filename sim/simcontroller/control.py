@@ -29,17 +29,24 @@ class Commands:
         self._stop = stop
         sessions, faults = server.service.sessions, server.faults
         self._actions: Dict[str, Callable[..., Any]] = {
-            "fail-drive": lambda c, d: self._controller(c).fail_drive(d),
-            "predict-drive": lambda c, d: self._controller(c).predict_drive(d),
-            "wear-drive": lambda c, d, percent: self._controller(c).wear_drive(d, percent),
-            "heal-drive": lambda c, d: self._controller(c).heal_drive(d),
-            "offline-volume": lambda c, v: self._controller(c).offline_volume(v),
-            "heal-volume": lambda c, v: self._controller(c).heal_volume(v),
-            "add-drive": lambda c, media="ssd": self._controller(c).add_drive(media.upper()),
-            "remove-drive": lambda c, d: tree.remove(self._controller(c).drive(d)),
-            "restore-drive": lambda c, d: tree.restore(self._controller(c).drive(d)),
-            "remove-volume": lambda c, v: tree.remove(self._controller(c).volume(v)),
-            "restore-volume": lambda c, v: tree.restore(self._controller(c).volume(v)),
+            "fail-drive": self._shortcut(lambda c, d: c.fail_drive(d)),
+            "predict-drive": self._shortcut(lambda c, d: c.predict_drive(d)),
+            "wear-drive": self._shortcut(lambda c, d, percent: c.wear_drive(d, percent)),
+            "heal-drive": self._shortcut(lambda c, d: c.heal_drive(d)),
+            "offline-volume": self._shortcut(lambda c, v: c.offline_volume(v)),
+            "heal-volume": self._shortcut(lambda c, v: c.heal_volume(v)),
+            "add-drive": self._shortcut(lambda c, media="ssd": c.add_drive(media.upper())),
+            "remove-drive": self._shortcut(lambda c, d: c.remove_drive(d)),
+            "restore-drive": self._shortcut(lambda c, d: c.restore_drive(d)),
+            "remove-volume": self._shortcut(lambda c, v: tree.remove(c.volume(v))),
+            "restore-volume": self._shortcut(lambda c, v: tree.restore(c.volume(v))),
+            "drive-health": self._shortcut(lambda c, d, word: c.set_drive_status(d, "Health", word)),
+            "drive-state": self._shortcut(lambda c, d, word: c.set_drive_status(d, "State", word)),
+            "volume-health": self._shortcut(lambda c, v, word: c.set_volume_status(v, "Health", word)),
+            "volume-state": self._shortcut(lambda c, v, word: c.set_volume_status(v, "State", word)),
+            "empty-bay": self._shortcut(lambda c, d: c.empty_bay(d)),
+            "remove-controller": self._shortcut(lambda c: c.remove()),
+            "restore-controller": self._shortcut(lambda c: c.restore()),
             "list": self._list,
             "paths": tree.paths,
             "get": tree.read,
@@ -63,6 +70,7 @@ class Commands:
             "clear-faults": faults.clear,
             "latency": self._latency,
             "expand": self._expand,
+            "shuffle": self._shuffle,
             "account": sessions.change_account,
             "session-limit": self._session_limit,
             "expire-sessions": sessions.expire_all,
@@ -76,6 +84,12 @@ class Commands:
         verb = verbs.find(name)
         return self._actions[verb.name](*verb.read(given))
 
+    def _shortcut(self, change: Callable[..., Any]) -> Callable[..., Any]:
+        """A verb that changes a controller: the change is made in each of its views, the first gives the result."""
+        def run(number: int, *args: Any) -> Any:
+            return [change(view, *args) for view in self._controller(number).views][0]
+        return run
+
     def _controller(self, number: int) -> StorageController:
         if not 1 <= number <= len(self._controllers):
             has = f"controllers 1 to {len(self._controllers)}" if self._controllers else \
@@ -84,7 +98,8 @@ class Commands:
         return self._controllers[number - 1]
 
     def _list(self) -> List[Dict[str, Any]]:
-        return [{"controller": number, "name": c.name, "drives": c.drives, "volumes": c.volumes}
+        return [{"controller": number, "name": c.name, "drives": c.drives, "volumes": c.volumes,
+                 "resources": [path for view in c.views for path in view.resources]}
                 for number, c in enumerate(self._controllers, 1)]
 
     def _arm(self, kind: str, pattern: str, times: Optional[int], **more: Any) -> None:
@@ -95,6 +110,11 @@ class Commands:
 
     def _expand(self, mode: str) -> None:
         self._server.service.expand = mode
+
+    def _shuffle(self, switch: str, seed: Optional[int] = None) -> None:
+        if switch == "off" and seed is not None:
+            raise UseError("shuffle off takes no seed; write: shuffle off.")
+        self._tree.shuffle((1 if seed is None else seed) if switch == "on" else None)
 
     def _session_limit(self, limit: int) -> None:
         self._server.service.sessions.limit = limit

@@ -15,12 +15,13 @@ from pathlib import Path
 from typing import Any, List, NoReturn, Optional, Sequence, TextIO, Tuple
 
 from . import certificate, server_tree
+from .catalogue import FAMILIES, Controllers, Family
 from .control import Commands, ControlServer
 from .errors import ErrorBodies, Failure, UseError
-from .families.base import StorageController
+from .families.base import Amount, StorageController
 from .faults import FaultBoard
 from .journal import Journal
-from .server_tree import Controllers, Profile
+from .server_tree import Profile
 from .service import EXPAND_MODES, RestService
 from .sessions import SessionTable
 from .transport import ControllerServer
@@ -28,7 +29,6 @@ from .tree import ResourceTree
 
 # Firmware that is simulated unless another is asked for.
 _FIRMWARE = {5: (2, 72), 6: (1, 66), 7: (1, 14)}
-_GENERATED = ("controllers", "drives", "volumes", "ssd", "mr", "mr_drives", "mr_volumes")
 
 
 class _Parser(argparse.ArgumentParser):
@@ -79,14 +79,15 @@ def options() -> argparse.ArgumentParser:
     add("--password", default="simpassword")
     add("--ilo", type=int, choices=(5, 6, 7), default=5, help="controller generation")
     add("--firmware", type=_firmware, metavar="MAJOR.MINOR", help="5: 2.72, 6: 1.66, 7: 1.14 unless given")
-    add("--controllers", type=_whole, metavar="N", help="Smart Array controllers (iLO 5 only; one there unless given)")
-    add("--drives", type=_whole, metavar="N", help="drives of each of them (4)")
-    add("--volumes", type=_whole, metavar="N", help="volumes of each of them (1)")
+    for family in FAMILIES:
+        add(f"--{family.count}", type=_whole, metavar="N", help=f"{family.title} ({family.usual})")
+        if family.drives is not None:
+            add(f"--{family.drives}", type=_whole, metavar="N", help=f"drives of each of them ({family.usual_drives})")
+        if family.volumes is not None:
+            add(f"--{family.volumes}", type=_whole, metavar="N", help="volumes of each of them (1)")
     add("--ssd", type=_whole, metavar="N", help="how many drives of each controller are SSDs (half)")
-    add("--mr", type=_whole, metavar="N", help="MR Gen11 controllers (none on iLO 5, one on 6 and 7 unless given)")
-    add("--mr-drives", type=_whole, metavar="N", help="drives of each of them (4)")
-    add("--mr-volumes", type=_whole, metavar="N", help="volumes of each of them (1)")
     add("--tree", metavar="DIR", help="serve <resource path>/index.json files instead of a generated server")
+    add("--shuffle", type=_whole, metavar="SEED", help="serve links, such as Members, in another order each time")
     add("--latency-ms", type=_whole, default=0, metavar="N", help="wait before every answer")
     add("--expand", choices=EXPAND_MODES, default="on", help="?$expand=. inlines members, is ignored, or gets 501")
     add("--framing", choices=("chunked", "length"), default="chunked", help="how answers are framed")
@@ -101,31 +102,41 @@ def options() -> argparse.ArgumentParser:
 def _server(given: argparse.Namespace) -> Tuple[ResourceTree, List[StorageController], bool]:
     """Tree, controllers and whether paths without a slash are redirected."""
     if given.tree is not None:
-        clash = [f"--{name.replace('_', '-')}" for name in _GENERATED if getattr(given, name) is not None]
+        names = [name for family in FAMILIES for name in (family.count, family.drives, family.volumes) if name]
+        clash = [name for name in [*names, "ssd"] if _given(given, name) is not None]
         if clash:
-            raise UseError(f"{clash[0]} generates storage and --tree serves what is in a folder; give one of them.")
+            raise UseError(f"--{clash[0]} generates storage and --tree serves what is in a folder; give one of them.")
         return ResourceTree.from_folder(Path(given.tree)), [], False
-    if given.ilo != 5 and given.controllers:
-        raise UseError(f"--controllers {given.controllers}: iLO {given.ilo} serves no Smart Array controllers; "
-                       "use --mr or --ilo 5.")
-    smart = _family(given, given.controllers, 1 if given.ilo == 5 else 0, given.drives, given.volumes, "")
-    mega = _family(given, given.mr, 0 if given.ilo == 5 else 1, given.mr_drives, given.mr_volumes, "mr-")
-    largest = max([c.drives for c in (smart, mega) if c.count] or [0])
+    storage = [_controllers(given, family) for family in FAMILIES]
+    largest = max([amount.drives for _, count, amount in storage if count] or [0])
     if given.ssd is not None and given.ssd > largest:
         raise UseError(f"--ssd {given.ssd} is more than the {largest} drives of a controller; give fewer or more drives.")
-    profile = Profile(given.ilo, *(given.firmware or _FIRMWARE[given.ilo]), smart, mega)
+    profile = Profile(given.ilo, *(given.firmware or _FIRMWARE[given.ilo]), storage)
     tree, controllers = server_tree.build(profile)
     return tree, controllers, profile.redirects
 
 
-def _family(given: argparse.Namespace, count: Optional[int], default: int, drives: Optional[int],
-            volumes: Optional[int], prefix: str) -> Controllers:
-    drives = 4 if drives is None else drives
-    volumes = min(1, drives) if volumes is None else volumes
+def _given(given: argparse.Namespace, name: Optional[str]) -> Optional[int]:
+    """The number given with an option; None when it was not given or the family has no such option."""
+    return None if name is None else getattr(given, name.replace("-", "_"))
+
+
+def _controllers(given: argparse.Namespace, family: Family) -> Controllers:
+    """How many controllers of the family there are, and what each of them has."""
+    count, drives, volumes = (_given(given, name) for name in (family.count, family.drives, family.volumes))
+    if count and given.ilo not in family.generations:
+        raise UseError(f"--{family.count} {count}: iLO {given.ilo} serves no {family.title}; {family.instead}.")
+    if count is None:
+        count = family.default_count(given.ilo, drives is not None or volumes is not None)
+    drives = family.usual_drives if drives is None else drives
+    if family.most_drives is not None and drives > family.most_drives:
+        raise UseError(f"--{family.drives} {drives}: there is room for {family.most_drives}.")
+    if volumes is None:
+        volumes = min(1, drives) if family.volumes is not None else 0
     if volumes > drives:
-        raise UseError(f"--{prefix}volumes {volumes} is more than the {drives} drives; each volume needs a drive.")
-    ssds = drives // 2 if given.ssd is None else min(given.ssd, drives)
-    return Controllers(default if count is None else count, drives, ssds, volumes)
+        raise UseError(f"--{family.volumes} {volumes} is more than the {drives} drives; each volume needs a drive.")
+    ssds = drives if family.only_ssds else drives // 2 if given.ssd is None else min(given.ssd, drives)
+    return Controllers(family, count, Amount(drives, ssds, volumes))
 
 
 def _context(cert: Path, key: Path) -> ssl.SSLContext:
@@ -163,6 +174,7 @@ def serve(given: argparse.Namespace) -> None:
     if (given.cert is None) != (given.key is None):
         raise UseError("--cert and --key belong together; give both or neither.")
     tree, controllers, redirects = _server(given)
+    tree.shuffle(given.shuffle)
     stop = threading.Event()
     for number in (signal.SIGINT, signal.SIGTERM):
         signal.signal(number, lambda *_: stop.set())

@@ -2,34 +2,23 @@
 
 from __future__ import annotations
 
-from typing import Any, Dict, List, NamedTuple, Tuple
+from typing import Any, Dict, List, NamedTuple, Sequence, Tuple
 
-from .families.base import StorageController
-from .families.mega_raid import MegaRaid
-from .families.smart_array import SmartArray
+from .catalogue import Controllers
+from .families.base import SYSTEM, StorageController
+from .families.site import Site
 from .tree import LINK, ROOT, ResourceTree
 
-_SYSTEM = f"{ROOT}/Systems/1"
 _MODELS = {5: "ProLiant DL380 Gen10", 6: "ProLiant DL380 Gen11", 7: "HPE ProLiant Compute DL380 Gen12"}
 
 
-class Controllers(NamedTuple):
-    """How much of one family: controllers, and of each its drives, how many of them SSDs, and its volumes."""
-
-    count: int
-    drives: int
-    ssds: int
-    volumes: int
-
-
 class Profile(NamedTuple):
-    """What the server is: controller generation (5, 6, 7), its firmware, its storage."""
+    """What the server is: controller generation (5, 6, 7), its firmware, its storage in the order of the verbs."""
 
     generation: int
     major: int
     minor: int
-    smart_array: Controllers
-    mega_raid: Controllers
+    storage: Sequence[Controllers]
 
     @property
     def version(self) -> str:
@@ -53,18 +42,15 @@ def build(profile: Profile) -> Tuple[ResourceTree, List[StorageController]]:
     tree = ResourceTree()
     _add_root(tree, profile)
     _add_manager(tree, profile)
-    controllers: List[StorageController] = []
-    smart, mega = profile.smart_array, profile.mega_raid
+    site = Site(tree, profile.generation, profile.wear_scale)
+    controllers = [family.make(site, amount) for family, count, amount in profile.storage for _ in range(count)]
+    views = [view for controller in controllers for view in controller.views]
     if profile.generation == 5:
-        arrays = [SmartArray(tree, index, smart.drives, smart.ssds, smart.volumes, profile.wear_scale)
-                  for index in range(smart.count)]
-        _add_smart_storage(tree, [array.path for array in arrays])
-        controllers += arrays
-    raids = [MegaRaid(tree, index, mega.drives, mega.ssds, mega.volumes) for index in range(mega.count)]
-    controllers += raids
+        _add_smart_storage(tree, [path for view in views for path in view.arrays])
     _add_system(tree, profile)
-    tree.add_collection(f"{_SYSTEM}/Storage", "StorageCollection", "Storage", [raid.path for raid in raids])
-    _add_chassis(tree, [raid.chassis for raid in raids])
+    tree.add_collection(f"{SYSTEM}/Storage", "StorageCollection", "Storage",
+                        [path for view in views for path in view.storages])
+    _add_chassis(tree, [path for view in views for path in view.enclosures])
     return tree, controllers
 
 
@@ -99,7 +85,7 @@ def _add_root(tree: ResourceTree, profile: Profile) -> None:
 def _add_manager(tree: ResourceTree, profile: Profile) -> None:
     manager = tree.add(f"{ROOT}/Managers/1", {
         "@odata.type": "#Manager.v1_5_1.Manager", "Id": "1", "FirmwareVersion": profile.version,
-        "Links": {"ManagerForServers": [{LINK: _SYSTEM}], "ManagerForChassis": [{LINK: f"{ROOT}/Chassis/1"}]},
+        "Links": {"ManagerForServers": [{LINK: SYSTEM}], "ManagerForChassis": [{LINK: f"{ROOT}/Chassis/1"}]},
         "ManagerType": "BMC", "Model": f"iLO {profile.generation}", "Name": "Manager",
         "Oem": {"Hpe": {
             "@odata.type": "#HpeiLO.v2_8_0.HpeiLO",
@@ -111,11 +97,11 @@ def _add_manager(tree: ResourceTree, profile: Profile) -> None:
 
 
 def _add_system(tree: ResourceTree, profile: Profile) -> None:
-    links = {"PCIDevices": {LINK: f"{_SYSTEM}/PCIDevices"}, "USBPorts": {LINK: f"{_SYSTEM}/USBPorts"}}
+    links = {"PCIDevices": {LINK: f"{SYSTEM}/PCIDevices"}, "USBPorts": {LINK: f"{SYSTEM}/USBPorts"}}
     if profile.generation == 5:
-        links["SmartStorage"] = {LINK: f"{_SYSTEM}/SmartStorage"}
+        links["SmartStorage"] = {LINK: f"{SYSTEM}/SmartStorage"}
     health = {"Status": {"Health": "OK"}}
-    tree.add(_SYSTEM, {
+    tree.add(SYSTEM, {
         "@odata.type": "#ComputerSystem.v1_13_0.ComputerSystem", "Id": "1", "AssetTag": "",
         "BiosVersion": "U30 v2.90 (07/20/2025)", "HostName": "simserver",
         "Links": {"ManagedBy": [{LINK: f"{ROOT}/Managers/1"}], "Chassis": [{LINK: f"{ROOT}/Chassis/1"}]},
@@ -133,9 +119,9 @@ def _add_system(tree: ResourceTree, profile: Profile) -> None:
         "PowerState": "On", "ProcessorSummary": {"Count": 2, "Status": {"HealthRollup": "OK"}},
         "SKU": "SIM000-B21", "SerialNumber": "SIMSRV0001",
         "Status": {"Health": "OK", "HealthRollup": "OK", "State": "Enabled"},
-        "Storage": {LINK: f"{_SYSTEM}/Storage"}, "SystemType": "Physical",
+        "Storage": {LINK: f"{SYSTEM}/Storage"}, "SystemType": "Physical",
         "UUID": "5a1b2c3d-4e5f-4a6b-8c7d-9e0f1a2b3c4d"})
-    tree.add_collection(f"{ROOT}/Systems", "ComputerSystemCollection", "Computer Systems", [_SYSTEM])
+    tree.add_collection(f"{ROOT}/Systems", "ComputerSystemCollection", "Computer Systems", [SYSTEM])
 
 
 def _add_smart_storage(tree: ResourceTree, arrays: List[str]) -> None:
@@ -143,9 +129,9 @@ def _add_smart_storage(tree: ResourceTree, arrays: List[str]) -> None:
     links: Dict[str, Any] = {}
     for part, found in parts.items():
         kind = part[:-1]
-        links[part] = {LINK: tree.add_collection(f"{_SYSTEM}/SmartStorage/{part}", f"HpeSmartStorage{kind}Collection",
+        links[part] = {LINK: tree.add_collection(f"{SYSTEM}/SmartStorage/{part}", f"HpeSmartStorage{kind}Collection",
                                                  f"HpeSmartStorage{part}", found)}
-    tree.add(f"{_SYSTEM}/SmartStorage", {
+    tree.add(f"{SYSTEM}/SmartStorage", {
         "@odata.type": "#HpeSmartStorage.v2_0_0.HpeSmartStorage", "Description": "HPE Smart Storage",
         "Id": "SmartStorage", "Links": links, "Name": "HpeSmartStorage", "Status": {"Health": "OK"}})
 
@@ -153,7 +139,7 @@ def _add_smart_storage(tree: ResourceTree, arrays: List[str]) -> None:
 def _add_chassis(tree: ResourceTree, enclosures: List[str]) -> None:
     chassis = tree.add(f"{ROOT}/Chassis/1", {
         "@odata.type": "#Chassis.v1_11_0.Chassis", "Id": "1", "ChassisType": "RackMount",
-        "Links": {"ComputerSystems": [{LINK: _SYSTEM}], "ManagedBy": [{LINK: f"{ROOT}/Managers/1"}]},
+        "Links": {"ComputerSystems": [{LINK: SYSTEM}], "ManagedBy": [{LINK: f"{ROOT}/Managers/1"}]},
         "Manufacturer": "HPE", "Name": "Computer System Chassis", "PowerState": "On", "SerialNumber": "SIMSRV0001",
         "Status": {"Health": "OK", "State": "Enabled"}})
     tree.add_collection(f"{ROOT}/Chassis", "ChassisCollection", "Computer System Chassis", [chassis, *enclosures])

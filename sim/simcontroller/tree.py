@@ -2,18 +2,17 @@
 
 from __future__ import annotations
 
-import copy
 import fnmatch
 import json
 import threading
 from pathlib import Path
-from typing import Any, Dict, Iterable, Iterator, List, Optional, Set, Tuple
+from typing import Any, Dict, Iterable, List, Optional, Set
 
 from . import members
 from .errors import UseError
+from .presentation import LINK, Shuffler, slashed, without
 
 ROOT = "/redfish/v1"
-LINK = "@odata.id"
 
 
 def canonical(path: str) -> str:
@@ -29,21 +28,15 @@ class _Resource:
         self.fixed_links = fixed_links
 
 
-class _Removed:
-    """What remove took away, to be put back by restore."""
-
-    def __init__(self) -> None:
-        self.resources: Dict[str, _Resource] = {}
-        # (resource, keys of the container, key or index, what stood there)
-        self.links: List[Tuple[str, List[members.Key], members.Key, Any]] = []
-
-
 class ResourceTree:
     """All resources by path. Every operation locks, so requests and control commands may come from any thread."""
 
     def __init__(self) -> None:
         self._resources: Dict[str, _Resource] = {}
-        self._removed: Dict[str, _Removed] = {}
+        # Paths that were removed: they, all below them and every link to any of them are left out of answers. What
+        # is stored stays as it is, so that restore brings back the same answers whatever happened in between.
+        self._removed: Set[str] = set()
+        self._shuffler: Optional[Shuffler] = None
         self._lock = threading.RLock()
 
     # --- building ---
@@ -67,11 +60,11 @@ class ResourceTree:
                                "Members@odata.count": len(links)}, from_device)
 
     def append_link(self, path: str, member: str, target: str) -> None:
-        """Append a link to a list of links, such as Members, and correct the count beside it."""
+        """Append a link, in the form given, to a list of links such as Members, and correct the count beside it."""
         with self._lock:
             body = self._resource(path).body
             keys = members.require(body, member, path)
-            members.get(body, keys).append({LINK: canonical(target)})
+            members.get(body, keys).append({LINK: target})
             _correct_count(members.get(body, keys[:-1]), keys[-1])
 
     @classmethod
@@ -97,12 +90,13 @@ class ResourceTree:
 
     def paths(self, pattern: str = "*") -> List[str]:
         with self._lock:
-            return sorted(path for path in self._resources if fnmatch.fnmatchcase(path, pattern))
+            return sorted(path for path in self._resources
+                          if fnmatch.fnmatchcase(path, pattern) and not self._gone(path))
 
     def read(self, path: str) -> Dict[str, Any]:
-        """A copy of the resource as stored."""
+        """A copy of the resource as it stands: links in the form and order stored, none to what was removed."""
         with self._lock:
-            return copy.deepcopy(self._resource(path).body)
+            return without(self._resource(path).body, self._gone)
 
     def answer(self, path: str, expand: bool = False) -> Optional[Dict[str, Any]]:
         """A copy of the resource for an answer, None when it is not there.
@@ -111,19 +105,26 @@ class ResourceTree:
         `expand` puts the resources of Members in place of their links, one level deep.
         """
         with self._lock:
-            resource = self._resources.get(canonical(path))
-            if resource is None:
-                return None
-            slash = path.endswith("/")
-            body = _with_links(resource, slash)
-            if expand and isinstance(body.get("Members"), list):
-                body["Members"] = [self._expanded(link, slash) for link in body["Members"]]
+            body = self._body(path, path.endswith("/"))
+            if body is not None and expand and isinstance(body.get("Members"), list):
+                body["Members"] = [self._expanded(link, path.endswith("/")) for link in body["Members"]]
             return body
 
     def _expanded(self, link: Any, slash: bool) -> Any:
         target = link.get(LINK) if isinstance(link, dict) else None
-        resource = self._resources.get(canonical(target)) if isinstance(target, str) else None
-        return link if resource is None else _with_links(resource, slash)
+        body = self._body(target, slash) if isinstance(target, str) else None
+        return link if body is None else body
+
+    def _body(self, path: str, slash: bool) -> Optional[Dict[str, Any]]:
+        """The body of an answer, None when the resource is not there."""
+        path = canonical(path)
+        resource = self._resources.get(path)
+        if resource is None or self._gone(path):
+            return None
+        body = without(resource.body, self._gone)
+        if self._shuffler is not None:
+            body = self._shuffler.shuffled(body, path)
+        return slashed(body) if slash and not resource.fixed_links else body
 
     # --- changing ---
 
@@ -167,49 +168,32 @@ class ResourceTree:
 
     def remove(self, path: str) -> None:
         """Take a resource away, all resources below it, and every link to any of them."""
-        path = canonical(path)
         with self._lock:
             self._resource(path)
-            taken = _Removed()
-            for name in [n for n in self._resources if n == path or n.startswith(path + "/")]:
-                taken.resources[name] = self._resources.pop(name)
-            gone = set(taken.resources)
-            for name, resource in self._resources.items():
-                for keys, key, value in list(_links_to(resource.body, gone)):
-                    taken.links.append((name, keys, key, value))
-                # Backwards, so that the indexes of the links that come first stay right.
-                for owner, keys, key, _ in reversed(taken.links):
-                    if owner == name:
-                        container = members.get(resource.body, keys)
-                        del container[key]
-                        if isinstance(container, list):
-                            _correct_count(members.get(resource.body, keys[:-1]), keys[-1])
-            self._removed[path] = taken
+            self._removed.add(canonical(path))
 
     def restore(self, path: str) -> None:
         """Put back what remove took away under this path."""
         path = canonical(path)
         with self._lock:
-            taken = self._removed.pop(path, None)
-            if taken is None:
+            if path not in self._removed:
                 known = ", ".join(sorted(self._removed)) or "nothing"
                 raise UseError(f"{path} was not removed before; removed at present: {known}.")
-            self._resources.update(taken.resources)
-            for owner, keys, key, value in taken.links:
-                try:
-                    container = members.get(self._resources[owner].body, keys)
-                except (KeyError, IndexError, TypeError):
-                    # What held the link has been removed or changed meanwhile.
-                    continue
-                if isinstance(container, list):
-                    container.insert(int(key), value)
-                    _correct_count(members.get(self._resources[owner].body, keys[:-1]), keys[-1])
-                elif isinstance(container, dict):
-                    container[key] = value
+            self._removed.remove(path)
+
+    def shuffle(self, seed: Optional[int]) -> None:
+        """Serve lists of links in another order with every answer, as the seed says; None: as they are stored."""
+        with self._lock:
+            self._shuffler = None if seed is None else Shuffler(seed)
+
+    def _gone(self, path: str) -> bool:
+        """Whether the path, or a resource above it, was removed."""
+        path = canonical(path)
+        return any(path == removed or path.startswith(removed + "/") for removed in self._removed)
 
     def _resource(self, path: str) -> _Resource:
         resource = self._resources.get(canonical(path))
-        if resource is None:
+        if resource is None or self._gone(path):
             raise UseError(f"There is no resource {canonical(path)}; the verb paths lists those there are.")
         return resource
 
@@ -218,36 +202,3 @@ def _correct_count(container: Any, name: members.Key) -> None:
     """Keep `X@odata.count` beside a list X right, where there is one."""
     if isinstance(container, dict) and f"{name}@odata.count" in container:
         container[f"{name}@odata.count"] = len(container[name])
-
-
-def _links_to(node: Any, targets: Set[str], keys: Tuple[members.Key, ...] = ()) \
-        -> Iterator[Tuple[List[members.Key], members.Key, Any]]:
-    """Every value below the node that is a link to one of the targets and nothing else."""
-    items = enumerate(node) if isinstance(node, list) else node.items() if isinstance(node, dict) else ()
-    for key, value in items:
-        if isinstance(value, dict) and set(value) == {LINK} and isinstance(value[LINK], str) \
-                and canonical(value[LINK]) in targets:
-            yield list(keys), key, value
-        else:
-            yield from _links_to(value, targets, (*keys, key))
-
-
-def _with_links(resource: _Resource, slash: bool) -> Dict[str, Any]:
-    if resource.fixed_links or not slash:
-        return copy.deepcopy(resource.body)
-    return _slashed(resource.body)
-
-
-def _slashed(node: Any) -> Any:
-    if isinstance(node, list):
-        return [_slashed(value) for value in node]
-    if isinstance(node, dict):
-        return {key: _slashed_link(value) if key == LINK else _slashed(value) for key, value in node.items()}
-    return node
-
-
-def _slashed_link(value: Any) -> Any:
-    # A link with a fragment points inside a resource and takes no slash.
-    if isinstance(value, str) and "#" not in value and not value.endswith("/"):
-        return value + "/"
-    return value

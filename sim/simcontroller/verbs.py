@@ -96,6 +96,11 @@ def _json(value: Any) -> Any:
         return value
 
 
+def _word(value: Any) -> Any:
+    """A text, or null."""
+    return None if value in (None, "null") else _text(value)
+
+
 _MANY = 10**6
 _PATH = Parameter("PATH", _text)
 _PATTERN = Parameter("PATTERN", _text)
@@ -105,6 +110,7 @@ _TIMES = Parameter("TIMES", _times, True)
 _CONTROLLER = Parameter("C", _whole(1, _MANY))
 _DRIVE = Parameter("D", _whole(1, _MANY))
 _VOLUME = Parameter("V", _whole(1, _MANY))
+_WORD = Parameter("WORD", _word)
 
 VERBS: Dict[str, Verb] = {verb.name: verb for verb in (
     # Shortcuts: controller, drive and volume are counted from 1.
@@ -120,6 +126,13 @@ VERBS: Dict[str, Verb] = {verb.name: verb for verb in (
     Verb("restore-drive", (_CONTROLLER, _DRIVE), "put a pulled drive back"),
     Verb("remove-volume", (_CONTROLLER, _VOLUME), "delete a volume: the resource and every link to it"),
     Verb("restore-volume", (_CONTROLLER, _VOLUME), "put a deleted volume back"),
+    Verb("drive-health", (_CONTROLLER, _DRIVE, _WORD), "give a drive's Status.Health a word, or null"),
+    Verb("drive-state", (_CONTROLLER, _DRIVE, _WORD), "the same for its Status.State, such as UnavailableOffline"),
+    Verb("volume-health", (_CONTROLLER, _VOLUME, _WORD), "give a volume's Status.Health a word, or null"),
+    Verb("volume-state", (_CONTROLLER, _VOLUME, _WORD), "the same for its Status.State"),
+    Verb("empty-bay", (_CONTROLLER, _DRIVE), "pull a drive; its bay is listed as empty (MR Gen11, SR)"),
+    Verb("remove-controller", (_CONTROLLER,), "a whole controller is gone, with all that it has and every link to it"),
+    Verb("restore-controller", (_CONTROLLER,), "it is back"),
     Verb("list", (), "the controllers with the paths of their drives and volumes"),
     # Any resource.
     Verb("paths", (Parameter("PATTERN", _text, True),), "the paths of all resources"),
@@ -147,6 +160,8 @@ VERBS: Dict[str, Verb] = {verb.name: verb for verb in (
     # The controller as a whole.
     Verb("latency", (Parameter("MS", _whole(0, 600000)),), "wait MS before every answer"),
     Verb("expand", (Parameter("|".join(EXPAND_MODES), _one_of(*EXPAND_MODES)),), "how ?$expand is met"),
+    Verb("shuffle", (Parameter("on|off", _one_of("on", "off")), Parameter("SEED", _whole(0, _MANY), True)),
+         "serve links, such as Members, in another order each time (SEED: 1), or as built"),
     Verb("account", (Parameter("NAME", _text), Parameter("PASSWORD", _text)),
          "change account and password; every session ends"),
     Verb("session-limit", (Parameter("N", _whole(0, _MANY)),), "the most sessions at a time"),

@@ -5,9 +5,9 @@ from __future__ import annotations
 from typing import Any, Dict, List
 
 from ..tree import LINK, ResourceTree
-from .base import Changes, StorageController, spread
+from .base import SYSTEM, Amount, Changes, Identity, StorageController, spread
 
-COLLECTION = "/redfish/v1/Systems/1/SmartStorage/ArrayControllers"
+COLLECTION = f"{SYSTEM}/SmartStorage/ArrayControllers"
 
 # Model, size in MiB, logical blocks of 512 bytes, size in GB, firmware.
 _SSD = ("VK000960GWTEST", 915715, 1875385008, 960, "HPG3")
@@ -15,38 +15,39 @@ _HDD = ("EG001200JWTEST", 1144641, 2344225968, 1200, "HPD4")
 
 
 class SmartArray(StorageController):
-    """One Smart Array controller with `drives` disks, the first `ssds` of them SSDs, dealt over `volumes` volumes."""
+    """One Smart Array controller, its drives dealt over its volumes. `index`: its place in ArrayControllers."""
 
     FAILED_DRIVE: Changes = {"Status.Health": "Critical", "DiskDriveStatusReasons": ["Failed"]}
     PREDICTED_DRIVE: Changes = {"Status.Health": "Warning", "DiskDriveStatusReasons": ["PredictiveFail"]}
     OFFLINE_VOLUME: Changes = {"Status.Health": "Critical", "Status.State": "Disabled",
                                "LogicalDriveStatusReasons": ["Failed"]}
 
-    def __init__(self, tree: ResourceTree, index: int, drives: int, ssds: int, volumes: int, wear_scale: int) -> None:
-        super().__init__(tree, f"Smart Array controller in slot {index}")
+    def __init__(self, tree: ResourceTree, index: int, identity: Identity, amount: Amount, wear_scale: int) -> None:
+        super().__init__(tree, f"Smart Array controller in slot {identity.slot}")
         self._index = index
+        self._identity = identity
         self._wear_scale = wear_scale
         self.path = f"{COLLECTION}/{index}"
-        groups = spread(drives, volumes)
+        self.arrays = [self.path]
+        groups = spread(amount.drives, amount.volumes)
         used = {drive for group in groups for drive in group}
         self._add_controller()
-        for drive in range(drives):
-            self._add_drive("SSD" if drive < ssds else "HDD", "Data" if drive in used else "Unconfigured")
+        for drive in range(amount.drives):
+            self._add_drive(amount.media(drive), "Data" if drive in used else "Unconfigured")
         for group in groups:
             self._add_volume(group)
-        self._add_collections([drive for drive in range(drives) if drive not in used])
+        self._add_collections([drive for drive in range(amount.drives) if drive not in used])
 
     def wear_changes(self, percent: int) -> Changes:
         return {"SSDEnduranceUtilizationPercentage": percent * self._wear_scale}
 
-    def add_drive(self, media: str) -> str:
+    def _add_unconfigured(self, media: str) -> str:
         path = self._add_drive(media, "Unconfigured")
         self._tree.append_link(f"{self.path}/DiskDrives", "Members", path)
         self._tree.append_link(f"{self.path}/UnconfiguredDrives", "Members", path)
         return path
 
     def _add_controller(self) -> None:
-        model = "HPE Smart Array P408i-a SR Gen10" if self._index == 0 else "HPE Smart Array P408i-p SR Gen10"
         links = {name: {LINK: f"{self.path}/{part}"} for name, part in (
             ("LogicalDrives", "LogicalDrives"), ("PhysicalDrives", "DiskDrives"),
             ("StorageEnclosures", "StorageEnclosures"), ("UnconfiguredDrives", "UnconfiguredDrives"))}
@@ -55,10 +56,11 @@ class SmartArray(StorageController):
             "AdapterType": "SmartArray", "BackupPowerSourceStatus": "Present", "CurrentOperatingMode": "Mixed",
             "Description": "HPE Smart Storage Array Controller View", "ExternalPortCount": 0,
             "FirmwareVersion": {"Current": {"VersionString": "5.00"}}, "HardwareRevision": "B",
-            "Id": str(self._index), "InternalPortCount": 2, "Links": links, "Location": f"Slot {self._index}",
-            "LocationFormat": "PCISlot", "Model": model, "Name": "HpeSmartStorageArrayController",
+            "Id": str(self._index), "InternalPortCount": 2, "Links": links, "Location": f"Slot {self._identity.slot}",
+            "LocationFormat": "PCISlot", "Model": self._identity.model,
+            "Name": "HpeSmartStorageArrayController",
             # Controllers pad the number with a blank.
-            "SerialNumber": f"SIMSA{self._index:04d}CTRL ", "Status": {"Health": "OK", "State": "Enabled"}})
+            "SerialNumber": f"{self._identity.serial()} ", "Status": {"Health": "OK", "State": "Enabled"}})
 
     def _add_drive(self, media: str, use: str) -> str:
         number = len(self.drives)
@@ -78,7 +80,7 @@ class SmartArray(StorageController):
             "PowerOnHours": 1200 if media == "SSD" else None,
             # Hard disks have no wear: the member is there and null.
             "SSDEnduranceUtilizationPercentage": 2 * self._wear_scale if media == "SSD" else None,
-            "SerialNumber": f"SIMSA{self._index:02d}D{number:04d}", "Status": {"Health": "OK", "State": "Enabled"}}
+            "SerialNumber": self._identity.drive_serial(number), "Status": {"Health": "OK", "State": "Enabled"}}
         if media == "HDD":
             body["RotationalSpeedRpm"] = 10000
         path = self._tree.add(f"{self.path}/DiskDrives/{number}", body)
