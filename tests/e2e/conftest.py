@@ -16,7 +16,7 @@ import simhost  # noqa: E402
 
 
 @pytest.fixture(scope="session", autouse=True)
-def everything_is_there() -> None:
+def everything_is_there(request: pytest.FixtureRequest) -> None:
     """In CI nothing may be missing; elsewhere a machine that forbids namespaces skips, and says so."""
     reason = simhost.missing()
     if reason is not None:
@@ -25,6 +25,16 @@ def everything_is_there() -> None:
         pytest.skip(reason)
     for name in ("bayward", "baywardctl", "bayward.msg", "baywardilorest.py"):
         assert (bin_dir() / name).exists(), f"{bin_dir() / name} does not exist; ./run build makes it"
+    if any("natural" in getattr(item, "fixturenames", ()) for item in request.session.items):
+        request.getfixturevalue("natural")  # started now, it has run long enough when its test comes
+
+
+@pytest.fixture(scope="session")
+def natural() -> Iterator[Watched]:
+    """A service at its natural pace, which runs beside the tests of other services."""
+    with ExitStack() as found:
+        sim = _starter(found)("--ilo", 5, "--drives", 2, "--mr", 1, "--mr-drives", 2)
+        yield _watcher(found)(sim, speed=1).start()
 
 
 def _starter(stack: ExitStack) -> Callable[..., ControllerProcess]:

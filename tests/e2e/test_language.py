@@ -17,12 +17,11 @@ def test_locale(start_sim: Callable, watch: Callable[..., Watched], locale: str,
     watched = watch(sim, locale=locale, speed=15)
     watched.language, watched.encoding = language, encoding
     watched.start().wait_baseline()
-    sim.control.call("wear-drive", 1, 1, 80)
-    watched.expect(smart_disk(1, ssd=True).worn_80)
-    sim.control.call("fail-drive", 1, 2)
-    watched.expect(smart_disk(2).failed)
-    sim.control.call("offline-volume", 1, 1)
-    watched.expect(volume_offline(SMART_ARRAY, 1), walks=1)
+    with watched.held():
+        sim.control.call("wear-drive", 1, 1, 80)
+        sim.control.call("fail-drive", 1, 2)
+        sim.control.call("offline-volume", 1, 1)
+    watched.expect(smart_disk(1, ssd=True).worn_80, smart_disk(2).failed, volume_offline(SMART_ARRAY, 1))
     watched.unregister()
     watched.expect(LOGIN_FAILED, walks=0)
     assert watched.stop() == 0
@@ -56,4 +55,4 @@ def test_other_distributions_keep_it_elsewhere(start_sim: Callable, watch: Calla
     watched.language, watched.encoding = "ja_JP", "euc_jp"
     watched.start().wait_baseline()
     sim.control.call("fail-drive", 1, 1)
-    watched.expect(smart_disk(1).failed, walks=1)
+    watched.expect(smart_disk(1).failed)

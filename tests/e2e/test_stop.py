@@ -80,7 +80,7 @@ def test_in_the_pause_after_refused_log_ins_at_start_up(reach: Callable[..., Wat
 
 
 def test_in_the_pause_after_refused_log_ins_while_monitoring(reach: Callable[..., Watched]) -> None:
-    watched = reach(interval=30000)
+    watched = reach(interval=10000)
     watched.wait_line(MONITORED)
     watched.unregister()
     watched.wait_line("<VK0954>")
@@ -115,9 +115,11 @@ def test_in_the_wait_for_a_resource_that_is_not_ready_at_start_up(reach: Callabl
 
 
 def test_in_the_middle_of_a_walk(reach: Callable[..., Watched]) -> None:
-    watched = reach("--latency-ms", 150, "--drives", 20, interval=3000, speed=5)
-    watched.wait_line(MONITORED)
-    wait_until(lambda: watched.walks() >= 2, "walk", 30, watched.host)
+    watched = reach("--drives", 20, interval=3000)
+    watched.wait_baseline()
+    watched.sim.control.call("latency", 150)
+    begun = watched.walks()
+    wait_until(lambda: watched.walks() > begun, "slow walk", 30, watched.host)
     begun = len(watched.sim.requests())
     assert_stops(watched)
     after = [line.split()[2] for line in watched.sim.requests()[begun:]]
@@ -127,22 +129,21 @@ def test_in_the_middle_of_a_walk(reach: Callable[..., Watched]) -> None:
 
 
 def test_in_a_log_in_that_hangs(reach: Callable[..., Watched]) -> None:
-    """The time limit of the log-in, 30 seconds, is 3 of the test's; then it ends without another try."""
-    watched = reach()
+    """The time limit of the log-in, 30 seconds, is 2 of the test's; then it ends without another try."""
+    watched = reach(speed=15)
     watched.sim.control.call("hang", "POST */Sessions", "headers", "forever")
     wait_until(lambda: watched.counters()["total"] == 1, "log-in", 30, watched.host)
-    assert_stops(watched, 3.5 + LIMIT, ["<VK0911> [ER] Failed to initialize RaidManager. : retry count=0"])
+    assert_stops(watched, 2 + LIMIT, ["<VK0911> [ER] Failed to initialize RaidManager. : retry count=0"])
     assert watched.counters()["total"] == 1
 
 
 def test_in_an_answer_that_hangs(reach: Callable[..., Watched]) -> None:
-    watched = reach(interval=3000)
-    watched.wait_line(MONITORED)
+    watched = reach(interval=3000, speed=15)
     watched.wait_baseline()
     watched.sim.control.call("hang", "GET */DiskDrives/1", "body", "forever")
     asked = "/DiskDrives/1/ 200/hang-body"
     wait_until(lambda: asked in watched.sim.requests()[-1], "answer that hangs", 30, watched.host)
-    assert_stops(watched, 3.5 + LIMIT, ["<VK0956> [ER] Failed to initialize RaidManager."])
+    assert_stops(watched, 2 + LIMIT, ["<VK0956> [ER] Failed to initialize RaidManager."])
     assert watched.count_line("<VK0950>") == 0
 
 

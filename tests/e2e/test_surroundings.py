@@ -98,7 +98,7 @@ def test_without_media_error_check_its_thread_leaves_no_line(watch: Callable[...
 def test_log_size_0_keeps_the_newest_line_and_the_one_before(watch: Callable[..., Watched]) -> None:
     watched = watch(None, speed=1, config={"log file": {"max log size": 0}})
     watched.start()
-    watched.wait_line("<VK0900> [TR] Start cyclic serial log saving.")
+    watched.wait_line("<VK0900> [TR] Ready to wait stop event.")
     assert watched.stop() == 0
     assert sorted(path.name for path in watched.host.log_dir.iterdir()) == ["bayward.log", "bayward.log.bak"]
     # The backup's lines come first.

@@ -3,11 +3,12 @@
 import os
 import re
 import signal
+from datetime import datetime
 from pathlib import Path
 from typing import Callable, List
 
 import pytest
-from watched import Watched, wait_until
+from watched import Watched, mega_disk, wait_until
 
 from simhost import SimHost
 
@@ -148,3 +149,22 @@ def test_run_through_a_symbolic_link_works_in_the_targets_folder(detached: Calla
     assert Path(os.readlink(f"/proc/{pid}/cwd")) == watched.host.runtime
     assert "<VK0900> [TR] PrepareMessage succeeded." in watched.trace()  # found beside the executable
     assert_daemon_ends(watched, pid)
+
+
+def test_natural_pace(natural: Watched) -> None:
+    """Nothing is sped up here: two passes of 10 seconds, then a walk every 3 seconds or a little more."""
+    natural.wait_baseline()
+    natural.sim.control.call("fail-drive", 2, 1)
+    natural.expect(mega_disk(1, ssd=True).failed)
+    assert natural.stop() == 0
+    assert natural.count_line("[ER]") == 0
+
+    def seconds(text: str, count: int = 1) -> float:
+        stamp = natural.wait_line(text, 1, count)[:23]
+        return datetime.strptime(stamp, "%Y/%m/%d %H:%M:%S.%f").timestamp()
+
+    begun = seconds("Ready to wait stop event.")
+    assert 9.9 <= seconds("mVersion=") - begun < 15
+    assert 19.9 <= seconds("Start to monitor.") - begun < 30
+    cycles = [seconds("ssdEnduranceUtilizationPercentage=2", count) for count in (1, 2, 3)]
+    assert all(2.9 <= later - earlier < 8 for earlier, later in zip(cycles, cycles[1:]))

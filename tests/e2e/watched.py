@@ -210,12 +210,17 @@ class Watched:
 
     # Start and end
 
-    def environment(self) -> Dict[str, str]:
-        """Switches of the sanitizers: a detached service has no standard error, so reports go to files."""
+    def environment(self, paced: bool = False) -> Dict[str, str]:
+        """Switches of the sanitizers: a detached service has no standard error, so reports go to files.
+
+        paced   for a process under libfaketime. Now and then the leak checker aborts such a process at its end ("The
+                futex facility returned an unexpected error code"), so there leaks are not looked for.
+        """
         found = dict(self._env)
         log = f"log_path={self.host.work / 'sanitizer'}"
+        leaks = "detect_leaks=0" if paced or self.clock is not None else ""
         given = {name: os.environ.get(name, "") for name in ("ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS")}
-        found["ASAN_OPTIONS"] = ":".join(filter(None, [given["ASAN_OPTIONS"], log, "verify_asan_link_order=0"]))
+        found["ASAN_OPTIONS"] = ":".join(filter(None, [given["ASAN_OPTIONS"], log, leaks, "verify_asan_link_order=0"]))
         found["UBSAN_OPTIONS"] = ":".join(filter(None, [given["UBSAN_OPTIONS"], log, "print_stacktrace=1"]))
         if _SUPPRESSIONS.exists():
             found["LSAN_OPTIONS"] = ":".join(filter(None, [given["LSAN_OPTIONS"], f"suppressions={_SUPPRESSIONS}",
@@ -226,7 +231,7 @@ class Watched:
 
     def start(self) -> "Watched":
         pace = f"+0 x{self._speed:g}" if self._speed != 1 and self.clock is None else None
-        self.host.start_service(stand_alone=self._stand_alone, faketime=pace, env=self.environment())
+        self.host.start_service(stand_alone=self._stand_alone, faketime=pace, env=self.environment(pace is not None))
         return self
 
     def stop(self, timeout: float = 30.0) -> int:
@@ -326,8 +331,8 @@ class Watched:
 
     # Reports
 
-    def expect(self, *events: Event, walks: int = 2, timeout: float = 30.0) -> None:
-        """These events and no others follow those expected before, in both logs, and stay alone for some walks more."""
+    def expect(self, *events: Event, walks: int = 1, timeout: float = 30.0) -> None:
+        """These events and no others follow those expected before, in both logs, and stay alone for `walks` walks more."""
         self._expected += events
         if events:
             line = events[-1].line
