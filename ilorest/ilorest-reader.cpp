@@ -73,6 +73,9 @@ bool iLoRestReader::readILoRest(ServiceRoot& snapshot) {
         m_bridge->clearError();
         closeQuietly();
         throw static_cast<char*>(m_message);
+    } catch (const tovabase::TOVAExcpt&) {
+        closeQuietly();  // a wait that failed; it is no answer of the controller's
+        throw;
     } catch (const char* text) {
         failure = text;  // a copy: ending the session reuses the buffer
     } catch (const std::string& text) {

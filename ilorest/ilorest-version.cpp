@@ -70,7 +70,29 @@ std::optional<std::string> FailureOf(Read read) {
         return text;
     } catch (const std::exception& error) {
         return error.what();
+    } catch (const tovabase::TOVAExcpt& error) {
+        return error.text();
     }
+}
+
+// Lets a step name also the failures that steps do not know: exceptions with a text become that text.
+template <class Read>
+void WithTexts(Read read) {
+    std::string text;
+    try {
+        read();
+        return;
+    } catch (const RestTextError&) {
+        throw;
+    } catch (const std::exception& error) {
+        text = error.what();
+        if (text.empty()) {
+            throw;
+        }
+    } catch (const tovabase::TOVAExcpt& error) {
+        text = error.text();
+    }
+    throw text;
 }
 
 }  // namespace
@@ -89,16 +111,18 @@ int iLoRestReader::setupiLOVersion() {
 
 void iLoRestReader::readiLOVersion(RestBridge& bridge, iLOVersion& version) {
     step({kStepFailure, __LINE__}, [&] {
-        const std::vector<Odataid> managers = fetchMembers(bridge, {kManagers});
-        if (managers.empty()) {
-            throw RestTextError("no manager");
-        }
-        RestText text(fetch(bridge, managers.front().id));
-        const Firmware firmware = LoadManagerFirmware(text);
-        version = firmware.version;
-        m_versionText = firmware.versionString;
-        trace(__LINE__, "mVersion=" + m_versionText + ", mMajorVersion=" + std::to_string(version.major) +
-                            ", mMinorVersion=" + std::to_string(version.minor));
+        WithTexts([&] {
+            const std::vector<Odataid> managers = fetchMembers(bridge, {kManagers});
+            if (managers.empty()) {
+                throw RestTextError("no manager");
+            }
+            RestText text(fetch(bridge, managers.front().id));
+            const Firmware firmware = LoadManagerFirmware(text);
+            version = firmware.version;
+            m_versionText = firmware.versionString;
+            trace(__LINE__, "mVersion=" + m_versionText + ", mMajorVersion=" + std::to_string(version.major) +
+                                ", mMinorVersion=" + std::to_string(version.minor));
+        });
     });
 }
 
@@ -126,23 +150,26 @@ std::string iLoRestReader::readiLOVersion_vnic(const std::string& host, const st
                                                iLOVersion& /*version*/) {
     std::string generation;
     step({kStepFailure, __LINE__}, [&] {
-        const std::string answer = fetch(
-            [&] {
-                return bridge.getValue_vNIC(host.c_str(), account.c_str(), password.c_str(), m_retryCount,
-                                            m_retryInterval);
-            },
-            m_notReadyAttempts);
-        if (answer.empty() || answer == "None") {
-            return;  // no session could be opened there
-        }
-        RestText text(answer);
-        text.inside("Oem", [&] {
-            text.inside("Hpe", [&] { text.inside("Moniker", [&] { text.load("PRODGEN", generation); }); });
+        WithTexts([&] {
+            const std::string answer = fetch(
+                [&] {
+                    return bridge.getValue_vNIC(host.c_str(), account.c_str(), password.c_str(), m_retryCount,
+                                                m_retryInterval);
+                },
+                m_notReadyAttempts);
+            if (answer.empty() || answer == "None") {
+                return;  // no session could be opened there
+            }
+            RestText text(answer);
+            text.inside("Oem", [&] {
+                text.inside("Hpe",
+                            [&] { text.inside("Moniker", [&] { text.load("PRODGEN", generation); }); });
+            });
+            if (IsKnownGeneration(generation)) {
+                m_versionText = generation;
+            }
+            trace(__LINE__, "iLO Version=" + generation);
         });
-        if (IsKnownGeneration(generation)) {
-            m_versionText = generation;
-        }
-        trace(__LINE__, "iLO Version=" + generation);
     });
     return generation;
 }

@@ -12,17 +12,15 @@
 
 namespace {
 
-// The reasons that the Mirror rules look for in a drive's health.
+constexpr const char* kNoReason = "None";
+
+// The reasons that the Mirror rules look for in a drive's health, the gravest last.
 constexpr std::string_view kHealthWords[] = {"Critical", "FailedDueToPredictiveSpareActivation",
                                              "CommunicationFailure", "CarrierCommunicationFailure",
                                              "Unrecoverable"};
 
-bool IsHealthWord(const std::string& reason) {
-    return std::find(std::begin(kHealthWords), std::end(kHealthWords), reason) != std::end(kHealthWords);
-}
-
 void LoadDriveStatus(RestText& text, DiskDrive& drive) {
-    Status status{"OK", "None", "Enabled"};
+    Status status{"OK", kNoReason, "Enabled"};
     LoadStatus(text, status);
     if (status.Health != "OK" && !status.Health.empty()) {
         status.Reason = status.Health;
@@ -30,31 +28,38 @@ void LoadDriveStatus(RestText& text, DiskDrive& drive) {
     drive.health = status.Health;
     drive.state = status.State;
     drive.statusReasons = {status.Reason};
-    text.loadOptional("DiskDriveStatusReasons", drive.statusReasons);
-    for (const std::string& reason : drive.statusReasons) {
-        if (IsHealthWord(reason)) {
-            drive.health = reason;
+    // A list that says nothing does not take the health's word away.
+    std::vector<std::string> listed;
+    text.loadOptional("DiskDriveStatusReasons", listed);
+    if (!listed.empty() && listed != std::vector<std::string>{kNoReason}) {
+        drive.statusReasons = std::move(listed);
+    }
+    // One health stands for all reasons: the gravest.
+    for (const std::string_view word : kHealthWords) {
+        if (std::find(drive.statusReasons.begin(), drive.statusReasons.end(), word) !=
+            drive.statusReasons.end()) {
+            drive.health = word;
         }
     }
     text.loadOptional("StatusIndicator", drive.statusIndicator);
-    text.loadOptional("FailurePredicted", drive.failurePredicted);
+    text.loadTolerant("FailurePredicted", drive.failurePredicted);
 }
 
 void LoadDrive(RestText& text, DiskDrive& drive) {
     constexpr std::int64_t kBytesPerGB = 1000 * 1000 * 1000;
-    text.loadOptional("Id", drive.Id);
-    text.loadOptional("Model", drive.model);
-    text.loadOptional("SerialNumber", drive.serialNumber);
-    text.loadOptional("MediaType", drive.mediaType);
-    text.loadOptional("Revision", drive.firmwareRevision);
-    text.loadOptional("BlockSizeBytes", drive.blockSize);
+    text.loadTolerant("Id", drive.Id);
+    text.loadTolerant("Model", drive.model);
+    text.loadTolerant("SerialNumber", drive.serialNumber);
+    text.loadTolerant("MediaType", drive.mediaType);
+    text.loadTolerant("Revision", drive.firmwareRevision);
+    text.loadTolerant("BlockSizeBytes", drive.blockSize);
     std::int64_t bytes = 0;
-    text.loadOptional("CapacityBytes", bytes);
+    text.loadTolerant("CapacityBytes", bytes);
     drive.capacityGB = bytes / kBytesPerGB;
-    // A drive that tells no wear is not a worn one.
-    drive.endurance = 100;
+    // A drive that tells no wear is not a worn one, whatever the scale of the thresholds.
+    drive.endurance = 100 * static_cast<std::int64_t>(drive.enduranceScale);
     if (drive.mediaType.find("SSD") != std::string::npos) {
-        text.loadOptional("PredictedMediaLifeLeftPercent", drive.endurance);
+        text.loadTolerant("PredictedMediaLifeLeftPercent", drive.endurance);
     }
     PLocation location;
     LoadLocation(text, "PhysicalLocation", location);
@@ -98,9 +103,9 @@ void iLoRestReader::readRedfishDrive(const RedfishDriveReader& reader, RestBridg
                                      DiskDrive& drive) {
     step({reader.failure, __LINE__}, [&] {
         RestText text(fetch(bridge, id.id, reader.attempts != 0 ? reader.attempts : m_notReadyAttempts));
+        drive.enduranceScale = m_enduranceScale;
         LoadDrive(text, drive);
         LoadDriveStatus(text, drive);
-        drive.enduranceScale = m_enduranceScale;
         trace(__LINE__, "statusReasons=" + Joined(drive.statusReasons) + ", State=" + drive.state +
                             ", failurePredicted=" + (drive.failurePredicted ? "1" : "0"));
     });

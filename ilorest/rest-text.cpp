@@ -69,7 +69,7 @@ bool RestText::hasShape(const char* name) const {
     return contains(std::string("\"") + name + "\":");
 }
 
-bool RestText::isNull(const char* name) const {
+bool RestText::isNullInText(const char* name) const {
     const std::string member = std::string("\"") + name + "\":";
     return contains(member + "null") || contains(member + " null");
 }
@@ -137,13 +137,13 @@ void RestText::inside(const char* name, const std::function<void()>& body) {
 }
 
 void RestText::insideUnlessNull(const char* name, const std::function<void()>& body) {
-    if (!isNull(name)) {
+    if (presence(name) != Presence::kNull) {
         inside(name, body);
     }
 }
 
 void RestText::insideOptional(const char* name, const std::function<void()>& body) {
-    if (!isNull(name) && has(name)) {
+    if (presence(name) == Presence::kValue) {
         inside(name, body);
     }
 }
@@ -162,21 +162,21 @@ void RestText::insideEach(const char* name, const std::function<bool()>& body) {
 }
 
 void RestText::insideEachOptional(const char* name, const std::function<bool()>& body) {
-    if (!isNull(name) && has(name)) {
+    if (presence(name) == Presence::kValue) {
         insideEach(name, body);
     }
 }
 
-bool RestText::has(const char* name) {
+RestText::Presence RestText::presence(const char* name) {
     try {
         std::nullptr_t null = nullptr;
         m_archive->json(cereal::make_nvp(name, null));
     } catch (const cereal::RapidJSONException&) {
-        return true;  // found, and it is no null
+        return Presence::kValue;  // found, and it is no null
     } catch (const cereal::Exception&) {
-        return false;
+        return Presence::kAbsent;
     }
-    return true;
+    return Presence::kNull;
 }
 
 void LoadStatus(RestText& text, Status& status) {

@@ -17,13 +17,14 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-// Three ways to load a member, by how much the resource may lack it:
-//   load          the member is there and has the right type, or RestTextError is thrown;
+// Ways to load a member, by how much the resource may lack it:
+//   load            the member is there and has the right type, or RestTextError is thrown;
 //   loadUnlessNull  as load, but a null leaves the value alone;
-//   loadOptional  null, or not there at this level: the value is left alone; another type throws.
-// Null is recognised in the raw text, anywhere in it, in the two spellings that the controller's firmware
-// generations write
-// ("K":null and "K": null); in any other spelling it is a wrong type.
+//   loadOptional    null, or not there at this level: the value is left alone; another type throws;
+//   loadTolerant    as loadOptional, but null is recognised in the raw text, anywhere in it, in the two
+//   spellings
+//                   that the controller's firmware generations write ("K":null and "K": null); in any other
+//                   spelling it is a wrong type. For the members of Redfish drives that are known to come so.
 //
 // Whole numbers accept a real and cut it; beyond their range they take its nearest end. Used by one thread.
 class RestText {
@@ -36,7 +37,6 @@ public:
 
     // Is the quoted name with a colon behind it somewhere in the text?
     bool hasShape(const char* name) const;
-    bool isNull(const char* name) const;
 
     void load(const char* name, std::string& value);
     void load(const char* name, std::int64_t& value);
@@ -48,13 +48,19 @@ public:
 
     template <class T>
     void loadUnlessNull(const char* name, T& value) {
-        if (!isNull(name)) {
+        if (presence(name) != Presence::kNull) {
             load(name, value);
         }
     }
     template <class T>
     void loadOptional(const char* name, T& value) {
-        if (!isNull(name) && has(name)) {
+        if (presence(name) == Presence::kValue) {
+            load(name, value);
+        }
+    }
+    template <class T>
+    void loadTolerant(const char* name, T& value) {
+        if (!isNullInText(name) && presence(name) != Presence::kAbsent) {
             load(name, value);
         }
     }
@@ -72,8 +78,10 @@ public:
 private:
     class Archive;
 
-    // Is there a member of that name at this level?
-    bool has(const char* name);
+    // What the object that is open holds under that name.
+    enum class Presence { kAbsent, kNull, kValue };
+    Presence presence(const char* name);
+    bool isNullInText(const char* name) const;
     bool contains(const std::string& part) const { return m_text.find(part) != std::string::npos; }
 
     std::string m_text;

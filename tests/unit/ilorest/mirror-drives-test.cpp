@@ -82,9 +82,47 @@ TEST_P(MirrorDriveReader, ListedReasons_ReplaceAndMayBecomeTheHealth) {
     drive = Drive(With(kMrDrive, R"("Id":)", reasons + R"(["Failed"],"Id":)"));
     EXPECT_EQ(drive.health, "OK");
     EXPECT_TRUE(drive.isBCMStatusFailed());
-    EXPECT_TRUE(Drive(With(kMrDrive, R"("Id":)", reasons + R"([],"Id":)")).statusReasons.empty());
-    EXPECT_EQ(Drive(With(kMrDrive, R"("Id":)", reasons + R"(null,"Id":)")).statusReasons,
-              std::vector<std::string>{"None"});
+    // One health stands for all: the gravest, whatever their order.
+    for (const char* list : {R"(["Unrecoverable","Critical"])", R"(["Critical","Unrecoverable"])"}) {
+        drive = Drive(With(kMrDrive, R"("Id":)", reasons + list + R"(,"Id":)"));
+        EXPECT_EQ(drive.health, "Unrecoverable") << list;
+        EXPECT_TRUE(drive.isBCMStatusFailed()) << list;
+    }
+}
+
+TEST_P(MirrorDriveReader, ListThatSaysNothing_LeavesTheHealthsReason) {
+    for (const char* list : {"null", "[]", R"(["None"])"}) {
+        const std::string member = std::string(R"("DiskDriveStatusReasons":)") + list + R"(,"Id":)";
+        const std::string healthy = With(kMrDrive, R"("Id":)", member);
+        EXPECT_EQ(Drive(healthy).statusReasons, std::vector<std::string>{"None"}) << list;
+        const DiskDrive dead = Drive(With(healthy, R"("Health":"OK")", R"("Health":"Critical")"));
+        EXPECT_EQ(dead.statusReasons, std::vector<std::string>{"Critical"}) << list;
+        EXPECT_TRUE(dead.isBCMStatusFailed()) << list;
+    }
+}
+
+// Makers put objects of their own beside the standard members; a null in them says nothing about the drive.
+TEST_P(MirrorDriveReader, NullInAnObjectOfTheMakers_HidesNeitherHealthNorReasons) {
+    const std::string oem =
+        R"("Oem":{"Maker":{"Status":{"Health":null,"State":null},"DiskDriveStatusReasons":null,"Links":null}},"Id":)";
+    const DiskDrive drive =
+        Drive(With(With(kMrDrive, R"("Id":)", oem), R"("Health":"OK")", R"("Health":"Critical")"));
+    EXPECT_EQ(drive.health, "Critical");
+    EXPECT_EQ(drive.state, "Enabled");
+    EXPECT_TRUE(drive.isBCMStatusFailed());
+    EXPECT_FALSE(drive.volumes.empty());
+}
+
+// Old firmware counts wear in hundredths, and the thresholds follow; a drive that tells no wear is not a worn
+// one.
+TEST_P(MirrorDriveReader, UnknownWear_IsNoneOnAnyScale) {
+    bridge->resources["/redfish/v1/Managers/"] = R"({"Members":[{"@odata.id":"/redfish/v1/Managers/1/"}]})";
+    bridge->resources["/redfish/v1/Managers/1/"] =
+        R"({"Firmware":{"Current":{"MajorVersion":1,"MinorVersion":15,"VersionString":"iLO 5 v1.15"}}})";
+    reader->setupiLOVersion();
+    const DiskDrive drive = Drive(With(kMrDrive, R"("PredictedMediaLifeLeftPercent":97.9,)", ""));
+    EXPECT_EQ(drive.enduranceScale, 100U);
+    EXPECT_EQ(drive.getMirrorEnduranceCode(), 0U);
 }
 
 TEST_P(MirrorDriveReader, OptionalMemberNullOrMissing_KeepsItsDefaultAndTheRestIsRead) {

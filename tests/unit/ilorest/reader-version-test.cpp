@@ -146,7 +146,12 @@ TEST_F(ControllerVersion, UnusableResources_FailWithTheStepsText) {
 
 TEST_F(ControllerVersion, StandardException_BecomesText) {
     bridge->onFetch = [](const std::string&) { throw std::runtime_error("unexpected"); };
-    EXPECT_EQ(Failure(), "unexpected");
+    EXPECT_EQ(Failure(), kFailed + "unexpected");
+    EXPECT_EQ(bridge->calls.back(), "close");
+    bridge->onFetch = [](const std::string&) {
+        throw tovabase::TOVAExcpt(tovabase::TOVAExcpt::kSystemCall, "wait failed");
+    };
+    EXPECT_EQ(Failure(), kFailed + "wait failed");
     EXPECT_EQ(bridge->calls.back(), "close");
 }
 

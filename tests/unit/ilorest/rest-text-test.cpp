@@ -180,16 +180,32 @@ TEST(RestText, NullInTheTwoSpellings_IsSkipped) {
         std::string model = "kept";
         text.loadOptional("Model", model);
         text.loadUnlessNull("Model", model);
+        text.loadTolerant("Model", model);
         EXPECT_EQ(model, "kept");
     }
 }
 
-TEST(RestText, NullInAnotherSpelling_FailsTheLoad) {
+TEST(RestText, NullElsewhereInTheText_CountsForTolerantLoadsOnly) {
+    RestText text(R"({"n":{"Model":null},"Model":"top"})");
+    std::string model = "kept";
+    text.loadTolerant("Model", model);
+    EXPECT_EQ(model, "kept");
+    text.loadOptional("Model", model);
+    EXPECT_EQ(model, "top");
+    model = "kept";
+    text.loadUnlessNull("Model", model);
+    EXPECT_EQ(model, "top");
+}
+
+TEST(RestText, NullInAnotherSpelling_FailsTolerantLoadsOnly) {
     for (const char* json :
          {R"({"Model" :null})", R"({"Model" : null})", R"({"Model":  null})", "{\"Model\":\tnull}"}) {
         RestText text(json);
         std::string model;
-        EXPECT_FALSE(ErrorText([&] { text.loadOptional("Model", model); }).empty()) << json;
+        EXPECT_FALSE(ErrorText([&] { text.loadTolerant("Model", model); }).empty()) << json;
+        EXPECT_TRUE(ErrorText([&] { text.loadOptional("Model", model); }).empty()) << json;
+        EXPECT_TRUE(ErrorText([&] { text.loadUnlessNull("Model", model); }).empty()) << json;
+        EXPECT_EQ(model, "");
     }
 }
 
