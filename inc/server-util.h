@@ -62,7 +62,8 @@ public:
     void Consume();
 
     // Waits for one event (waitAll false: its index in the list is returned) or for every event (waitAll
-    // true: 0 is returned), at most timeoutMs milliseconds; kTimeout when the time is over. An empty list
+    // true: 0 is returned), at most timeoutMs milliseconds; kTimeout when the time is over. Every event of
+    // the list is used: a null pointer in it is the caller's mistake (WaitAny drops them). An empty list
     // returns 0 at once. There is no infinite wait: 0xFFFFFFFF milliseconds is a very long one. Throws
     // TOVAExcpt when select, read or the clock fails, or when a descriptor is too large for select.
     static std::uint32_t WaitMultiple(std::vector<Event*>& events, bool waitAll, unsigned int timeoutMs);
@@ -95,6 +96,8 @@ public:
     // Waits without limit for the routine's end; returns at once when no thread was started or it has been
     // joined. Throws TOVAExcpt when the join fails.
     void Join();
+    // True from a successful Run() until a successful Join(), also when the routine has ended meanwhile.
+    bool IsUnjoined() const { return m_handle != 0; }
 
     // Set when the routine has returned or thrown; null before Run().
     Event* CompletionEvent() const { return m_running ? &m_running->completed : nullptr; }
@@ -121,9 +124,10 @@ private:
 
 class ILock {
 public:
-    virtual ~ILock() = default;
+    // The two operations take the first two slots, in this order.
     virtual bool WaitOne(unsigned int timeout) = 0;
     virtual bool Release() = 0;
+    virtual ~ILock() = default;
 };
 
 // A plain, non-recursive lock.

@@ -44,9 +44,12 @@ TEST(Event, Descriptors_AreCloseOnExec) {
 }
 
 TEST(Event, Destruction_ClosesBothEnds) {
+    const std::ptrdiff_t before = CountDescriptors();
     auto event = std::make_unique<Event>();
     const int readEnd = event->ReadEnd();
+    EXPECT_EQ(CountDescriptors(), before + 2);
     event.reset();
+    EXPECT_EQ(CountDescriptors(), before);
     EXPECT_EQ(fcntl(readEnd, F_GETFD), -1);
     const Event next;  // the lowest free numbers are given out again
     EXPECT_EQ(next.ReadEnd(), readEnd);

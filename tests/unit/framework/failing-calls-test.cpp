@@ -92,6 +92,15 @@ TEST(WaitMultipleClock, SetBackMeanwhile_NeverWaitsLongerThanAsked) {
     EXPECT_LT(spent, 20s);
 }
 
+TEST(WaitMultipleClock, TimeSpentMeanwhile_IsTakenOffTheRest) {
+    UseClock({0, 10});  // ten seconds have gone by when the second wait begins
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(WaitForBoth(10100), Event::kTimeout);
+    const auto spent = std::chrono::steady_clock::now() - start;
+    EXPECT_GE(spent, 50ms);
+    EXPECT_LT(spent, 8s);
+}
+
 TEST(WaitMultipleClock, FailsAtTheStart_Throws) {
     UseClock({}, 0);
     EXPECT_THAT(FailureText([] { WaitForBoth(10); }), MatchesRegex("server-util [0-9]+ \\(Err: 1\\)"));

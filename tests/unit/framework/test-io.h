@@ -6,6 +6,8 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <filesystem>
+#include <iterator>
 #include <string>
 
 #include "server-util.h"
@@ -31,6 +33,12 @@ inline void ReplaceDescriptor(int descriptor, const char* path, int flags) {
     const int other = open(path, flags | O_CLOEXEC);
     dup3(other, descriptor, O_CLOEXEC);
     close(other);
+}
+
+// How many descriptors this process has open.
+inline std::ptrdiff_t CountDescriptors() {
+    const std::filesystem::directory_iterator all("/proc/self/fd");
+    return std::distance(begin(all), end(all));
 }
 
 class IgnoreSignal {

@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstring>
 #include <memory>
 #include <stdexcept>
 #include <thread>
@@ -55,6 +56,17 @@ TEST(Thread, RoutineReturns_SetsTheCompletionEventAndKeepsTheStatus) {
     thread.Join();
     EXPECT_TRUE(thread.CompletionEvent()->IsSet());
     EXPECT_EQ(thread.ExitStatus(), 42u);
+}
+
+TEST(Thread, Started_IsUnjoinedUntilTheJoin) {
+    std::atomic<int> calls = 0;
+    Thread thread(&Count, &calls);
+    EXPECT_FALSE(thread.IsUnjoined());
+    thread.Run();
+    EXPECT_TRUE(Completes(thread));
+    EXPECT_TRUE(thread.IsUnjoined());
+    thread.Join();
+    EXPECT_FALSE(thread.IsUnjoined());
 }
 
 TEST(Thread, RunTwice_StartsOneThread) {
@@ -150,8 +162,23 @@ TEST(Thread, NoMemoryForTheStack_RunThrowsAndJoinReturnsAtOnce) {
     pthread_setattr_default_np(&usual);
     pthread_attr_destroy(&usual);
     pthread_attr_destroy(&huge);
+    EXPECT_FALSE(thread.IsUnjoined());
     thread.Join();
     EXPECT_EQ(calls, 0);
+}
+
+// The place of a virtual operation among its class's: what the common C++ ABI puts first into a pointer to
+// it.
+template <typename Operation>
+std::size_t Slot(Operation operation) {
+    std::uintptr_t offset = 0;
+    std::memcpy(&offset, &operation, sizeof offset);
+    return (offset & ~std::uintptr_t{1}) / sizeof(void*);
+}
+
+TEST(ILock, Operations_TakeTheFirstTwoSlots) {
+    EXPECT_EQ(Slot(&tovaserverutil::ILock::WaitOne), 0u);
+    EXPECT_EQ(Slot(&tovaserverutil::ILock::Release), 1u);
 }
 
 TEST(Mutex, HeldByAnotherThread_IsWaitedForWhateverTheTimeout) {
