@@ -18,10 +18,7 @@ using tovaserverutil::WipeOnExit;
 
 namespace {
 
-// Where failures that end the thread are said to come from.
-constexpr const char* kFailureUnit = "service";
-constexpr int kCycleFailureLine = 1450;
-constexpr int kThreadFailureLine = 1454;
+constexpr int kCycleFailureLine = 1450;  // where a failure that leaves the loop is said to come from
 
 constexpr std::uint32_t kMinInterval = 3000;     // milliseconds
 constexpr std::uint32_t kMaxInterval = 3600000;  // milliseconds

@@ -17,6 +17,10 @@
 // The door to the stored controller account: as DecryptAccount.
 using AccountSource = std::function<bool(int record, unsigned char* buffer, std::size_t length)>;
 
+// Where a failure that ends the thread is said to come from.
+inline constexpr const char* kFailureUnit = "service";
+inline constexpr int kThreadFailureLine = 1454;
+
 enum AccountChange : int {
     kAccountUnchanged = 0,
     kAccountChanged = 1,
