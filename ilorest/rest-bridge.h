@@ -6,8 +6,8 @@
 
 #include "server-util.h"
 
-// One session with a management controller. Failures are thrown as C strings (const char*) that stay valid until the next
-// call of the same object. Used by one thread.
+// One session with a management controller. Failures are thrown as C strings (const char*) that stay valid
+// until the next call of the same object. Used by one thread.
 class RestBridge {
 public:
     // The bridge's last call, for failure texts. A password is recorded as "***".
@@ -17,13 +17,15 @@ public:
 
     virtual ~RestBridge() = default;
 
-    // Opens the session; does nothing but update the vNIC flag when one is open. The interval is in milliseconds.
+    // Opens the session; does nothing but update the vNIC flag when one is open. The interval is in
+    // milliseconds.
     virtual void init(const char* host, const char* account, const char* password, std::uint32_t retryCount,
                       std::uint32_t retryInterval) = 0;
     // The JSON text of a resource; empty when the call gave no text.
     virtual std::string getValue(const char* path) = 0;
     // "True", "False" or "None": has this host its address on the controller's virtual-NIC link?
-    virtual std::string isvNICAvail(const char* host, std::uint32_t retryCount, std::uint32_t retryInterval) = 0;
+    virtual std::string isvNICAvail(const char* host, std::uint32_t retryCount,
+                                    std::uint32_t retryInterval) = 0;
     // The service root's JSON text over the virtual NIC; empty when no session could be opened there.
     virtual std::string getValue_vNIC(const char* host, const char* account, const char* password,
                                       std::uint32_t retryCount, std::uint32_t retryInterval) = 0;
