@@ -8,12 +8,12 @@
 // use.
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <exception>
 #include <filesystem>
 #include <iostream>
 #include <memory>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "ilorest-helper.h"
@@ -68,31 +68,37 @@ std::string Joined(const std::vector<std::string>& texts) {
     return joined;
 }
 
-std::string SmartLifeLeft(const DiskDrive& drive) {
-    return std::to_string(100 - drive.endurance / drive.enduranceScale) + " %";
-}
+// What tells the two families of controller apart.
+struct Family {
+    const char* name;
+    bool hasGeneration;
+    std::string (*size)(DiskDrive drive);  // of a copy, because one of the two operations changes the drive
+    std::int64_t (*lifeLeft)(const DiskDrive& drive);  // percent
+};
 
-std::string MirrorLifeLeft(const DiskDrive& drive) {
-    return std::to_string(drive.endurance) + " %";
-}
+constexpr Family kSmartStorage = {
+    "SmartStorage", false, [](DiskDrive drive) { return drive.getSizeString(); },
+    [](const DiskDrive& drive) { return 100 - drive.endurance / drive.enduranceScale; }};
+constexpr Family kStorage = {
+    "Storage", true, [](DiskDrive drive) { return drive.getMirrorSizeString(); },
+    [](const DiskDrive& drive) { return std::min<std::int64_t>(drive.endurance, 100); }};
 
 // Collects the rows of one system.
 class Tables {
 public:
-    // `size` makes the drive's size text; the drive is a copy, because one of the two operations changes it.
-    void Add(const char* family, const SmartStorage& storage, std::string (*size)(DiskDrive drive),
-             std::string (*lifeLeft)(const DiskDrive& drive)) {
+    void Add(const Family& family, const SmartStorage& storage) {
         for (const auto& [key, controller] : storage.controllers) {
             const std::string number = "#" + std::to_string(m_controllers.size());
-            m_controllers.push_back({number, family, controller.model, controller.location,
-                                     Trimmed(controller.serialNumber), std::to_string(controller.generation),
+            m_controllers.push_back({number, family.name, controller.model, controller.location,
+                                     Trimmed(controller.serialNumber),
+                                     family.hasGeneration ? std::to_string(controller.generation) : "",
                                      controller.health, controller.state});
             for (const auto& [driveKey, drive] : controller.diskDrives) {
                 const bool wears = drive.mediaType.find("SSD") != std::string::npos;
-                m_drives.push_back({number, drive.location, drive.model, size(drive), drive.mediaType,
-                                    drive.health, drive.state, Joined(drive.statusReasons),
-                                    drive.failurePredicted ? "yes" : "no", wears ? lifeLeft(drive) : "",
-                                    drive.firmwareRevision});
+                m_drives.push_back(
+                    {number, drive.location, drive.model, family.size(drive), drive.mediaType, drive.health,
+                     drive.state, Joined(drive.statusReasons), drive.failurePredicted ? "yes" : "no",
+                     wears ? std::to_string(family.lifeLeft(drive)) + " %" : "", drive.firmwareRevision});
             }
             for (const auto& [volumeKey, volume] : controller.logicalDrives) {
                 m_volumes.push_back({number, std::to_string(volume.number), volume.health, volume.state,
@@ -119,12 +125,8 @@ void PrintSnapshot(const ServiceRoot& root) {
     for (const auto& [key, system] : root.systems) {
         std::cout << "\nSystem " << key << '\n';
         Tables tables;
-        tables.Add(
-            "SmartStorage", system.smartStorage, [](DiskDrive drive) { return drive.getSizeString(); },
-            SmartLifeLeft);
-        tables.Add(
-            "Storage", system.mirror, [](DiskDrive drive) { return drive.getMirrorSizeString(); },
-            MirrorLifeLeft);
+        tables.Add(kSmartStorage, system.smartStorage);
+        tables.Add(kStorage, system.mirror);
         tables.Print();
     }
 }
