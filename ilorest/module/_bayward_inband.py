@@ -3,11 +3,13 @@
 from __future__ import annotations
 
 import importlib
+import io
 import logging
 import sys
 
 from _bayward_outcome import OTHER, REFUSED, Answer, Deadline, Failure
 from _bayward_session import NO_ACCOUNT
+from _bayward_target import quoted_path
 from _bayward_transport import MAX_BODY_BYTES
 
 BASE_URL = "blobstore://."
@@ -18,24 +20,34 @@ _REFUSALS = frozenset(("InvalidCredentialsError", "SecurityStateError", "HpIloIn
                        "UnauthorizedLoginAttemptError"))
 _INSTALL = "install the package python3-ilorest, or configure the controller's https:// URL"
 
+_ACCOUNT = "; register the right account with \"baywardctl account set ACCOUNT\""
+_ADVICE = {
+    "InvalidCredentialsError": _ACCOUNT, "UnauthorizedLoginAttemptError": _ACCOUNT, "SecurityStateError": _ACCOUNT,
+    "HpIloInitialError": "; run as root",
+    "ChifDllMissingError": "; install the native library ilorest_chif.so, or configure the controller's https:// URL",
+    "ChifDriverMissingOrNotFound": "; load the kernel driver hpilo, or configure the controller's https:// URL",
+}
+
 
 class _Quiet:
     """Keeps what the library prints off the terminal."""
 
     def __enter__(self) -> None:
         self._streams = sys.stdout, sys.stderr
-        sys.stdout = sys.stderr = _Nowhere()  # type: ignore[assignment]
+        # A text stream with all that code may ask of one (encoding, buffer, isatty); it may also be kept.
+        nowhere = io.TextIOWrapper(io.BufferedWriter(_Nowhere()), encoding="utf-8", errors="replace")
+        sys.stdout = sys.stderr = nowhere
 
     def __exit__(self, *_: object) -> None:
         sys.stdout, sys.stderr = self._streams
 
 
-class _Nowhere:
-    def write(self, text: str) -> int:
-        return len(text)
+class _Nowhere(io.RawIOBase):
+    def writable(self) -> bool:
+        return True
 
-    def flush(self) -> None:
-        pass
+    def write(self, data) -> int:  # type: ignore[no-untyped-def, override]
+        return len(data)
 
 
 class InbandSession:
@@ -45,60 +57,78 @@ class InbandSession:
         self._client = None
         self._account: str | None = None
         self._password: str | None = None
+        self._refused = ""  # a resource that is refused to a fresh session too, not worth a log-in each time
 
     def log_in(self, account: str, password: str, deadline: Deadline) -> None:
         """Open the channel, and a session when there is an account. Raises Failure."""
         self._account = _optional(account)
         self._password = _optional(password)
-        self._open(_library())
+        self._open()
         if self._account is None:
             # Without an account the channel may still serve, as long as no security is required: a read tells.
             answer = self._get(_PROBE)
+            if answer.status in (401, 403):
+                raise Failure(REFUSED, "The controller wants an account for in-band access too; "
+                                       "register one with \"baywardctl account set ACCOUNT\".")
             if not answer.succeeded():
-                code = REFUSED if answer.status in (401, 403) else OTHER
-                raise Failure(code, f"The controller answered in-band with status {answer.status}.")
+                raise Failure(OTHER, f"The controller answered {_PROBE} in-band with status {answer.status}.")
 
     def fetch(self, path: str, deadline: Deadline) -> Answer:
         """GET a path. An expired session is opened once more and the request sent again."""
-        answer = self._get(path)
-        if answer.status == 401:
-            self._open(_library())
+        if self._client is not None:
             answer = self._get(path)
+            if not answer.lacks_session() or path == self._refused:
+                return answer
+            # Perhaps only this resource is refused; then the session still counts among the few of the controller.
+            self._end()
+        self._open()
+        answer = self._get(path)
+        if answer.lacks_session():
+            self._refused = path
         return answer
 
     def log_out(self) -> None:
         """End the session and let go of the channel. Never raises."""
-        client, self._client = self._client, None
         self._account = self._password = None
+        self._end()
+
+    def _end(self) -> None:
+        """Try to end the session; when that fails, it ends by itself on the controller, after its idle time."""
+        client, self._client = self._client, None
         try:
             with _Quiet():
-                if client is not None and getattr(client, "session_key", None):
+                if client is not None and client.session_key:
                     client.logout()
-        except BaseException:  # a session that is not ended ends by itself on the controller
+        except BaseException:  # whatever the library does, nothing depends on it any more
             pass
 
-    def _open(self, library) -> None:  # type: ignore[no-untyped-def]
-        self._client = None
-        with _Quiet(), _Mapped("log-in"):
-            client = library.RedfishClient(base_url=BASE_URL, username=self._account, password=self._password)
-            self._client = client
-            try:
-                client.login()
-            except Exception:
-                if self._account is not None:
-                    raise
-            if self._account is not None and not client.session_key:
-                raise Failure(OTHER, "The controller's in-band answer to the log-in holds no session token.")
+    def _open(self) -> None:
+        library = _library()
+        try:
+            with _Quiet(), _Mapped("log-in"):
+                self._client = library.RedfishClient(base_url=BASE_URL, username=self._account,
+                                                     password=self._password)
+                self._log_in(self._client)
+        except Failure:
+            self._end()
+            raise
+
+    def _log_in(self, client) -> None:  # type: ignore[no-untyped-def]
+        try:
+            client.login()
+        except Exception:
+            if self._account is not None:
+                raise
+        if self._account is not None and not client.session_key:
+            raise Failure(OTHER, "The controller's in-band answer to the log-in holds no session token.")
 
     def _get(self, path: str) -> Answer:
         with _Quiet(), _Mapped(f"GET {path}"):
-            if self._client is None:
-                raise Failure(OTHER, "The in-band channel is not open.")
-            answer = self._client.get(path)
+            answer = self._client.get(quoted_path(path))
             text = answer.read
             body = text if isinstance(text, bytes) else str(text or "").encode("utf-8", "replace")
             if len(body) > MAX_BODY_BYTES:
-                raise Failure(OTHER, f"an answer of the controller is larger than {MAX_BODY_BYTES} bytes")
+                raise Failure(OTHER, f"An answer of the controller is larger than {MAX_BODY_BYTES} bytes.")
             return Answer(int(answer.status), body)
 
 
@@ -114,8 +144,10 @@ class _Mapped:
     def __exit__(self, kind: type | None, error: BaseException | None, _: object) -> None:
         if kind is None or isinstance(error, Failure):
             return
-        refused = not _REFUSALS.isdisjoint(base.__name__ for base in kind.__mro__)
-        raise Failure(REFUSED if refused else OTHER, f"In-band {self._step} failed: {kind.__name__}") from None
+        names = [base.__name__ for base in kind.__mro__]
+        refused = not _REFUSALS.isdisjoint(names)
+        advice = next((_ADVICE[name] for name in names if name in _ADVICE), "")
+        raise Failure(REFUSED if refused else OTHER, f"In-band {self._step} failed: {kind.__name__}{advice}.") from None
 
 
 def _optional(text: str) -> str | None:

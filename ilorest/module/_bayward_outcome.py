@@ -12,6 +12,8 @@ OTHER = 10001  # every other failure
 _log = logging.getLogger("baywardilorest")
 _last_report = ""
 
+_PRINTABLE = bytes(code if 0x20 <= code <= 0x7E else ord("?") for code in range(256))
+
 
 class Failure(Exception):
     """A failed step with the result code that the caller of the module gets for it."""
@@ -35,6 +37,10 @@ class Answer:
     def succeeded(self) -> bool:
         return 200 <= self.status <= 299
 
+    def lacks_session(self) -> bool:
+        """Whether the request was refused because the session has expired, as far as the answer tells."""
+        return self.status == 401 or (self.status in (400, 403) and b"NoValidSession" in self.body)
+
 
 class Deadline:
     """A point in time (monotonic clock) by which something has to be finished."""
@@ -46,7 +52,7 @@ class Deadline:
         """Seconds left, at most `limit`; always above 0. Raises Failure(OTHER) when the time is up."""
         left = self._end - time.monotonic()
         if left <= 0:
-            raise Failure(OTHER, "the controller took too long")
+            raise Failure(OTHER, "The controller took too long to answer.")
         return min(limit, left)
 
 
@@ -54,13 +60,13 @@ def printable(text: str) -> str:
     """The text with every control and non-ASCII character as "?"."""
     if text.isascii() and text.isprintable():
         return text
-    return "".join(char if " " <= char <= "~" else "?" for char in text)
+    return text.encode("ascii", "replace").translate(_PRINTABLE).decode("ascii")
 
 
 def report(text: str) -> None:
     """Say why something failed, in one line; a cause that stays is said once, not in every cycle."""
     global _last_report
-    line = printable(text)[:300]
+    line = printable(text[:300])
     if line != _last_report:
         _last_report = line
         _log.warning("%s", line)

@@ -33,7 +33,8 @@ class Resources:
             self._families.clear()
         answer = self._session.fetch(path, deadline)
         if answer.status == 401:
-            raise Failure(REFUSED, "The controller refused a request right after the log-in.")
+            raise Failure(REFUSED, f"The controller refused GET {path} although the log-in succeeded; "
+                                   "check the account's privileges.")
         text = shaped_text(self._object(path, answer))
         if answer.succeeded():
             return text
@@ -46,9 +47,9 @@ class Resources:
     def _object(self, path: str, answer: Answer) -> dict:
         try:
             return parse_object(answer.body)
-        except Failure:
+        except Failure as failure:
             if answer.succeeded():
-                raise
+                raise Failure(OTHER, f"GET {path}: {failure}") from None
             raise self._bad_status(path, answer) from None
 
     @staticmethod

@@ -3,10 +3,13 @@
 from __future__ import annotations
 
 import re
+import urllib.parse
 
 from _bayward_outcome import OTHER, Failure
 
 _HTTPS_PORT = 443
+# What a request target may hold unquoted; "%" too, as ids come quoted already.
+_PATH_CHARACTERS = "/%:?[]@!$&'()*+,;=~"
 
 _URL = re.compile(r"""
     (?:https://)?                                   # a bare host is meant as https
@@ -44,7 +47,8 @@ def parse_target(url: str) -> Target:
     if text.lower().startswith("blobstore://"):
         return Target(in_band=True)
     if "@" in text:
-        raise Failure(OTHER, "The controller URL must not hold an account; register it with the account tool.")
+        raise Failure(OTHER, "The controller URL must not hold an account; register it with "
+                             "\"baywardctl account set ACCOUNT\".")
     scheme, mark, _ = text.partition("://")
     if mark and scheme.lower() != "https":
         raise Failure(OTHER, f'The controller URL "{text}" must begin with https:// (or be blobstore://.).')
@@ -56,3 +60,8 @@ def parse_target(url: str) -> Target:
     if not 1 <= port <= 65535:
         raise Failure(OTHER, f'The controller URL "{text}" has no port between 1 and 65535.')
     return Target(in_band=False, host=(match["ipv6"] or match["name"]).lower(), port=port)
+
+
+def quoted_path(path: str) -> str:
+    """The path with every character quoted that could end or split the request line it goes into."""
+    return urllib.parse.quote(path, safe=_PATH_CHARACTERS, errors="surrogatepass")

@@ -2,9 +2,9 @@
 
 from __future__ import annotations
 
-import os
-import signal
+import io
 
+from _bayward_command import output_of
 from _bayward_outcome import OTHER, Failure
 from _bayward_target import parse_target
 
@@ -23,38 +23,13 @@ def is_assigned(host: str) -> bool | None:
     if target.in_band:
         raise Failure(OTHER, "The in-band channel has no address.")
     wanted = HOST_ADDRESS if target.host == CONTROLLER_ADDRESS else target.host
-    listing = _list_addresses()
-    return None if listing is None else wanted in _addresses(listing)
+    listing = output_of("ip", "addr", "show", seconds=LIST_SECONDS)
+    return None if listing is None else any(_address(line) == wanted for line in io.BytesIO(listing))
 
 
-def _addresses(listing: str) -> set[str]:
-    """The addresses of an `ip addr show` listing: lines such as "inet 16.1.15.2/30 brd 16.1.15.3 ..."."""
-    rows = (line.split() for line in listing.splitlines())
-    return {row[1].partition("/")[0].lower() for row in rows if len(row) >= 2 and row[0] in ("inet", "inet6")}
-
-
-def _list_addresses() -> str | None:
-    import subprocess  # not needed by most servers
-
-    # The tool lies in a system folder, which is not on every PATH.
-    environment = dict(os.environ, LC_ALL="C")
-    environment["PATH"] = environment.get("PATH", os.defpath) + ":/usr/sbin:/sbin"
-    try:
-        process = subprocess.Popen(["ip", "addr", "show"], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                                   stderr=subprocess.DEVNULL, env=environment, start_new_session=True)
-    except OSError:
-        return None
-    with process:
-        try:
-            output, _ = process.communicate(timeout=LIST_SECONDS)
-        except subprocess.TimeoutExpired:
-            _end_group(process.pid)
-            return None
-    return output.decode("ascii", "replace") if process.returncode == 0 else None
-
-
-def _end_group(leader: int) -> None:
-    try:
-        os.killpg(leader, signal.SIGKILL)
-    except OSError:
-        pass
+def _address(line: bytes) -> str:
+    """The address in a line such as "inet 16.1.15.2/30 brd 16.1.15.3 ..."; empty when the line names none."""
+    words = line.split(None, 2)
+    if len(words) < 2 or words[0] not in (b"inet", b"inet6"):
+        return ""
+    return words[1].partition(b"/")[0].decode("ascii", "replace").lower()

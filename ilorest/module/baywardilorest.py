@@ -2,9 +2,17 @@
 
 A result code is 200 (session open), 401 (credentials or security state refused) or 10001 (any other failure).
 One thread uses the module; one session is open at a time.
+
+Time limits over HTTPS: connecting 5 s and the TLS handshake 5 s, 30 s without a byte, 45 s for a whole log-in or `get`
+(with redirects and a renewed session), 5 s for a log-out. Two waits have no limit of ours:
+  - looking up the controller's name, once per log-in, which is the resolver's to end (`timeout` and `attempts` in
+    /etc/resolv.conf); a URL with an address never waits for it;
+  - a call over the in-band channel ("blobstore://"), which the controller's library neither limits nor lets interrupt.
 """
 
 from __future__ import annotations
+
+import os
 
 import _bayward_resources
 import _bayward_session
@@ -34,16 +42,31 @@ def _answered(function):  # type: ignore[no-untyped-def]
     def answered(*arguments):  # type: ignore[no-untyped-def]
         try:
             return function(*arguments)
-        except Failure as failure:
-            report(str(failure))
-            return failure.code
         except BaseException as error:
-            report(f"{function.__name__} failed: {type(error).__name__}")
-            return OTHER
+            return _code_of(error, function.__name__)
 
     answered.__name__ = function.__name__
     answered.__doc__ = function.__doc__
     return answered
+
+
+def _code_of(error: BaseException, function: str) -> int:
+    """The result code for a failure, which is reported too; not even a failing report is raised."""
+    code = error.code if isinstance(error, Failure) else OTHER
+    try:
+        report(str(error) if isinstance(error, Failure) else _unexpected(error, function))
+    except BaseException:
+        pass
+    return code
+
+
+def _unexpected(error: BaseException, function: str) -> str:
+    """Where it happened, for the maintainers; not its text, which may hold anything."""
+    place = error.__traceback__
+    while place is not None and place.tb_next is not None:
+        place = place.tb_next
+    where = "" if place is None else f" at {os.path.basename(place.tb_frame.f_code.co_filename)}:{place.tb_lineno}"
+    return f"An error of the service itself: {type(error).__name__} in {function}(){where}; please report it."
 
 
 @_answered

@@ -17,8 +17,9 @@ for folder in (MODULE_FOLDER, _ROOT / "sim", Path(__file__).resolve().parent):
 import _bayward_outcome  # noqa: E402
 import _bayward_resources  # noqa: E402
 import _bayward_session  # noqa: E402
-import _bayward_transport  # noqa: E402
+import _bayward_wire  # noqa: E402
 import baywardilorest  # noqa: E402
+from fake_library import FAKE  # noqa: E402
 from raw_server import RawServer  # noqa: E402
 from simcontroller.process import ControllerProcess  # noqa: E402
 
@@ -95,7 +96,35 @@ def ilo6(_ilo6_process):
 @pytest.fixture
 def short_limits(monkeypatch):
     """Time limits cut to tenths of seconds: read 0.4 s, a whole get 1.0 s, connecting 0.5 s, log-out 0.5 s."""
-    monkeypatch.setattr(_bayward_transport, "READ_SECONDS", 0.4)
-    monkeypatch.setattr(_bayward_transport, "CONNECT_SECONDS", 0.5)
+    monkeypatch.setattr(_bayward_wire, "READ_SECONDS", 0.4)
+    monkeypatch.setattr(_bayward_wire, "CONNECT_SECONDS", 0.5)
     monkeypatch.setattr(_bayward_resources, "GET_SECONDS", 1.0)
     monkeypatch.setattr(_bayward_session, "LOGOUT_SECONDS", 0.5)
+
+
+@pytest.fixture
+def package(tmp_path, monkeypatch):
+    """A function that puts a package `redfish` on the path; whatever was imported of it is forgotten at the end."""
+    def forget():
+        for name in [name for name in sys.modules if name.partition(".")[0] == "redfish"]:
+            del sys.modules[name]
+
+    def install(source, hpilo=True):
+        (tmp_path / "redfish").mkdir()
+        (tmp_path / "redfish" / "__init__.py").write_text(source)
+        if hpilo:
+            (tmp_path / "redfish" / "hpilo").mkdir()
+            (tmp_path / "redfish" / "hpilo" / "__init__.py").write_text("")
+        monkeypatch.syspath_prepend(str(tmp_path))
+
+    forget()
+    yield install
+    forget()
+
+
+@pytest.fixture
+def library(package):
+    package(FAKE)
+    import redfish
+
+    return redfish

@@ -94,6 +94,7 @@ class RawServer:
     def _serve(self, sock: socket.socket, number: int) -> None:
         try:
             sock.settimeout(10)
+            sock.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)  # what a script sends goes at once
             sock = self._context.wrap_socket(sock, server_side=True)
             self._open.append(sock)
             peer = Peer(sock, self._stopped)
@@ -142,3 +143,19 @@ def with_sessions(script: Script) -> Script:
         return script(request, peer)
 
     return serve
+
+
+def opened(module, raw_server, script):
+    """Log the module in to a server that runs the script, and give that server."""
+    server = raw_server(with_sessions(script))
+    assert module.init(server.url, "user", "pass") == 200
+    return server
+
+
+def sending(data):
+    """A script that sends the bytes and closes the connection."""
+    def script(request, peer):
+        peer.send(data)
+        return False
+
+    return script

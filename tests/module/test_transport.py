@@ -3,35 +3,22 @@
 from __future__ import annotations
 
 import gzip
-import os
+import json
 import time
 
 import pytest
-from raw_server import answer, with_sessions
+from raw_server import answer, opened, sending
 
 import _bayward_resources
 import _bayward_transport
+import _bayward_wire
 
 SYSTEMS = "/redfish/v1/Systems/"
 GOOD = answer(body={"Id": "good"})
 
 
-def opened(module, raw_server, script):
-    server = raw_server(with_sessions(script))
-    assert module.init(server.url, "user", "pass") == 200
-    return server
-
-
-def sending(data):
-    def script(request, peer):
-        peer.send(data)
-        return False
-
-    return script
-
-
 def test_limits_are_those_promised():
-    assert (_bayward_transport.CONNECT_SECONDS, _bayward_transport.READ_SECONDS) == (5, 30)
+    assert (_bayward_wire.CONNECT_SECONDS, _bayward_wire.READ_SECONDS) == (5, 30)
     assert _bayward_resources.GET_SECONDS == 45
 
 
@@ -148,57 +135,6 @@ def test_compressed_bomb_or_torso_is_another_error(module, raw_server, packed):
     assert module.get(SYSTEMS) == 10001
 
 
-def closing_after(served):
-    """Connections answer `served` GETs and are then closed on the next one, before a byte of the answer."""
-    count: dict = {}
-
-    def script(request, peer):
-        count[request.connection] = count.get(request.connection, 0) + 1
-        if count[request.connection] > served:
-            return False
-        peer.send(GOOD)
-        return True
-
-    return script
-
-
-def test_kept_connection_that_was_closed_is_reopened_and_the_get_sent_once_more(module, raw_server):
-    server = opened(module, raw_server, closing_after(1))
-    for _ in range(3):
-        assert module.get(SYSTEMS) == '{"Id":"good"}'
-    assert server.connections == 3
-    assert [line.split()[0] for line in server.lines()] == ["POST"] + ["GET"] * 5
-
-
-def test_new_connection_that_is_closed_too_is_not_tried_again(module, raw_server):
-    server = opened(module, raw_server, closing_after(0))
-    assert module.get(SYSTEMS) == 10001
-    assert [line.split()[0] for line in server.lines()] == ["POST", "GET", "GET"]
-
-
-def test_connection_closed_after_the_first_byte_is_not_tried_again(module, raw_server):
-    server = opened(module, raw_server, sending(b"H"))
-    assert module.get(SYSTEMS) == 10001
-    assert [line.split()[0] for line in server.lines()] == ["POST", "GET"]
-
-
-def test_connections_cut_by_the_controller_between_requests_do_not_matter(module, ilo5):
-    assert module.init(ilo5.url, ilo5.account, ilo5.password) == 200
-    for _ in range(3):
-        ilo5.control.call("close-connections")
-        assert isinstance(module.get(SYSTEMS), str)
-    ilo5.control.call("close-connections")
-    module.close()
-    assert ilo5.control.call("counters")["open_sessions"] == 0
-
-
-def test_controller_that_closes_after_every_answer_is_served(module, raw_server):
-    closing = answer(body={"Id": "good"}, headers="Connection: close\r\n")
-    opened(module, raw_server, sending(closing))
-    for _ in range(3):
-        assert module.get(SYSTEMS) == '{"Id":"good"}'
-
-
 @pytest.mark.parametrize("status", ["301 Moved", "302 Found", "307 Temporary", "308 Permanent"])
 @pytest.mark.parametrize("absolute", [False, True])
 def test_redirect_on_the_same_host_is_followed_with_the_token(module, raw_server, status, absolute):
@@ -250,15 +186,6 @@ def test_proxy_variables_are_not_honoured(module, raw_server, monkeypatch):
     assert module.get(SYSTEMS) == '{"Id":"good"}'
 
 
-def test_failed_gets_leave_no_descriptor(module, raw_server):
-    opened(module, raw_server, sending(b"HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\n{}"))
-    own = [entry for entry in os.listdir("/proc/self/fd")]
-    for _ in range(10):
-        assert module.get(SYSTEMS) == 10001
-    time.sleep(0.1)
-    assert len(os.listdir("/proc/self/fd")) <= len(own)
-
-
 def test_what_the_controller_sent_cannot_break_the_reported_line(module, raw_server, caplog):
     opened(module, raw_server, sending(b"HTTP/1.1 \x1b[2Jx\xff OK " + b"y" * 5000 + b"\r\n\r\n"))
     assert module.get(SYSTEMS) == 10001
@@ -279,3 +206,11 @@ def test_cause_that_stays_is_reported_once_until_something_works_again(module, r
     status[0] = "500 Oops"
     assert module.get(SYSTEMS) == 10001
     assert len(caplog.records) == 2
+
+
+def test_expanded_collection_of_two_hundred_drives_is_read(module, raw_server):
+    from test_memory import expanded_drives
+
+    opened(module, raw_server, lambda request, peer: peer.send(answer(body=expanded_drives(200))) or True)
+    text = module.get("/redfish/v1/Systems/1/Storage/DE00A000/Drives?$expand=.")
+    assert isinstance(text, str) and len(json.loads(text)["Members"]) == 200
