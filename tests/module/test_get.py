@@ -65,7 +65,7 @@ def test_other_failures_are_another_error(module, ilo5, status):
 
 @pytest.mark.parametrize("text", [
     "", "hello", "[]", "1", "null", '"text"', "{", '{"Id":}', '{"Id":NaN}', '{"Id":Infinity}', "<html></html>",
-    '{"Members":' + "[" * 5000 + "]" * 5000 + "}", '{"a":' * 5000 + "1" + "}" * 5000,
+    '{"Members":' + "[" * 40_000 + "]" * 40_000 + "}", '{"a":' * 40_000 + "1" + "}" * 40_000,
 ])
 def test_text_that_is_no_json_object_is_another_error(module, ilo5, text):
     logged_in(module, ilo5)

@@ -147,7 +147,7 @@ def test_member_of_a_wrong_type_keeps_a_wrong_type(text, expected):
     assert shaped(text) == expected
 
 
-@pytest.mark.parametrize("text", ["", "[]", "3", '{"a":NaN}', '{"a":-Infinity}', "{", "[" * 100_000, '{"a":' * 100_000])
+@pytest.mark.parametrize("text", ["", "[]", "3", '{"a":NaN}', '{"a":-Infinity}', "{", "[" * 40_000, '{"a":' * 40_000])
 def test_what_is_no_json_object_is_refused(text):
     with pytest.raises(Failure):
         shaped(text)
