@@ -3,7 +3,8 @@
 
 #include <utility>
 
-struct _object;  // what PyObject is an alias of in every CPython 3
+// What PyObject is an alias of in every CPython 3.
+struct _object;  // NOLINT(bugprone-reserved-identifier): CPython's own name
 typedef struct _object PyObject;
 
 // Owns one reference, or none. Movable, not copyable. An object that holds a reference must go before the

@@ -17,13 +17,18 @@ bool AnyIsOneOf(const std::vector<std::string>& texts, std::initializer_list<std
                        [&](const std::string& text) { return IsOneOf(text, words); });
 }
 
-// Thresholds are products of 32 bits, as the scale is.
+// A product of 32 bits, as the scale is.
+std::int64_t Threshold(std::uint32_t percent, std::uint32_t scale) {
+    const std::uint32_t product = percent * scale;
+    return product;
+}
+
 bool AtLeast(std::int64_t value, std::uint32_t percent, std::uint32_t scale) {
-    return value >= static_cast<std::int64_t>(percent * scale);
+    return value >= Threshold(percent, scale);
 }
 
 bool AtMost(std::int64_t value, std::uint32_t percent, std::uint32_t scale) {
-    return value <= static_cast<std::int64_t>(percent * scale);
+    return value <= Threshold(percent, scale);
 }
 
 std::string Info(const DiskDrive& drive, const std::string& size) {
