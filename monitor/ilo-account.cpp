@@ -139,6 +139,7 @@ AccountKey::AccountKey(int record, const std::string& uuid) {
 
 AccountKey::~AccountKey() {
     Wipe(m_key.data(), m_key.size());
+    Wipe(m_iv.data(), m_iv.size());
 }
 
 bool DecryptAccount(int record, unsigned char* buffer, std::size_t length) {

@@ -37,7 +37,17 @@ iLoRestManager::iLoRestManager(TraceLog* log, std::unique_ptr<iLoRestReader> rea
       m_reader(std::move(reader)),
       m_rules([this](const std::string& text) { writeLog(text); }) {}
 
-iLoRestManager::~iLoRestManager() = default;
+iLoRestManager::~iLoRestManager() {
+    closeQuietly();
+}
+
+void iLoRestManager::closeQuietly() {
+    try {
+        m_reader->close();
+    } catch (const char*) {
+        // The session is given up either way; the controller ends one that nobody uses by itself.
+    }
+}
 
 bool iLoRestManager::init(const std::string& url, const std::string& account, const std::string& password,
                           std::int32_t maxTrials, std::int32_t trialInterval) {

@@ -21,6 +21,7 @@ public:
     // With other doors to the controller and to commands (borrowed).
     iLoRestManager(tovaserverutil::TraceLog* log, std::unique_ptr<iLoRestReader> reader,
                    tovaserverutil::CommandRunner& commands);
+    // Logs out whatever session is still open, also one of a log-in that a stop has cut short.
     ~iLoRestManager();
     iLoRestManager(const iLoRestManager&) = delete;
     iLoRestManager& operator=(const iLoRestManager&) = delete;
@@ -61,6 +62,8 @@ public:
     void setEvt(tovaserverutil::StopWait* wait) { m_reader->setEvt(wait); }
     void reset() { m_reader->reset(); }
     void close() { m_reader->close(); }  // throws const char*
+    // Closes a session that is given up whatever comes of it. Starts no interpreter.
+    void closeQuietly();
     bool isiLOInitialized() const { return m_reader->isiLOInitialized(); }
 
     // Has a log-in ever succeeded over the virtual NIC?

@@ -87,15 +87,13 @@ MonitorLoop::MonitorLoop(ServiceParameter& parameter, const system_info& system,
 
 void MonitorLoop::Run() {
     m_manager.setVNICEverEnabled(false);
-    m_initialized = initILoRestManager();
-    if (m_initialized) {
+    if (initILoRestManager()) {
         Trace("<VK0900> [TR] Start to monitor.");
     } else if (m_stopped) {
-        if (m_manager.isiLOInitialized()) {
-            m_manager.reset();  // logs out
-        }
-        return;
+        return;  // the manager's end logs out; a reset would start an interpreter just to stop
     } else {
+        // The last pass may have logged in; a log-in elsewhere does nothing while that session is open.
+        GiveSessionUp();
         m_parameter.SetUrl(kVnicUrl);
         Trace("<VK0900> [TR] Retry accessing vNIC.");
     }
@@ -226,11 +224,15 @@ bool MonitorLoop::TakeAccountOver() {
         return false;
     }
     if (m_initialized) {
-        m_manager.close();
-        m_initialized = false;
+        GiveSessionUp();
     }
     m_failures.Clear();
     return true;
+}
+
+void MonitorLoop::GiveSessionUp() {
+    m_manager.closeQuietly();
+    m_initialized = false;
 }
 
 // At most one event until a log-in succeeds.

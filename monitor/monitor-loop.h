@@ -57,7 +57,8 @@ public:
     // none.
     bool initILoRestManager();
 
-    // Start-up, then one cycle per polling interval until the stop.
+    // Start-up, then one cycle per polling interval until the stop. A session that start-up was stopped in is
+    // left to the manager's destruction.
     void Run();
 
 private:
@@ -90,6 +91,7 @@ private:
 
     // Both.
     bool TakeAccountOver();
+    void GiveSessionUp();
     void ReportLoginFailed();
     void Pause(unsigned int milliseconds);
     void ThrowIfStopRequested();

@@ -54,8 +54,7 @@ bool MonitorLoop::BuildAtStartUp() {
         } else {
             m_failures.Clear();
         }
-        m_manager.close();
-        m_initialized = false;
+        GiveSessionUp();
     }
     return false;
 }

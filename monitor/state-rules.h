@@ -11,11 +11,11 @@
 
 using EventList = std::vector<tovaevent::EvtData>;
 
-// ---- Message parameters
-// ------------------------------------------------------------------------------------------ Each sets the
-// event's identifier and appends: controller text, drive location, drive text; or controller text and
-// logical-drive number. Nothing else is changed: the Mirror drive text, whose making overwrites the capacity,
-// is made from a copy, so that every event of a drive shows the right size.
+// ---- Message parameters ----
+//
+// Each sets the event's identifier and appends: controller text, drive location, drive text; or controller
+// text and logical-drive number. Nothing else is changed: the Mirror drive text, whose making overwrites the
+// capacity, is made from a copy, so that every event of a drive shows the right size.
 
 void getPdMessageParam(tovaevent::EvtData& event, const ArrayController& controller, const DiskDrive& drive,
                        std::uint32_t id);
@@ -26,9 +26,9 @@ void getLdMessageParam(tovaevent::EvtData& event, const ArrayController& control
 void getMirrorLdMessageParam(tovaevent::EvtData& event, const ArrayController& controller,
                              const LogicalDrive& drive, std::uint32_t id);
 
-// ---- Rules
-// ------------------------------------------------------------------------------------------------------- A
-// rule appends one event when the current item has entered a state that the same item of the previous
+// ---- Rules ----
+//
+// A rule appends one event when the current item has entered a state that the same item of the previous
 // snapshot was not in; an item that is new (`found` false, `previous` then without meaning) was in none.
 
 using DriveRule = void(const ArrayController& controller, const DiskDrive& drive, bool found,
@@ -56,8 +56,7 @@ LogicalDriveRule checkMirrorLdStatusOffline;
 LogicalDriveRule checkLdStatusCritical;
 LogicalDriveRule checkMirrorLdStatusCritical;
 
-// ---- Walks
-// -------------------------------------------------------------------------------------------------------
+// ---- Walks ----
 
 // True for the model text of a MegaRAID controller.
 bool isMegaRaidModel(const std::string& model);
@@ -95,7 +94,17 @@ public:
     void checkAll(const ServiceRoot& previous, const ServiceRoot& current, EventList& events) const;
 
     // Runs one walk; writes what it throws: a C string's text, "Fatal error." for anything else.
-    void guard(const std::function<void()>& walk) const;
+    // Takes the walk as it is: wrapping it could fail outside the guard.
+    template <typename Walk>
+    void guard(const Walk& walk) const {
+        try {
+            walk();
+        } catch (const char* text) {
+            m_writeLog(text);
+        } catch (...) {
+            m_writeLog("Fatal error.");
+        }
+    }
 
 private:
     LogWriter m_writeLog;

@@ -132,16 +132,6 @@ bool isMegaRaidModel(const std::string& model) {
     return Contains(model, "HPE MR");
 }
 
-void StateRules::guard(const std::function<void()>& walk) const {
-    try {
-        walk();
-    } catch (const char* text) {
-        m_writeLog(text);
-    } catch (...) {
-        m_writeLog("Fatal error.");
-    }
-}
-
 void StateRules::checkPhysicalDevice(const ServiceRoot& previous, const ServiceRoot& current,
                                      EventList& events) const {
     guard([&] {

@@ -15,7 +15,7 @@
 
 // Answers from a table of resources, keyed by path, and records every call in order. A path that the table
 // lacks fails as the real bridge does. Texts that it throws live in a buffer that the next call overwrites,
-// as those of the real bridge.
+// and a session that is open makes init do nothing, as with the real bridge.
 class FakeBridge : public RestBridge {
 public:
     std::map<std::string, std::string> resources;
@@ -30,19 +30,28 @@ public:
     std::string vnicAvail = "None";
     std::vector<std::string> fetched;  // paths, in order; "vnic" for getValue_vNIC
     std::vector<std::string>
-        calls;  // "init HOST ACCOUNT PASSWORD COUNT INTERVAL", "close", "reset", "clearError", ...
+        calls;  // "init HOST ACCOUNT PASSWORD COUNT INTERVAL", "close", "reset", "clearError", ...;
+                // "init ignored" for an init that an open session makes do nothing
     bool initialized = false;
+    std::string sessionHost;  // whom the helper module has a session with; empty for none
     bool vNIC = false;
     LastCall last;
     tovaserverutil::TraceLog* logger = nullptr;
 
     void init(const char* host, const char* account, const char* password, std::uint32_t retryCount,
               std::uint32_t retryInterval) override {
+        last = {"initialize", host, account, "***"};
+        vNIC = host == std::string(kVnicUrl);
+        if (initialized) {
+            calls.emplace_back("init ignored");
+            return;
+        }
         calls.push_back(std::string("init ") + host + " " + account + " " + password + " " +
                         std::to_string(retryCount) + " " + std::to_string(retryInterval));
-        last = {"initialize", host, account, "***"};
+        sessionHost.clear();
         FailIfTold("init");
         initialized = true;
+        sessionHost = host;
     }
     std::string getValue(const char* path) override {
         fetched.emplace_back(path);
@@ -62,6 +71,7 @@ public:
                         std::to_string(retryCount) + " " + std::to_string(retryInterval));
         last = {"get_v1", host, account, "***"};
         resources["vnic"] = vnicAnswer;
+        sessionHost = host;
         return Answer("vnic");
     }
     std::string getProdGen(const char*, const char*, const char*, std::uint32_t, std::uint32_t) override {
@@ -70,13 +80,15 @@ public:
     void close() override {
         calls.emplace_back("close");
         m_thrown = "overwritten by close";
-        FailIfTold("close");
         initialized = false;
+        FailIfTold("close");
+        sessionHost.clear();
     }
     void reset() override {
         calls.emplace_back("reset");
         m_thrown = "overwritten by reset";
         initialized = false;
+        sessionHost.clear();
     }
     void set_vNIC(bool on) override { vNIC = on; }
     bool get_vNIC() const override { return vNIC; }
@@ -111,6 +123,51 @@ private:
     }
 
     std::string m_thrown;  // what the thrown pointers point into
+};
+
+// What an owner is given of a bridge that shall outlive it.
+class LentBridge : public RestBridge {
+public:
+    // Both borrowed; `onEnd` may be empty and is called on destruction.
+    explicit LentBridge(RestBridge& bridge, std::function<void()> onEnd = {})
+        : m_bridge(bridge), m_onEnd(std::move(onEnd)) {}
+    ~LentBridge() override {
+        if (m_onEnd) {
+            m_onEnd();
+        }
+    }
+    LentBridge(const LentBridge&) = delete;
+    LentBridge& operator=(const LentBridge&) = delete;
+
+    void init(const char* host, const char* account, const char* password, std::uint32_t retryCount,
+              std::uint32_t retryInterval) override {
+        m_bridge.init(host, account, password, retryCount, retryInterval);
+    }
+    std::string getValue(const char* path) override { return m_bridge.getValue(path); }
+    std::string isvNICAvail(const char* host, std::uint32_t retryCount,
+                            std::uint32_t retryInterval) override {
+        return m_bridge.isvNICAvail(host, retryCount, retryInterval);
+    }
+    std::string getValue_vNIC(const char* host, const char* account, const char* password,
+                              std::uint32_t retryCount, std::uint32_t retryInterval) override {
+        return m_bridge.getValue_vNIC(host, account, password, retryCount, retryInterval);
+    }
+    std::string getProdGen(const char* host, const char* account, const char* password,
+                           std::uint32_t retryCount, std::uint32_t retryInterval) override {
+        return m_bridge.getProdGen(host, account, password, retryCount, retryInterval);
+    }
+    void close() override { m_bridge.close(); }
+    void reset() override { m_bridge.reset(); }
+    void set_vNIC(bool on) override { m_bridge.set_vNIC(on); }
+    bool get_vNIC() const override { return m_bridge.get_vNIC(); }
+    bool isiLOInitialized() const override { return m_bridge.isiLOInitialized(); }
+    LastCall lastCall() const override { return m_bridge.lastCall(); }
+    void clearError() override { m_bridge.clearError(); }
+    void setLogger(tovaserverutil::TraceLog* log) override { m_bridge.setLogger(log); }
+
+private:
+    RestBridge& m_bridge;
+    std::function<void()> m_onEnd;
 };
 
 // A stop request that never sleeps.

@@ -42,20 +42,6 @@ public:
     }
 };
 
-// Hands the calls on to a bridge that outlives the command.
-class BorrowedBridge : public FakeBridge {
-public:
-    explicit BorrowedBridge(FakeBridge& record) : m_record(record) {}
-    void init(const char* host, const char* account, const char* password, std::uint32_t count,
-              std::uint32_t interval) override {
-        m_record.init(host, account, password, count, interval);
-    }
-    void close() override { m_record.close(); }
-
-private:
-    FakeBridge& m_record;
-};
-
 class AccountCommandTest : public testing::Test {
 protected:
     AccountCommandTest() {
@@ -76,7 +62,7 @@ protected:
                                .commands = commands,
                                .terminal = terminal,
                                .out = out,
-                               .makeBridge = [this] { return std::make_unique<BorrowedBridge>(bridge); }});
+                               .makeBridge = [this] { return std::make_unique<LentBridge>(bridge); }});
     }
     // Runs the command and returns the sentence that it fails with.
     template <typename Failure, typename Run>

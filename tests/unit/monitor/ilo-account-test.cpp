@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <memory>
+#include <new>
 #include <stdexcept>
 #include <vector>
 
@@ -68,6 +69,17 @@ protected:
     FakeCommands commands;
     std::vector<unsigned char> buffer;
 };
+
+TEST(AccountKey, Destroyed_LeavesNeitherKeyNorVectorBehind) {
+    alignas(AccountKey) unsigned char memory[sizeof(AccountKey)];
+    for (const int record : {kAccountNameRecord, kAccountPasswordRecord}) {
+        auto* const key = new (memory) AccountKey(record, kDigits);
+        EXPECT_TRUE(std::any_of(key->iv(), key->iv() + 16, [](unsigned char byte) { return byte != 0; }));
+        std::destroy_at(key);
+        EXPECT_TRUE(
+            std::all_of(std::begin(memory), std::end(memory), [](unsigned char byte) { return byte == 0; }));
+    }
+}
 
 TEST_F(AccountTest, BothRecords_DecipherAndAreFilledWithZeros) {
     root.Write("etc/.TARNiLO0", Encipher(0, "Administrator"));

@@ -114,6 +114,29 @@ TEST(Cycle, StartUpGivesUp_CredentialFailureIsReportedAtOnce) {
     EXPECT_THAT(trace, ElementsAre(kRetryVnic, kReported, kLoginFailed, kBreak));
 }
 
+// The last pass logs in and has no time left for a snapshot.
+TEST(Cycle, StartUpGivesUpWithASessionOpen_LogsInOverTheVnicAllTheSame) {
+    MonitorRig rig;
+    rig.FailLogins("down");
+    rig.At(20, [&] { rig.AcceptLogins(); });
+    rig.At(21, [&] { EXPECT_EQ(rig.bridge->sessionHost, "") << "closed before the cycles start"; });
+    rig.At(22, [&] { EXPECT_EQ(rig.bridge->sessionHost, "https://16.1.15.1"); });
+    rig.RunMonitorUntilStop(22);
+    EXPECT_EQ(rig.CountCalls("init ignored"), 0U);
+    auto trace = rig.Trace();
+    trace.erase(trace.begin(), trace.begin() + 19);
+    EXPECT_THAT(trace, ElementsAre(kRetryVnic, kLoggedIn, kBreak));
+}
+
+TEST(Cycle, StartUpGivesUpAndTheAccountChanges_LogsInWithTheNewOne) {
+    MonitorRig rig;
+    rig.FailLogins("down");
+    rig.At(20, [&] { rig.AcceptLogins(); });
+    rig.At(21, [&] { rig.stored = {"other", "word"}; });
+    rig.RunMonitorUntilStop(22);
+    EXPECT_EQ(rig.CountCalls("init https://16.1.15.1 other word 100 10"), 1U);
+}
+
 // ---- Failures in a cycle ----
 
 TEST(Cycle, TextFailureOfASnapshot_LogsInAgainAndTakesANewSilentBaseline) {
@@ -180,11 +203,8 @@ TEST(Cycle, AfterAReportedCredentialFailure_LogInsPauseForSixtyWholeMinutes) {
         MonitorRig rig;
         rig.At(4, [&] { rig.FailWalks("gone"); });
         rig.At(5, [&] { rig.RefuseLogins(); });
-        // The manager, and the bridge with it, are gone when the thread ends.
-        std::size_t counted = 0;
-        rig.At(stopAt, [&] { counted = rig.CountCalls("init"); });
         rig.RunMonitorUntilStop(stopAt);
-        EXPECT_EQ(counted, logIns) << stopAt;
+        EXPECT_EQ(rig.CountCalls("init"), logIns) << stopAt;
     }
 }
 
@@ -227,6 +247,17 @@ TEST(Cycle, AccountChange_ClosesTheSessionAndTakesANewSilentBaseline) {
     rig.RunMonitorUntilStop(6);
     EXPECT_THAT(calls, ElementsAre("init https://ilo user secret 100 10", "close",
                                    "init https://ilo other word 100 10"));
+    EXPECT_THAT(rig.Trace(), ElementsAre(kStart, kLoggedIn, kBreak));
+}
+
+TEST(Cycle, SessionThatCannotBeClosedOnAnAccountChange_DoesNotEndTheThread) {
+    MonitorRig rig;
+    rig.At(4, [&] {
+        rig.stored = {"other", "word"};
+        rig.bridge->failures["close"] = "close failed";
+    });
+    rig.RunMonitorUntilStop(6);
+    EXPECT_EQ(rig.CountCalls("init https://ilo other word 100 10"), 1U);
     EXPECT_THAT(rig.Trace(), ElementsAre(kStart, kLoggedIn, kBreak));
 }
 
@@ -302,78 +333,24 @@ TEST(Cycle, CredentialErrorOfASnapshot_WritesNothingUntilTheLogInFailsToo) {
     EXPECT_THAT(rig.Trace(), ElementsAre(kStart, kReported, kLoginFailed, kBreak));
 }
 
-// ---- Stop ----
-
-TEST(Cycle, StopInAnyWait_EndsWithOneBreakLineAndAReset) {
-    for (std::size_t wait = 1; wait <= 6; ++wait) {
+TEST(Cycle, CredentialErrorsOfSnapshotsWithLogInsBetween_AreNeverReported) {
+    for (const char* text : {"InvalidCredentialsError", "SecurityStateError", "root/Administrator"}) {
         MonitorRig rig;
-        rig.RunMonitorUntilStop(wait);
-        const auto trace = rig.Trace();
-        ASSERT_FALSE(trace.empty());
-        EXPECT_EQ(trace.back(), kBreak);
-        EXPECT_EQ(trace.size(), wait < kBaseline ? 1U : 2U) << wait;
-        EXPECT_THAT(rig.wait.waits, SizeIs(wait));
-    }
-}
-
-TEST(Cycle, StopInsideAnyFetch_EndsWithOneBreakLineAndNoFailureLine) {
-    // Start-up's log-in and snapshot, the baseline, one comparison: each makes a few fetches.
-    constexpr int kFetches = 30;
-    int ended = 0;
-    for (int nth = 1; nth <= kFetches; ++nth) {
-        MonitorRig rig;
-        int fetches = 0;
-        rig.bridge->onFetch = [&](const std::string&) {
-            if (++fetches == nth) {
-                rig.RequestStop();
-            }
-        };
-        rig.RunMonitorUntilStop(6);
-        const auto trace = rig.Trace();
-        EXPECT_EQ(std::count(trace.begin(), trace.end(), kBreak), 1) << nth;
-        EXPECT_EQ(trace.back(), kBreak) << nth;
-        for (const std::string& line : trace) {
-            EXPECT_EQ(line.find("[ER]"), std::string::npos) << nth << ": " << line;
-        }
+        rig.At(4, [&] { rig.FailWalks(text); });
+        rig.RunMonitorUntilStop(8);
+        EXPECT_THAT(rig.Trace(), ElementsAre(kStart, kLoggedIn, kLoggedIn, kLoggedIn, kBreak)) << text;
         EXPECT_THAT(rig.sink.entries, IsEmpty());
-        ended += rig.wait.waits.size() < 6 ? 1 : 0;
-    }
-    EXPECT_GT(ended, 20) << "most of these stops must come before the last wait";
-}
-
-TEST(Cycle, StopInsideALogIn_EndsWithoutAFailureLine) {
-    MonitorRig rig;
-    rig.At(4, [&] { rig.FailWalks("gone"); });
-    rig.At(5, [&] { rig.RequestStop(); });
-    rig.RunMonitorUntilStop(7);
-    EXPECT_THAT(rig.Trace(), ElementsAre(kStart, kNotLoggedIn, kBreak));
-}
-
-// ---- What escapes a cycle ----
-
-TEST(Cycle, EscapingFailure_IsTracedTwiceAndEndsTheThread) {
-    const std::pair<std::function<void()>, const char*> cases[] = {
-        {[] { throw tovabase::TOVAExcpt(0x10001, "unit 7 (Err: 9)"); }, "unit 7 (Err: 9)"},
-        {[] { throw std::bad_alloc(); }, "Bad Alloc"},
-        {[] { throw std::runtime_error("what it says"); }, "what it says"},
-        {[] { throw 5; }, "Unknown"},
-    };
-    for (const auto& [fail, text] : cases) {
-        MonitorRig rig;
-        rig.At(kFirstCheck, fail);
-        rig.RunMonitorUntilStop(9);
-        const std::string inner = std::string("<VK0902> [ER] service 1450 (Err: ") + text + ")";
-        const std::string outer = std::string("<VK0902> [ER] service 1454 (Err: ") + text + ")";
-        EXPECT_THAT(rig.Trace(), ElementsAre(kStart, inner, outer));
     }
 }
 
-TEST(Cycle, EscapingFailureInStartUp_IsTracedTwiceToo) {
+TEST(Cycle, Run_ForgetsThatTheVnicWasOnceUsed) {
     MonitorRig rig;
-    rig.At(1, [] { throw std::runtime_error("early"); });
-    rig.RunMonitorUntilStop(9);
-    EXPECT_THAT(rig.Trace(), ElementsAre("<VK0902> [ER] service 1450 (Err: early)",
-                                         "<VK0902> [ER] service 1454 (Err: early)"));
+    const iLoRestManager& manager = *rig.manager;
+    rig.manager->setVNICEverEnabled(true);
+    rig.At(1, [&] { EXPECT_FALSE(manager.isVNICEverEnabled()); });
+    rig.At(2, [&] { EXPECT_FALSE(manager.isVNICEverEnabled()) << "logged in without it"; });
+    rig.RunMonitorUntilStop(2);
+    EXPECT_THAT(rig.wait.waits, SizeIs(2));
 }
 
 }  // namespace

@@ -34,6 +34,19 @@ public:
     void Close() override {}
 };
 
+class RigCommands : public FakeCommands {
+public:
+    std::function<void()> onCommand;  // called before each command; may throw
+
+    tovaserverutil::CommandResult Capture(const std::string& command,
+                                          std::chrono::milliseconds limit) override {
+        if (onCommand) {
+            onCommand();
+        }
+        return FakeCommands::Capture(command, limit);
+    }
+};
+
 // JSON of a collection with these members.
 inline std::string Collection(const std::vector<std::string>& members) {
     std::string list;
@@ -91,11 +104,14 @@ public:
         parameter->PrepareMessage();
         system = std::make_unique<tova_service::system_info>(root.path());
         parameter->PrepareSysLog(*system, sink);
-        auto made = std::make_unique<FakeBridge>();
-        bridge = made.get();
         ControllerContent::Fill(*bridge);
+        auto lent = std::make_unique<LentBridge>(*bridge, [this] {
+            if (onManagerEnd) {
+                onManagerEnd();
+            }
+        });
         manager = std::make_unique<iLoRestManager>(
-            &parameter->Log(), std::make_unique<iLoRestReader>(std::move(made)), commands);
+            &parameter->Log(), std::make_unique<iLoRestReader>(std::move(lent)), commands);
         wait.onWait = [this](unsigned int milliseconds) { return OnWait(milliseconds); };
         m_traceStart = root.Read(kTrace).size();
     }
@@ -148,6 +164,11 @@ public:
         return root.Read(kTrace).substr(m_traceStart).find(part) != std::string::npos;
     }
 
+    // This host has its address on the virtual-NIC link, and the controller answers there.
+    void HaveVnic(const std::string& answer = R"({"Oem":{"Hpe":{"Moniker":{"PRODGEN":"iLO 6"}}}})") {
+        commands.result.exitStatus = 0;
+        bridge->vnicAnswer = answer;
+    }
     void RefuseLogins() { bridge->failures["init"] = "failed. result=value=InvalidCredentialsError"; }
     void FailLogins(const std::string& text) { bridge->failures["init"] = text; }
     void AcceptLogins() { bridge->failures.erase("init"); }
@@ -165,12 +186,13 @@ public:
     TestRoot root;
     RecordingSink sink;
     FakeClock clock;
-    FakeCommands commands;
+    RigCommands commands;
     FakeStopWait wait;
     std::optional<std::pair<std::string, std::string>> stored{{"user", "secret"}};  // the account files
     std::unique_ptr<tova_service::ServiceParameter> parameter;
     std::unique_ptr<tova_service::system_info> system;
-    FakeBridge* bridge = nullptr;  // owned by the manager
+    std::unique_ptr<FakeBridge> bridge = std::make_unique<FakeBridge>();  // outlives the manager
+    std::function<void()> onManagerEnd;  // called when the manager is destroyed
     std::unique_ptr<iLoRestManager> manager;
 
 private:

@@ -141,6 +141,28 @@ TEST(StartUp, AccountChangeAfterTheLogIn_ClosesAndLogsInAgain) {
     EXPECT_THAT(rig.wait.waits, SizeIs(3));
 }
 
+TEST(StartUp, AccountChangeWithTheLatchSet_ReportsNoSecondEvent) {
+    MonitorRig rig;
+    rig.RefuseLogins();
+    rig.At(5, [&] { rig.stored = {"user", "still wrong"}; });
+    rig.StartUpUntilStop(7);
+    EXPECT_EQ(rig.CountCalls("init"), 4U) << "two with each account";
+    EXPECT_THAT(rig.Trace(), ElementsAre(kLoginFailed, kReported, kLoginFailed, kBreak));
+    EXPECT_THAT(rig.sink.entries, ElementsAre("login failed"));
+}
+
+TEST(StartUp, SessionThatCannotBeClosed_IsGivenUpAllTheSame) {
+    MonitorRig rig;
+    rig.bridge->failures["close"] = "close failed";
+    rig.At(2, [&] { rig.stored = {"other", "word"}; });
+    rig.At(3, [&] { rig.FailWalks("gone"); });
+    rig.At(4, [&] { rig.AllowWalks(); });
+    EXPECT_TRUE(rig.StartUpUntilStop(kNever));
+    EXPECT_THAT(rig.wait.waits, SizeIs(4));
+    EXPECT_EQ(rig.CountCalls("init https://ilo other word"), 2U);
+    EXPECT_THAT(rig.Trace(), IsEmpty());
+}
+
 // The counter that the lines show: a credential error uses up no retry, but makes a counter of 0 a 1.
 TEST(StartUp, CredentialErrorAtCounterZero_MakesItOne) {
     MonitorRig rig;
@@ -172,7 +194,7 @@ TEST(StartUp, OtherFailureBetweenCredentialErrors_StartsTheirCountAfresh) {
 
 TEST(StartUp, SystemCallFailureOfALogIn_IsWrittenWithItsText) {
     MonitorRig rig;
-    rig.bridge->onFetch = [](const std::string&) { throw tovabase::TOVAExcpt(0x10001, "unit 12 (Err: 5)"); };
+    rig.commands.onCommand = [] { throw "unit 12 (Err: 5)"; };
     rig.StartUpUntilStop(3);
     EXPECT_THAT(rig.Trace(), ElementsAre(Failed("VK0912>", "unit 12 (Err: 5) : retry count=0"),
                                          Failed("VK0912>", "unit 12 (Err: 5) : retry count=1"), kBreak));

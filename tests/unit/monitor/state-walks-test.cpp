@@ -187,6 +187,16 @@ TEST(StateWalks, ItemsOfOtherControllersVanish_RaiseNothing) {
     }
 }
 
+// The one controller of the Redfish family is gone, but the server still shows an "HPE MR" one in the other.
+TEST(StateWalks, MegaRaidInTheSmartStorageHalfOnly_StartsTheSearchForVanishedItems) {
+    const Snapshot previous = MegaRaid();
+    Snapshot current(Family::kPlain, kMegaRaid);
+    EXPECT_THAT(Ids(Compare(previous, current)), ElementsAre(0xC0008151, 0xC0008151, 0xC00081B7));
+
+    current.At(kController).model = kSmart;
+    EXPECT_THAT(Compare(previous, current), IsEmpty());
+}
+
 TEST(StateWalks, TwoSystemsWithMegaRaid_EachRaisesItsOwnOnly) {
     Snapshot previous = MegaRaid();
     Snapshot current(Family::kMirror, kMegaRaid);
