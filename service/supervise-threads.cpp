@@ -18,14 +18,27 @@ using tovaserverutil::TraceLog;
 // The threads with their stop events, in start order; taken down in reverse.
 class ThreadList {
 public:
-    // Makes all stop events, no thread yet.
-    explicit ThreadList(const std::vector<MonitoringThread>& threads) {
+    // Makes all stop events, no thread yet. `systemInfo` is the caller's, and what every thread reads.
+    ThreadList(const std::vector<MonitoringThread>& threads,
+               std::unique_ptr<tova_service::system_info>& systemInfo)
+        : m_systemInfo(systemInfo) {
         for (const MonitoringThread& thread : threads) {
             m_entries.push_back(std::make_unique<Entry>(thread));
         }
     }
     ~ThreadList() {
+        for (const auto& entry : m_entries) {
+            EndQuietly(*entry);
+        }
         while (!m_entries.empty()) {
+            if (IsUnjoined(*m_entries.back())) {
+                // It could not be told to stop, so it may wait on its stop event and read the system
+                // information until the process ends. Neither is freed, on purpose; its holder may go, what
+                // that shares with the thread outlives it.
+                m_entries.back()->thread.reset();
+                [[maybe_unused]] const Entry* const kept = m_entries.back().release();
+                [[maybe_unused]] const auto* const keptInfo = m_systemInfo.release();
+            }
             m_entries.pop_back();
         }
     }
@@ -68,11 +81,29 @@ private:
         Event stop;
     };
 
+    static bool IsUnjoined(const Entry& entry) {
+        return entry.thread != nullptr && entry.thread->IsUnjoined();
+    }
+
+    // For the threads that StopAndJoin has not seen to the end: the trace log itself failed before or in it.
+    static void EndQuietly(Entry& entry) {
+        if (!IsUnjoined(entry)) {
+            return;
+        }
+        try {
+            entry.stop.Set();
+            entry.thread->Join();
+        } catch (const tovabase::TOVAExcpt&) {
+            // It stays unjoined.
+        }
+    }
+
     static bool IsWanted(const Entry& entry, const ServiceParameter& parameter) {
         return entry.kind.startedOnlyIf == nullptr || (parameter.*entry.kind.startedOnlyIf)();
     }
 
     std::vector<std::unique_ptr<Entry>> m_entries;
+    std::unique_ptr<tova_service::system_info>& m_systemInfo;
 };
 
 void WaitForStop(Event& stop, unsigned long mode, TraceLog& log) {
@@ -105,7 +136,7 @@ void SuperviseThreads(ServiceParameter& parameter, Event* stop, const std::vecto
     TraceLog& log = parameter.Log();
     log.Write("<VK0900> [TR] MainRoutine started.");
     std::unique_ptr<tova_service::system_info> systemInfo;
-    ThreadList running(threads);
+    ThreadList running(threads, systemInfo);
     try {
         systemInfo = std::make_unique<tova_service::system_info>(parameter.root());
         info = systemInfo.get();
