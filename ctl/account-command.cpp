@@ -2,11 +2,14 @@
 
 #include <sys/stat.h>
 
-#include <array>
+#include <algorithm>
+#include <cstdint>
 #include <stdexcept>
 #include <utility>
 
 #include "account-file.h"
+#include "account-lock.h"
+#include "account-text.h"
 #include "ctl-error.h"
 #include "ilo-account.h"
 #include "secret.h"
@@ -22,21 +25,23 @@ constexpr const char* kRegister = "register the account with \"baywardctl accoun
 constexpr const char* kInBandUrl = "blobstore://.";
 constexpr std::int32_t kMaxTrials = 100;
 constexpr std::int32_t kTrialInterval = 10;  // milliseconds
+// A person waits for the answer, so what the configuration says is not taken beyond these. A negative number
+// is a huge one, as for the service.
+constexpr std::uint32_t kMostTrials = 100;
+constexpr std::uint32_t kMostTrialInterval = 1000;  // milliseconds
 
 bool Exists(const std::string& path) {
     struct stat status {};
     return lstat(path.c_str(), &status) == 0;
 }
 
-// Text from outside, made fit for a terminal.
-std::string Printable(std::string text) {
-    for (char& character : text) {
-        const auto byte = static_cast<unsigned char>(character);
-        if (byte < 0x20 || byte == 0x7F) {
-            character = '?';
-        }
-    }
-    return text;
+std::uint32_t Bounded(std::int32_t configured, std::uint32_t most) {
+    return std::min(static_cast<std::uint32_t>(configured), most);
+}
+
+[[noreturn]] void FailUnreadable(const std::string& file) {
+    throw CtlError("The account file " + file +
+                   " cannot be deciphered, it is damaged or was made on another machine; " + kRegister);
 }
 
 std::string OrNone(const std::string& text) {
@@ -122,35 +127,44 @@ std::string AccountCommand::AskPassword(const std::string& account) {
 
 void AccountCommand::Check(bool login) {
     RequireRoot("check");
-    const std::array records = {kAccountNameRecord, kAccountPasswordRecord};
-    const std::array files = {m_doors.root + AccountFile(records[0]), m_doors.root + AccountFile(records[1])};
-    if (!Exists(files[0]) && !Exists(files[1])) {
+    std::string account;
+    std::string password;
+    const WipeOnExit wipe(password);
+    ReadRegistered(account, password);
+    m_doors.out << "Account \"" << account << "\" is registered.\n" << std::flush;
+    if (login) {
+        LogIn(account, password);
+    }
+}
+
+void AccountCommand::ReadRegistered(std::string& account, std::string& password) {
+    const AccountLock lock(m_doors.root, AccountLock::Use::kRead);
+    const std::string nameFile = m_doors.root + AccountFile(kAccountNameRecord);
+    const std::string passwordFile = m_doors.root + AccountFile(kAccountPasswordRecord);
+    if (!Exists(nameFile) && !Exists(passwordFile)) {
         throw CtlError(std::string("No account is registered; ") + kRegister);
     }
-    for (const std::string& file : files) {
+    for (const std::string& file : {nameFile, passwordFile}) {
         if (!Exists(file)) {
             throw CtlError("The account file " + file + " is missing; " + kRegister);
         }
     }
     ReadUuid();
-    std::array<std::string, 2> texts;
-    const WipeOnExit wipe(texts[1]);
-    for (const int record : records) {
-        const auto index = static_cast<std::size_t>(record);
-        std::string& text = texts[index];
-        text.resize(kMaxAccountText);
-        if (!DecryptAccount(record, reinterpret_cast<unsigned char*>(text.data()), text.size(),
-                            m_doors.commands, m_doors.root)) {
-            throw CtlError("The account file " + files[index] +
-                           " cannot be deciphered, it is damaged or was made on another machine; " +
-                           kRegister);
-        }
-        text.resize(text.find('\0') == std::string::npos ? text.size() : text.find('\0'));
+    // A file that was made elsewhere may decipher by chance; what comes out is no name then.
+    if (!ReadRecord(kAccountNameRecord, account) || !IsAccountText(account)) {
+        FailUnreadable(nameFile);
     }
-    m_doors.out << "Account \"" << Printable(texts[0]) << "\" is registered.\n" << std::flush;
-    if (login) {
-        LogIn(texts[0], texts[1]);
+    if (!ReadRecord(kAccountPasswordRecord, password)) {
+        FailUnreadable(passwordFile);
     }
+}
+
+bool AccountCommand::ReadRecord(int record, std::string& text) {
+    text.resize(kMaxAccountText);
+    const bool read = DecryptAccount(record, reinterpret_cast<unsigned char*>(text.data()), text.size(),
+                                     m_doors.commands, m_doors.root);
+    text.resize(text.find_last_not_of('\0') + 1);
+    return read;
 }
 
 void AccountCommand::LogIn(const std::string& account, const std::string& password) {
@@ -171,9 +185,10 @@ void AccountCommand::LogIn(const std::string& account, const std::string& passwo
     try {
         std::string secret = OrNone(password);
         const WipeOnExit wipe(secret);
-        bridge->init(url.c_str(), OrNone(account).c_str(), secret.c_str(),
-                     static_cast<std::uint32_t>(profile.ReadSigned("iLo", "max trials", kMaxTrials)),
-                     static_cast<std::uint32_t>(profile.ReadSigned("iLo", "trial interval", kTrialInterval)));
+        bridge->init(
+            url.c_str(), OrNone(account).c_str(), secret.c_str(),
+            Bounded(profile.ReadSigned("iLo", "max trials", kMaxTrials), kMostTrials),
+            Bounded(profile.ReadSigned("iLo", "trial interval", kTrialInterval), kMostTrialInterval));
     } catch (const char* text) {
         failure = *text != '\0' ? text : "no reason given";
     }

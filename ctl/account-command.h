@@ -41,6 +41,9 @@ private:
     std::string ReadUuid();
     std::string AskAccount();
     std::string AskPassword(const std::string& account);
+    // Both texts as the service reads them. Throws CtlError.
+    void ReadRegistered(std::string& account, std::string& password);
+    bool ReadRecord(int record, std::string& text);
     void LogIn(const std::string& account, const std::string& password);
 
     CtlDoors m_doors;

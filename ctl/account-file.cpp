@@ -6,9 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <optional>
@@ -16,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "account-lock.h"
 #include "ctl-error.h"
 #include "file-descriptor.h"
 #include "ilo-account.h"
@@ -27,49 +26,35 @@ namespace {
 using Bytes = std::vector<unsigned char>;
 using CipherContext = std::unique_ptr<EVP_CIPHER_CTX, decltype(&EVP_CIPHER_CTX_free)>;
 
-// The next character of UTF-8 text, and how many bytes it takes; nothing for bytes that are not UTF-8.
-std::optional<std::pair<char32_t, std::size_t>> DecodeCharacter(const std::string& text, std::size_t at) {
-    const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
-    const unsigned char lead = byte(at);
-    if (lead < 0x80) {
-        return std::pair{static_cast<char32_t>(lead), std::size_t{1}};
-    }
-    struct Form {
-        unsigned char mask, mark;
-        char32_t least;  // shorter forms exist for characters below
-    };
-    constexpr Form kForms[] = {{0xE0, 0xC0, 0x80}, {0xF0, 0xE0, 0x800}, {0xF8, 0xF0, 0x10000}};
-    std::size_t length = 2;
-    for (const Form& form : kForms) {
-        if ((lead & form.mask) == form.mark) {
-            auto character = static_cast<char32_t>(lead & static_cast<unsigned char>(~form.mask));
-            if (text.size() - at < length) {
-                return std::nullopt;
-            }
-            for (std::size_t i = at + 1; i < at + length; ++i) {
-                if ((byte(i) & 0xC0) != 0x80) {
-                    return std::nullopt;
-                }
-                character = character << 6 | (byte(i) & 0x3F);
-            }
-            const bool surrogate = character >= 0xD800 && character <= 0xDFFF;
-            if (character < form.least || character > 0x10FFFF || surrogate) {
-                return std::nullopt;
-            }
-            return std::pair{character, length};
-        }
-        ++length;
-    }
-    return std::nullopt;
-}
+constexpr const char* kFolder = "/etc";
+// What is written beside an account file while it is replaced; found later only when a run was killed.
+constexpr const char* kNew = ".new";
+constexpr const char* kPrevious = ".previous";
 
-bool IsControl(char32_t character) {
-    return character < 0x20 || (character >= 0x7F && character <= 0x9F);
+const char* AdviceFor(int error) {
+    switch (error) {
+        case ENOSPC:
+        case EDQUOT:
+            return "free space there";
+        case EACCES:
+        case EPERM:
+        case EROFS:
+            return "make the folder writable";
+        case ENOENT:
+            return "make the folder";
+        case EISDIR:
+        case ENOTEMPTY:
+        case ELOOP:
+        case EFBIG:
+            return "remove what stands in its place";
+        default:
+            return "check the disk";
+    }
 }
 
 [[noreturn]] void Fail(const std::string& action, const std::string& path, int error) {
-    throw CtlError("Cannot " + action + " " + path + ": " + std::strerror(error) +
-                   "; free space or make the folder writable, then try again.");
+    throw CtlError("Cannot " + action + " " + path + ": " + std::strerror(error) + "; " + AdviceFor(error) +
+                   ", then try again.");
 }
 
 Bytes Encipher(int record, const std::string& uuid, const std::string& text) {
@@ -92,33 +77,69 @@ Bytes Encipher(int record, const std::string& uuid, const std::string& text) {
     return ciphertext;
 }
 
-void SyncFolder(const std::string& path) {
-    const FileDescriptor folder(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!folder.valid() || fsync(folder.get()) != 0) {
-        Fail("write", path, errno);
+// False with errno when not everything could be written.
+bool WriteAll(int file, const Bytes& content) {
+    std::size_t done = 0;
+    while (done < content.size()) {
+        const ssize_t wrote = write(file, content.data() + done, content.size() - done);
+        if (wrote < 0 && errno == EINTR) {
+            continue;
+        }
+        if (wrote < 0) {
+            return false;
+        }
+        done += static_cast<std::size_t>(wrote);
     }
+    return true;
 }
 
-// A complete new file beside the one that it is to replace; removed on destruction unless it has taken its
-// place.
+// A file's content; nothing when there is no such file. What is too large for an account file fails.
+std::optional<Bytes> ReadAll(const std::string& path) {
+    constexpr std::size_t kMost = 65536;  // bytes
+    constexpr const char* kAction = "keep a copy of";
+    const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (!file.valid()) {
+        if (errno == ENOENT) {
+            return std::nullopt;
+        }
+        Fail(kAction, path, errno);
+    }
+    Bytes content(kMost);
+    std::size_t done = 0;
+    while (done < kMost) {
+        const ssize_t got = read(file.get(), content.data() + done, kMost - done);
+        if (got < 0 && errno == EINTR) {
+            continue;
+        }
+        if (got < 0) {
+            Fail(kAction, path, errno);
+        }
+        if (got == 0) {
+            content.resize(done);
+            return content;
+        }
+        done += static_cast<std::size_t>(got);
+    }
+    Fail(kAction, path, EFBIG);
+}
+
+// A complete file beside the one whose place it is to take; removed on destruction unless it has.
 class Replacement {
 public:
-    Replacement(std::string target, const Bytes& content)
-        : m_target(std::move(target)), m_path(m_target + ".XXXXXX") {
-        const FileDescriptor file(mkostemp(m_path.data(), O_CLOEXEC));
+    Replacement(std::string target, const char* suffix, const Bytes& content)
+        : m_target(std::move(target)), m_path(m_target + suffix) {
+        const FileDescriptor file(
+            open(m_path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
         if (!file.valid()) {
-            const int error = errno;
-            m_path.clear();
-            Fail("write", m_target, error);
+            Fail("write", m_path, errno);
         }
-        const bool written =
-            fchmod(file.get(), S_IRUSR | S_IWUSR) == 0 && (geteuid() != 0 || fchown(file.get(), 0, 0) == 0) &&
-            write(file.get(), content.data(), content.size()) == static_cast<ssize_t>(content.size()) &&
-            fsync(file.get()) == 0;
+        const bool written = fchmod(file.get(), S_IRUSR | S_IWUSR) == 0 &&
+                             (geteuid() != 0 || fchown(file.get(), 0, 0) == 0) &&
+                             WriteAll(file.get(), content) && fsync(file.get()) == 0;
         if (!written) {
             const int error = errno;
             unlink(m_path.c_str());
-            Fail("write", m_target, error);
+            Fail("write", m_path, error);
         }
     }
     ~Replacement() {
@@ -141,60 +162,60 @@ private:
     std::string m_path;
 };
 
-// Keeps a second name of a file, so that it can be put back; gone on destruction.
+// A copy of a file, complete on the disk before the file is touched, so that it can be put back.
 class Keepsake {
 public:
-    explicit Keepsake(std::string target) : m_target(std::move(target)), m_path(m_target + ".previous") {
-        unlink(m_path.c_str());  // left by a run that was cut short
-        m_kept = link(m_target.c_str(), m_path.c_str()) == 0;
-        if (!m_kept && errno != ENOENT) {
-            Fail("keep a copy of", m_target, errno);
+    explicit Keepsake(std::string target) : m_target(std::move(target)) {
+        if (const auto content = ReadAll(m_target)) {
+            m_copy.emplace(m_target, kPrevious, *content);
         }
     }
-    ~Keepsake() {
-        if (m_kept) {
-            unlink(m_path.c_str());
-        }
-    }
-    Keepsake(const Keepsake&) = delete;
-    Keepsake& operator=(const Keepsake&) = delete;
-
     void PutBack() {
-        if (!m_kept) {
+        if (m_copy) {
+            m_copy->TakePlace();
+        } else {
             unlink(m_target.c_str());
-        } else if (rename(m_path.c_str(), m_target.c_str()) == 0) {
-            m_kept = false;
         }
     }
 
 private:
     std::string m_target;
-    std::string m_path;
-    bool m_kept = false;
+    std::optional<Replacement> m_copy;
 };
 
-}  // namespace
+// True when there was such a file.
+bool Remove(const std::string& path) {
+    if (unlink(path.c_str()) == 0) {
+        return true;
+    }
+    if (errno != ENOENT) {
+        Fail("remove", path, errno);
+    }
+    return false;
+}
 
-void CheckAccountText(const std::string& what, const std::string& text) {
-    if (text.empty()) {
-        throw UsageError("The " + what + " is empty; give one of 1 to " + std::to_string(kMaxAccountText) +
-                         " bytes.");
-    }
-    if (text.size() > kMaxAccountText) {
-        throw UsageError("The " + what + " has " + std::to_string(text.size()) +
-                         " bytes; give one of at most " + std::to_string(kMaxAccountText) + ".");
-    }
-    for (std::size_t at = 0; at < text.size();) {
-        const auto character = DecodeCharacter(text, at);
-        if (!character) {
-            throw UsageError("The " + what + " is not UTF-8; give it in a UTF-8 locale.");
+// Of runs that were killed. The lock is held: nobody is using them.
+void RemoveLeftovers(const std::string& root) {
+    for (const int record : {kAccountNameRecord, kAccountPasswordRecord}) {
+        for (const char* suffix : {kNew, kPrevious}) {
+            Remove(root + AccountFile(record) + suffix);
         }
-        if (IsControl(character->first)) {
-            throw UsageError("The " + what + " holds a control character; give one without.");
-        }
-        at += character->second;
     }
 }
+
+// Makes the names in the folder last. `done` says what has been done by now, whatever comes.
+void SyncFolder(const std::string& root, const std::string& done) {
+    const std::string path = root + kFolder;
+    const FileDescriptor folder(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    // EINVAL: this file system cannot be asked for it.
+    if (folder.valid() && (fsync(folder.get()) == 0 || errno == EINVAL)) {
+        return;
+    }
+    throw CtlError(done + ", but " + path + " cannot be written to the disk at once: " +
+                   std::strerror(errno) + "; a power failure may undo it, so check the disk.");
+}
+
+}  // namespace
 
 void WriteAccountFiles(const std::string& root, const std::string& uuid, const std::string& account,
                        const std::string& password) {
@@ -208,8 +229,10 @@ void WriteAccountFiles(const std::string& root, const std::string& uuid, const s
         throw CtlError(std::string("The account cannot be enciphered for this machine: ") + failure.what() +
                        " Check what \"dmidecode -t1\" shows as UUID.");
     }
-    Replacement newName(nameFile, name);
-    Replacement newPassword(root + AccountFile(kAccountPasswordRecord), secret);
+    const AccountLock lock(root, AccountLock::Use::kWrite);
+    RemoveLeftovers(root);
+    Replacement newName(nameFile, kNew, name);
+    Replacement newPassword(root + AccountFile(kAccountPasswordRecord), kNew, secret);
     Keepsake oldName(nameFile);
     newName.TakePlace();
     try {
@@ -218,21 +241,18 @@ void WriteAccountFiles(const std::string& root, const std::string& uuid, const s
         oldName.PutBack();
         throw;
     }
-    SyncFolder(root + "/etc");
+    SyncFolder(root, "The account is registered");
 }
 
 bool RemoveAccountFiles(const std::string& root) {
+    const AccountLock lock(root, AccountLock::Use::kWrite);
     bool removed = false;
     for (const int record : {kAccountNameRecord, kAccountPasswordRecord}) {
-        const std::string file = root + AccountFile(record);
-        if (unlink(file.c_str()) == 0) {
-            removed = true;
-        } else if (errno != ENOENT) {
-            Fail("remove", file, errno);
-        }
+        removed |= Remove(root + AccountFile(record));
     }
+    RemoveLeftovers(root);
     if (removed) {
-        SyncFolder(root + "/etc");
+        SyncFolder(root, "The account is removed");
     }
     return removed;
 }

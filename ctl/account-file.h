@@ -3,13 +3,12 @@
 
 #include <string>
 
-// Throws UsageError unless the text can be registered: 1 to 40 bytes of UTF-8 without control characters.
-// `what` names it in the message ("account", "password"); the text itself is not shown.
-void CheckAccountText(const std::string& what, const std::string& text);
+// Both take the AccountLock. `root` goes before the paths. A run that was killed in the middle may leave
+// files beside the two, named as they are with ".new" or ".previous" behind; the next run removes them.
 
 // Enciphers both texts for the machine with this UUID (no hyphens) and replaces both files, mode 0600, owned
-// by root when run by root. Both or neither: a failure leaves the files as they were. `root` goes before the
-// paths. Throws CtlError.
+// by root when run by root. Both or neither: a failure leaves the files as they were, and a signal that ends
+// the process waits. Throws CtlError.
 void WriteAccountFiles(const std::string& root, const std::string& uuid, const std::string& account,
                        const std::string& password);
 

@@ -15,7 +15,8 @@
 namespace {
 
 constexpr std::size_t kMaxLine = 4096;  // bytes; longer ones are cut, and refused for their length later
-constexpr std::array kEndingSignals = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
+// The signals that end or stop the process and would leave the shell without echo.
+constexpr std::array kSignals = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP};
 
 volatile sig_atomic_t s_signal = 0;
 
@@ -23,8 +24,8 @@ void RememberSignal(int signal) {
     s_signal = signal;
 }
 
-// Holds the signals that would end the process while the echo is off, and delivers them afterwards. They are
-// let through only inside the wait for input, so none is missed between a check and the wait.
+// Holds those signals while the echo is off, and delivers them afterwards. They are let through only inside
+// the wait for input, so none is missed between a check and the wait. One that is ignored stays ignored.
 class SignalHold {
 public:
     SignalHold() {
@@ -33,20 +34,21 @@ public:
         sigemptyset(&held);
         struct sigaction remember {};
         remember.sa_handler = RememberSignal;
-        for (std::size_t i = 0; i < kEndingSignals.size(); ++i) {
-            sigaddset(&held, kEndingSignals[i]);
-            sigaction(kEndingSignals[i], &remember, &m_actions[i]);
+        for (std::size_t i = 0; i < kSignals.size(); ++i) {
+            sigaddset(&held, kSignals[i]);
         }
         sigprocmask(SIG_BLOCK, &held, &m_mask);
-        struct sigaction ignore {};
-        ignore.sa_handler = SIG_IGN;  // Ctrl+Z would leave the shell without echo
-        sigaction(SIGTSTP, &ignore, &m_stopAction);
+        for (std::size_t i = 0; i < kSignals.size(); ++i) {
+            sigaction(kSignals[i], nullptr, &m_actions[i]);
+            if (m_actions[i].sa_handler != SIG_IGN) {
+                sigaction(kSignals[i], &remember, nullptr);
+            }
+        }
     }
     ~SignalHold() {
-        for (std::size_t i = 0; i < kEndingSignals.size(); ++i) {
-            sigaction(kEndingSignals[i], &m_actions[i], nullptr);
+        for (std::size_t i = 0; i < kSignals.size(); ++i) {
+            sigaction(kSignals[i], &m_actions[i], nullptr);
         }
-        sigaction(SIGTSTP, &m_stopAction, nullptr);
         sigprocmask(SIG_SETMASK, &m_mask, nullptr);
         if (s_signal != 0) {
             raise(s_signal);
@@ -55,7 +57,7 @@ public:
     SignalHold(const SignalHold&) = delete;
     SignalHold& operator=(const SignalHold&) = delete;
 
-    // True when there is input, false when a signal asks to end.
+    // True when there is input, false when a signal has come.
     bool WaitForInput(int descriptor) const {
         pollfd input{descriptor, POLLIN, 0};
         while (s_signal == 0) {
@@ -70,8 +72,7 @@ public:
     }
 
 private:
-    std::array<struct sigaction, kEndingSignals.size()> m_actions{};
-    struct sigaction m_stopAction {};
+    std::array<struct sigaction, kSignals.size()> m_actions{};
     sigset_t m_mask{};
 };
 
@@ -149,16 +150,18 @@ std::optional<std::string> RealTerminal::ReadHidden(const std::string& prompt) {
         return ReadLine(prompt);
     }
     std::optional<std::string> line;
-    {
-        const SignalHold signals;
-        const EchoOff echo(m_descriptor);
-        Show(prompt);
-        line = ReadTo(m_descriptor, [&] { return signals.WaitForInput(m_descriptor); });
-        Show("\n");  // the person's own one was not echoed
-    }
-    if (s_signal != 0 && line) {
-        tovaserverutil::Wipe(*line);
-        line.reset();
-    }
+    do {
+        {
+            const SignalHold signals;
+            const EchoOff echo(m_descriptor);
+            Show(prompt);
+            line = ReadTo(m_descriptor, [&] { return signals.WaitForInput(m_descriptor); });
+            Show("\n");  // the person's own one was not echoed
+        }
+        if (s_signal != 0 && line) {
+            tovaserverutil::Wipe(*line);
+            line.reset();
+        }
+    } while (s_signal == SIGTSTP);  // Ctrl+Z, and now continued: asks afresh
     return line;
 }

@@ -15,8 +15,9 @@ public:
     virtual std::optional<std::string> ReadHidden(const std::string& prompt) = 0;
 };
 
-// Reads the descriptor given (standard input) and prompts on standard error. A signal that ends the process
-// while the echo is off (Ctrl+C among them) does so after the echo is back.
+// Reads the descriptor given (standard input) and prompts on standard error. A signal that ends or stops the
+// process while the echo is off (Ctrl+C, Ctrl+Z) does so after the echo is back; a process that is continued
+// prompts again.
 class RealTerminal : public Terminal {
 public:
     explicit RealTerminal(int descriptor = 0) : m_descriptor(descriptor) {}

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <sstream>
 
+#include "account-file.h"
 #include "ctl-error.h"
 #include "fake-bridge.h"
 #include "fake-commands.h"
@@ -46,6 +47,7 @@ class AccountCommandTest : public testing::Test {
 protected:
     AccountCommandTest() {
         std::filesystem::create_directories(root / "etc");
+        std::filesystem::create_directories(root / "run");
         commands.result = {.started = true,
                            .timedOut = false,
                            .exitStatus = 0,
@@ -221,6 +223,34 @@ TEST_F(AccountCommandTest, CheckOfFilesOfAnotherMachine_SaysSo) {
     EXPECT_EQ(out.str(), "");
 }
 
+// One foreign file in 256 passes the padding.
+TEST_F(AccountCommandTest, CheckOfWhatDeciphersToNoName_SaysTheSameAndShowsNothingOfIt) {
+    const std::string kUuid = "00112233445566778899aabbccddeeff";
+    for (const std::string& name :
+         {std::string("a\x1B[2J"), std::string("\xFF\xFEx"), std::string("a\xC2\x9B"), std::string("a\0b", 3),
+          std::string("\0b", 2), std::string()}) {
+        WriteAccountFiles(root.path(), kUuid, name, "secret");
+        EXPECT_THAT(
+            FailureOf<CtlError>([&] { Command().Check(true); }),
+            HasSubstr(".TARNiLO0 cannot be deciphered, it is damaged or was made on another machine"));
+        EXPECT_EQ(out.str(), "");
+        EXPECT_TRUE(bridge.calls.empty());
+    }
+}
+
+TEST_F(AccountCommandTest, CheckOfANameInUtf8_ShowsItAsItIs) {
+    Register("m\xC3\xBCller", "secret");
+    Command().Check(false);
+    EXPECT_EQ(out.str(), "Account \"m\xC3\xBCller\" is registered.\n");
+}
+
+TEST_F(AccountCommandTest, CheckWithoutAPlaceForTheLock_WorksAllTheSame) {
+    Register("monitor", "secret");
+    std::filesystem::remove_all(root / "run");
+    Command().Check(false);
+    EXPECT_EQ(out.str(), "Account \"monitor\" is registered.\n");
+}
+
 TEST_F(AccountCommandTest, CheckLogin_AcceptedAccountIs200AndLogsOut) {
     Register("monitor", "secret");
     Command().Check(true);
@@ -235,6 +265,19 @@ TEST_F(AccountCommandTest, CheckLogin_UsesTheConfiguredTrialsAndTheInBandChannel
     EXPECT_EQ(bridge.calls.at(0), "init blobstore://. monitor secret 3 20");
 }
 
+TEST_F(AccountCommandTest, CheckLogin_BoundsAbsurdTrials) {
+    Register("monitor", "secret");
+    for (const auto& [settings, expected] :
+         {std::pair("max trials=-1\ntrial interval=-5\n", "100 1000"),
+          std::pair("max trials=2000000000\ntrial interval=2000000000\n", "100 1000"),
+          std::pair("max trials=0\ntrial interval=0\n", "0 0")}) {
+        Configure(settings);
+        bridge.calls.clear();
+        Command().Check(true);
+        EXPECT_EQ(bridge.calls.at(0), std::string("init blobstore://. monitor secret ") + expected);
+    }
+}
+
 TEST_F(AccountCommandTest, CheckLogin_RefusedAccountIs401AndLogsOut) {
     Register("monitor", "secret");
     bridge.failures["init"] =
@@ -247,10 +290,10 @@ TEST_F(AccountCommandTest, CheckLogin_RefusedAccountIs401AndLogsOut) {
 
 TEST_F(AccountCommandTest, CheckLogin_AnyOtherFailureIsNeither) {
     Register("monitor", "secret");
-    bridge.failures["init"] = "result=value=etc\x1B error";
+    bridge.failures["init"] = "result=value=etc\x1B error \x9B\xC2\x9B m\xC3\xBCller";
     bridge.failures["close"] = "close failed as well";
     const std::string sentence = FailureOf<CtlError>([&] { Command().Check(true); });
-    EXPECT_THAT(sentence, HasSubstr("could not be asked (result=value=etc? error)"));
+    EXPECT_THAT(sentence, HasSubstr("could not be asked (result=value=etc? error ?? m\xC3\xBCller)"));
     EXPECT_THAT(sentence, Not(HasSubstr("401")));
     EXPECT_EQ(bridge.calls.back(), "close");
 }

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <filesystem>
+#include <functional>
 
 #include "ctl-error.h"
 #include "fake-commands.h"
@@ -18,6 +19,7 @@ class AccountFileTest : public testing::Test {
 protected:
     AccountFileTest() {
         std::filesystem::create_directories(root / "etc");
+        std::filesystem::create_directories(root / "run");
         commands.result.output = "UUID: 00112233-4455-6677-8899-aabbccddeeff\n";
     }
 
@@ -113,6 +115,49 @@ TEST_F(AccountFileTest, FolderMissing_FailsWithThePath) {
     }
 }
 
+TEST_F(AccountFileTest, NoPlaceForTheLock_FailsAndChangesNothing) {
+    Write("old", "oldpassword");
+    std::filesystem::remove_all(root / "run");
+    for (const std::function<void()>& run :
+         {std::function<void()>([&] { Write("new", "newpassword"); }),
+          std::function<void()>([&] { RemoveAccountFiles(root.path()); })}) {
+        try {
+            run();
+            ADD_FAILURE() << "did not fail";
+        } catch (const CtlError& failure) {
+            EXPECT_NE(std::string(failure.what()).find("/run/baywardctl.lock"), std::string::npos);
+        }
+    }
+    EXPECT_EQ(Record(0), "old");
+    EXPECT_EQ(Record(1), "oldpassword");
+}
+
+TEST_F(AccountFileTest, LockFile_IsForTheOwnerAlone) {
+    Write("user", "secret");
+    struct stat status {};
+    ASSERT_EQ(stat((root / "run/baywardctl.lock").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0600U) << "another user could hold the lock for ever";
+}
+
+TEST_F(AccountFileTest, LeftoversOfKilledRuns_GoWithTheNextOne) {
+    const auto leave = [&] {
+        for (const char* file :
+             {".TARNiLO0.new", ".TARNiLO1.new", ".TARNiLO0.previous", ".TARNiLO1.previous"}) {
+            root.Write(std::string("etc/") + file, "left");
+        }
+    };
+    leave();
+    Write("user", "secret");
+    EXPECT_EQ(FilesInEtc(), 2U);
+    EXPECT_EQ(Record(0), "user");
+    leave();
+    EXPECT_TRUE(RemoveAccountFiles(root.path()));
+    EXPECT_EQ(FilesInEtc(), 0U);
+    leave();
+    EXPECT_FALSE(RemoveAccountFiles(root.path())) << "leftovers are no account";
+    EXPECT_EQ(FilesInEtc(), 0U);
+}
+
 TEST_F(AccountFileTest, LinkInTheFilesPlace_IsReplacedAndNotFollowed) {
     root.Write("etc/other", "untouched");
     std::filesystem::create_symlink(root / "etc/other", root / "etc/.TARNiLO0");
@@ -136,49 +181,6 @@ TEST_F(AccountFileTest, Remove_TakesBothAndSaysWhetherThereWasOne) {
     EXPECT_EQ(FilesInEtc(), 0U);
     std::filesystem::create_directories(root / "etc/.TARNiLO0/in-the-way");
     EXPECT_THROW(RemoveAccountFiles(root.path()), CtlError);
-}
-
-TEST(AccountText, AcceptsOneToFortyBytesOfUtf8WithoutControlCharacters) {
-    for (const std::string& text :
-         {std::string("a"), std::string(40, 'x'), std::string("with blank"), std::string("\xC2\xA0"),
-          std::string("\xE3\x82\xAB"), std::string("\xF0\x9F\x94\x92"), std::string("\xF4\x8F\xBF\xBF")}) {
-        EXPECT_NO_THROW(CheckAccountText("account", text)) << text;
-    }
-}
-
-TEST(AccountText, RefusesEverythingElseWithoutShowingIt) {
-    for (const std::string& text : {std::string(),
-                                    std::string(41, 'x'),
-                                    std::string("a\nb"),
-                                    std::string("tab\t"),
-                                    std::string("a\0b", 3),
-                                    std::string("\x7F"),
-                                    std::string("\xC2\x85"),
-                                    std::string("\xC2\x9F"),
-                                    std::string("\xFF"),
-                                    std::string("\x80"),
-                                    std::string("\xC3"),
-                                    std::string("\xC3("),
-                                    std::string("\xC0\x80"),
-                                    std::string("\xC1\xBF"),
-                                    std::string("\xE0\x80\xAF"),
-                                    std::string("\xED\xA0\x80"),
-                                    std::string("\xF0\x80\x80\x80"),
-                                    std::string("\xF4\x90\x80\x80"),
-                                    std::string("\xF8\x88\x80\x80\x80"),
-                                    std::string("\xE3\x82")}) {
-        try {
-            CheckAccountText("password", text);
-            ADD_FAILURE() << "accepted: " << text;
-        } catch (const UsageError& failure) {
-            const std::string sentence = failure.what();
-            EXPECT_EQ(sentence.rfind("The password ", 0), 0U);
-            EXPECT_EQ(sentence.find('\n'), std::string::npos);
-            if (text.size() > 2) {
-                EXPECT_EQ(sentence.find(text), std::string::npos);
-            }
-        }
-    }
 }
 
 }  // namespace

@@ -53,6 +53,9 @@ public:
         return true;
     }
     const std::string& seen() const { return m_seen; }
+    // What Sees() finds from now on is new.
+    void ForgetScreen() { m_seen.clear(); }
+    pid_t child() const { return m_child; }
     bool Echoes() const {
         termios settings{};
         tcgetattr(m_screen, &settings);
@@ -111,6 +114,86 @@ TEST(RealTerminal, CtrlCAtTheHiddenPrompt_BringsTheEchoBackAndEndsTheProcess) {
     const int status = person.Wait();
     EXPECT_TRUE(WIFSIGNALED(status));
     EXPECT_EQ(WTERMSIG(status), SIGINT);
+    EXPECT_TRUE(person.Echoes());
+}
+
+TEST(RealTerminal, AnyEndingSignalAtTheHiddenPrompt_BringsTheEchoBackAndEndsTheProcess) {
+    for (const int ending : {SIGTERM, SIGHUP, SIGQUIT}) {
+        Person person([&] {
+            signal(ending, SIG_DFL);
+            RealTerminal terminal;
+            terminal.ReadHidden("Password: ");
+            return 7;
+        });
+        ASSERT_TRUE(person.Sees("Password: "));
+        ASSERT_FALSE(person.Echoes());
+        kill(person.child(), ending);
+        const int status = person.Wait();
+        EXPECT_TRUE(WIFSIGNALED(status)) << ending;
+        EXPECT_EQ(WTERMSIG(status), ending);
+        EXPECT_TRUE(person.Echoes()) << ending;
+    }
+}
+
+// As below nohup.
+TEST(RealTerminal, IgnoredSignalAtTheHiddenPrompt_StaysIgnored) {
+    Person person([] {
+        signal(SIGHUP, SIG_IGN);
+        RealTerminal terminal;
+        const auto line = terminal.ReadHidden("Password: ");
+        return line == "whole" && signal(SIGHUP, SIG_DFL) == SIG_IGN ? 7 : 8;
+    });
+    ASSERT_TRUE(person.Sees("Password: "));
+    kill(person.child(), SIGHUP);
+    person.Type("whole\n");
+    EXPECT_EQ(WEXITSTATUS(person.Wait()), 7);
+}
+
+// A shell with job control, as far as Ctrl+Z and "fg" need it. Its exit status is that of the job.
+int RunAsJob(const std::function<int()>& body) {
+    signal(SIGTTOU, SIG_IGN);  // it takes the terminal back while the job has it
+    const pid_t job = fork();
+    if (job == 0) {
+        setpgid(0, 0);
+        tcsetpgrp(0, getpid());
+        signal(SIGTTOU, SIG_DFL);
+        signal(SIGTSTP, SIG_DFL);
+        _exit(body());
+    }
+    setpgid(job, job);
+    int status = 0;
+    waitpid(job, &status, WUNTRACED);
+    tcsetpgrp(0, getpgrp());
+    if (!WIFSTOPPED(status) || WSTOPSIG(status) != SIGTSTP) {
+        return 9;
+    }
+    RealTerminal terminal;
+    terminal.ReadLine("stopped> ");
+    tcsetpgrp(0, job);
+    kill(-job, SIGCONT);
+    waitpid(job, &status, 0);
+    tcsetpgrp(0, getpgrp());
+    return WEXITSTATUS(status);
+}
+
+TEST(RealTerminal, CtrlZAtTheHiddenPrompt_StopsWithTheEchoBackAndAsksAfreshLater) {
+    Person person([] {
+        return RunAsJob([] {
+            RealTerminal terminal;
+            return terminal.ReadHidden("Password: ") == "afresh" ? 7 : 8;
+        });
+    });
+    ASSERT_TRUE(person.Sees("Password: "));
+    ASSERT_FALSE(person.Echoes());
+    person.Type("half\x1A");
+    ASSERT_TRUE(person.Sees("stopped> "));
+    EXPECT_TRUE(person.Echoes());
+    person.ForgetScreen();
+    person.Type("fg\n");
+    ASSERT_TRUE(person.Sees("Password: "));
+    EXPECT_FALSE(person.Echoes());
+    person.Type("afresh\n");
+    EXPECT_EQ(WEXITSTATUS(person.Wait()), 7);
     EXPECT_TRUE(person.Echoes());
 }
 

@@ -1,0 +1,46 @@
+#include "account-lock.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "ctl-error.h"
+
+namespace {
+
+// Root's alone: whoever can open the file could hold the lock for ever.
+constexpr const char* kLockFile = "/run/baywardctl.lock";
+constexpr int kHeldBack[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP};
+
+}  // namespace
+
+AccountLock::AccountLock(const std::string& root, Use use) {
+    const std::string path = root + kLockFile;
+    m_file.reset(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR));
+    pthread_sigmask(SIG_BLOCK, nullptr, &m_mask);
+    if (!m_file.valid()) {
+        if (use == Use::kRead) {
+            return;
+        }
+        throw CtlError("Cannot open the lock file " + path + ": " + std::strerror(errno) +
+                       "; make its folder writable, then try again.");
+    }
+    while (flock(m_file.get(), use == Use::kRead ? LOCK_SH : LOCK_EX) != 0 && errno == EINTR) {
+    }
+    if (use == Use::kWrite) {
+        sigset_t heldBack;
+        sigemptyset(&heldBack);
+        for (const int signal : kHeldBack) {
+            sigaddset(&heldBack, signal);
+        }
+        pthread_sigmask(SIG_BLOCK, &heldBack, nullptr);
+    }
+}
+
+AccountLock::~AccountLock() {
+    m_file.reset();  // first, so that a process that is stopped now does not keep the others waiting
+    pthread_sigmask(SIG_SETMASK, &m_mask, nullptr);
+}
