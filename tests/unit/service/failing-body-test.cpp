@@ -8,7 +8,6 @@
 
 #include <cerrno>
 #include <chrono>
-#include <limits>
 #include <thread>
 
 #include "child-process.h"
@@ -32,7 +31,6 @@ using Lines = std::vector<std::string>;
 const std::string kInitialized = "<VK0900> [TR] Initialize succeeded.";
 const std::string kReady = "<VK0900> [TR] Ready to wait stop event.";
 const std::string kReceived = "<VK0900> [TR] Receive StopEvent.";
-constexpr int kAllOfThem = std::numeric_limits<int>::max();
 
 void Require(bool condition, const char* what) {
     if (!condition) {
@@ -182,7 +180,8 @@ TEST_F(Supervision, LaterThreadCannotBeStarted_KeepsTheEarlierOnesAndStartsNoneA
 TEST_F(Supervision, ErrorLineOfThePreparationFails_LeavesWithTheStopEventsClosed) {
     std::filesystem::remove(root / "opt/bin/bayward.msg");
     calls.linesBeforeFailure = 2;  // "MainRoutine started." and "Get LocalSystemInfo."
-    calls.lineFailures = kAllOfThem;
+    calls.lineFailures = 1;
+    stop.Set();
     const std::string text = Failure(kThreads);
     EXPECT_THAT(text, MatchesRegex("server-util [0-9]+ \\(Err: 22\\)"));
     EXPECT_THAT(root.LogLines(), ElementsAre(kInitialized, "<VK0900> [TR] MainRoutine started.",
@@ -196,7 +195,7 @@ TEST_F(Supervision, ErrorLineOfTheWaitFails_EndsTheThreadsAndLeavesWithEverythin
     calls.pollError = EIO;
     calls.onPoll = [] {
         calls.linesBeforeFailure = 0;
-        calls.lineFailures = kAllOfThem;
+        calls.lineFailures = 1;
     };
     const std::string text = Failure(kThreads);
     EXPECT_THAT(text, MatchesRegex("server-util [0-9]+ \\(Err: 22\\)"));
@@ -210,7 +209,7 @@ TEST_F(Supervision, ErrorLineOfTheWaitFails_EndsTheThreadsAndLeavesWithEverythin
 TEST_F(Supervision, ErrorLineOfTheShutDownFails_EndsTheOtherThreadsAndLeavesWithEverythingClosed) {
     calls.onPoll = [] {
         calls.linesBeforeFailure = 1;  // "Receive StopEvent."
-        calls.lineFailures = kAllOfThem;
+        calls.lineFailures = 2;
     };
     stop.Set();
     const std::string text = Failure(kThreads);
