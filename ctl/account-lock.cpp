@@ -1,11 +1,13 @@
 #include "account-lock.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 
 #include "ctl-error.h"
 
@@ -28,8 +30,6 @@ AccountLock::AccountLock(const std::string& root, Use use) {
         throw CtlError("Cannot open the lock file " + path + ": " + std::strerror(errno) +
                        "; make its folder writable, then try again.");
     }
-    while (flock(m_file.get(), use == Use::kRead ? LOCK_SH : LOCK_EX) != 0 && errno == EINTR) {
-    }
     if (use == Use::kWrite) {
         sigset_t heldBack;
         sigemptyset(&heldBack);
@@ -37,6 +37,12 @@ AccountLock::AccountLock(const std::string& root, Use use) {
             sigaddset(&heldBack, signal);
         }
         pthread_sigmask(SIG_BLOCK, &heldBack, nullptr);
+    }
+    // Signals come through only between the attempts: a process that is stopped never has the lock.
+    const int mode = (use == Use::kRead ? LOCK_SH : LOCK_EX) | LOCK_NB;
+    while (flock(m_file.get(), mode) != 0 && (errno == EWOULDBLOCK || errno == EINTR)) {
+        constexpr timespec kPause{0, 20'000'000};
+        ppoll(nullptr, 0, &kPause, &m_mask);
     }
 }
 

@@ -119,6 +119,7 @@ TEST_F(AccountRaceTest, SignalInTheMiddle_LeavesOnePairAndNothingElse) {
 }
 
 TEST_F(AccountRaceTest, StopSignalInTheMiddle_LeavesOnePairAndTheLockFree) {
+    WriteAccountFiles(root.path(), kUuid, "user", "user");
     for (int round = 0; round < 15; ++round) {
         const pid_t child = Writer({"one", "two"}, 1000000);
         std::this_thread::sleep_for(std::chrono::microseconds(3000 + 137 * round));

@@ -8,8 +8,10 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <functional>
 #include <string>
+#include <thread>
 
 namespace {
 
@@ -145,6 +147,8 @@ TEST(RealTerminal, IgnoredSignalAtTheHiddenPrompt_StaysIgnored) {
     });
     ASSERT_TRUE(person.Sees("Password: "));
     kill(person.child(), SIGHUP);
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    EXPECT_FALSE(person.Echoes()) << "still asking";
     person.Type("whole\n");
     EXPECT_EQ(WEXITSTATUS(person.Wait()), 7);
 }
