@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <sys/ioctl.h>
 
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <memory>
@@ -155,15 +156,17 @@ TEST(WaitMultiple, AllButOneSet_TimesOut) {
 TEST(WaitMultiple, AllSetOneAfterTheOther_WaitsForTheLast) {
     Event first;
     Event second;
+    std::atomic<bool> lastIsDue = false;
     std::thread setter([&] {
         std::this_thread::sleep_for(30ms);
         second.Set();
         std::this_thread::sleep_for(30ms);
+        lastIsDue = true;
         first.Set();
     });
     std::vector<Event*> events{&first, &second};
     EXPECT_EQ(Event::WaitMultiple(events, true, 30000), 0u);
-    EXPECT_TRUE(first.IsSet());
+    EXPECT_TRUE(lastIsDue);  // the flag of the event itself rises only after its signal
     setter.join();
 }
 
