@@ -1,10 +1,12 @@
-"""Servers of every generation, each with all storage families side by side, and what their items are called."""
+"""Servers of every generation, each with all storage families side by side: what their items are called, and how they
+are brought into a state."""
 
 from __future__ import annotations
 
-from typing import Any, Callable, Dict, List, NamedTuple, Tuple
+from contextlib import ExitStack, contextmanager
+from typing import Any, Callable, Dict, Iterator, List, NamedTuple, Tuple
 
-from watched import ControllerProcess, Disk, Event, Watched, volume_offline
+from watched import ControllerProcess, Disk, Event, Watched, volume_offline, wait_until
 
 SPEED = 20
 
@@ -104,8 +106,8 @@ def server_options(generation: int) -> Tuple[object, ...]:
 def _walk_place(unit: Unit) -> Tuple[bool, str]:
     """Storage resources come before SmartStorage, in either family by their ids; every drive's path holds one."""
     path = unit.drives[0]
-    part = path.split("/ArrayControllers/" if ARRAYS in path else "/Storage/" if "/Storage/" in path else "/Chassis/")[1]
-    return ARRAYS in path, part
+    above = ARRAYS if ARRAYS in path else "/Storage" if "/Storage/" in path else "/Chassis"
+    return above == ARRAYS, path.split(f"{above}/")[1]
 
 
 class Server:
@@ -138,3 +140,64 @@ class Server:
                 self.call("heal-drive", unit.number, number)
             for number in range(1, len(unit.volumes) + 1):
                 self.call("heal-volume", unit.number, number)
+
+
+# ---- How states are reached ----
+
+def drive_state(unit: Unit, state: str) -> Tuple[Any, ...]:
+    """The verb that brings drive 1 into the state."""
+    drive = unit.drives[0]
+    words = {"critical": ("drive-health", "Critical"), "unavailable": ("drive-state", "UnavailableOffline"),
+             "warning": ("drive-health", "Warning"), "lost": ("drive-health", "CarrierCommunicationFailure"),
+             "spared": ("drive-health", "FailedDueToPredictiveSpareActivation")}
+    reasons = {"lost-reason": "CommunicationFailure", "gone-reason": "Unrecoverable",
+               "spared-reason": "FailedDueToPredictiveSpareActivation"}
+    if state in words:
+        return (words[state][0], unit.number, 1, words[state][1])
+    if state in reasons:
+        return reason_list(unit, reasons[state])
+    if state == "predicted" and unit.kind in ("sata", "vroc"):
+        return ("add-member", drive, "FailurePredicted", True)
+    return ({"failed": "fail-drive", "predicted": "predict-drive"}[state], unit.number, 1)
+
+
+def reason_list(unit: Unit, *reasons: str) -> Tuple[Any, ...]:
+    """Drive 1 lists these reasons; Redfish drives have no such list of themselves."""
+    verb = "set" if unit.kind == "smart" else "add-member"
+    return (verb, unit.drives[0], "DiskDriveStatusReasons", list(reasons))
+
+
+def worn(unit: Unit, percent: int) -> List[Tuple[Any, ...]]:
+    """Drive 1, new until now, has used so much of its life; SATA and VROC drives do not tell it of themselves."""
+    if unit.kind in ("sata", "vroc"):
+        return [("heal-drive", unit.number, 1),
+                ("add-member", unit.drives[0], "PredictedMediaLifeLeftPercent", 100 - percent)]
+    return [("wear-drive", unit.number, 1, percent)]
+
+
+def volume_state(unit: Unit, state: str) -> List[Tuple[Any, ...]]:
+    health, word = {"offline": ("Critical", "Disabled"), "critical": ("Critical", "Enabled"),
+                    "disabled": ("OK", "Disabled"), "standby": ("Warning", "StandbyOffline"),
+                    "degraded": ("Warning", "Enabled")}[state]
+    return [("volume-health", unit.number, 1, health), ("volume-state", unit.number, 1, word)]
+
+
+# ---- What is done on all servers at a time ----
+
+@contextmanager
+def together(servers: List[Server]) -> Iterator[None]:
+    """What changes within is seen by one walk on each server."""
+    with ExitStack() as held:
+        for server in servers:
+            held.enter_context(server.watched.held())
+        yield
+
+
+def expect(servers: List[Server], events: "Callable[[Server], List[Event]]" = lambda server: []) -> None:
+    """These events, in this order, and no others, now or in the walk after (which goes on on all servers at a time)."""
+    for server in servers:
+        server.watched.expect(*events(server), walks=0)
+    ended = [(server, server.watched.walks() + 2) for server in servers]
+    for server, walks in ended:
+        wait_until(lambda: server.watched.walks() >= walks, "walks", 30, server.watched.host)
+        server.watched.assert_reports()

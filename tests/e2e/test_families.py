@@ -7,12 +7,12 @@ from __future__ import annotations
 
 import json
 import re
-from contextlib import ExitStack, contextmanager
-from typing import Any, Callable, Dict, Iterator, List, Tuple
+from typing import Callable, Dict, List, Tuple
 
 import pytest
-from fleet import SPEED, Server, Unit, server_options
-from watched import ERROR, WARNING, Event, without, wait_until
+from fleet import (SPEED, Server, Unit, drive_state, expect, reason_list, server_options, together, volume_state,
+                   worn)
+from watched import ERROR, WARNING, Event, wait_until, without
 
 MONITORED = "<VK0900> [TR] Start to monitor."
 FAILED = "<VK0956> [ER] Failed to initialize RaidManager."
@@ -22,7 +22,8 @@ GENERATIONS = (5, 6, 7)
 MR = "mr"
 
 # What a state of drive 1 raises, by family. "-": nothing. The Redfish families differ in three ways: boot devices
-# (ns204) are judged by the health alone, drives on the SATA controller by their wear alone, all others by reasons and state.
+# (ns204) are judged by the health alone, drives on the SATA controller by their wear alone, all others by reasons
+# and state.
 DRIVES = """
 state               smart      mr         sr         ns204      nvme       sata       vroc
 failed              failed     failed     failed     failed     failed     -          failed
@@ -51,16 +52,18 @@ degraded            -          -          -          -          .          .    
 # often. The drives of direct controllers are asked for 20 times, others 5 times.
 NOT_READY: Dict[int, Tuple[Tuple[str, int], ...]] = {
     5: (("/SmartStorage/ArrayControllers", 1), ("/ArrayControllers/0", 1), ("/ArrayControllers/1/DiskDrives", 1),
-        ("/ArrayControllers/1/LogicalDrives/1", 1), ("/ArrayControllers/1/DiskDrives/1", 1), ("/Storage/DE00A000", 1),
-        ("/DE00A000/Volumes", 1), ("/DE00A000/Volumes/239", 1), ("/DE00A000/Drives/1", 1), ("/DE00B000/Controllers/0", 1),
+        ("/ArrayControllers/1/LogicalDrives/1", 1), ("/ArrayControllers/1/DiskDrives/1", 1),
+        ("/Storage/DE00A000", 1), ("/DE00A000/Volumes", 1), ("/DE00A000/Volumes/239", 1), ("/DE00A000/Drives/1", 1),
+        ("/DE00B000/Controllers/0", 1),
         ("/Storage/DE00C000", 1), ("/DE00C000/Volumes/1", 1), ("/DE00C000/Drives/2", 1)),
     6: (("/Systems", 1), ("/Systems/1/Storage", 1), ("/Storage/DE00A000", 1), ("/DE00A000/Controllers", 1),
-        ("/DE00A000/Controllers/0", 1), ("/DE00A000/Volumes", 1), ("/DE00A000/Volumes/239", 1), ("/DE00A000/Drives/1", 1),
-        ("/Storage/DE00C000", 1), ("/DE00C000/Controllers/0", 1), ("/DE00C000/Volumes", 1), ("/DE00C000/Volumes/1", 1),
-        ("/DE00C000/Drives/3581", 1)),
+        ("/DE00A000/Controllers/0", 1), ("/DE00A000/Volumes", 1), ("/DE00A000/Volumes/239", 1),
+        ("/DE00A000/Drives/1", 1), ("/Storage/DE00C000", 1), ("/DE00C000/Controllers/0", 1), ("/DE00C000/Volumes", 1),
+        ("/DE00C000/Volumes/1", 1), ("/DE00C000/Drives/3581", 1)),
     7: (("/DE00C000/Controllers", 1), ("/DE00C000/Volumes", 1), ("/DE00C000/Drives/2", 4), ("/Storage/DA000000", 1),
         ("/DA000000/Drives/DA000000", 1), ("/Storage/DA000001", 1), ("/DA000001/Drives/9E525C7B", 1),
-        ("/Storage/DA000002", 1), ("/DA000002/Volumes", 1), ("/DA000002/Volumes/1", 1), ("/DA000002/Drives/BB885E20", 6)),
+        ("/Storage/DA000002", 1), ("/DA000002/Volumes", 1), ("/DA000002/Volumes/1", 1),
+        ("/DA000002/Drives/BB885E20", 6)),
 }
 
 
@@ -69,62 +72,6 @@ def rows(table: str) -> "Dict[str, Dict[str, str]]":
     head, *lines = (line.split() for line in table.strip().splitlines())
     assert all(len(line) == len(head) for line in lines)
     return {line[0]: dict(zip(head[1:], line[1:])) for line in lines}
-
-
-def drive_state(unit: Unit, state: str) -> Tuple[Any, ...]:
-    """The verb that brings drive 1 into the state."""
-    drive = unit.drives[0]
-    words = {"critical": ("drive-health", "Critical"), "unavailable": ("drive-state", "UnavailableOffline"),
-             "warning": ("drive-health", "Warning"), "lost": ("drive-health", "CarrierCommunicationFailure"),
-             "spared": ("drive-health", "FailedDueToPredictiveSpareActivation")}
-    reasons = {"lost-reason": "CommunicationFailure", "gone-reason": "Unrecoverable",
-               "spared-reason": "FailedDueToPredictiveSpareActivation"}
-    if state in words:
-        return (words[state][0], unit.number, 1, words[state][1])
-    if state in reasons:
-        return reason_list(unit, reasons[state])
-    if state == "predicted" and unit.kind in ("sata", "vroc"):
-        return ("add-member", drive, "FailurePredicted", True)
-    return ({"failed": "fail-drive", "predicted": "predict-drive"}[state], unit.number, 1)
-
-
-def reason_list(unit: Unit, *reasons: str) -> Tuple[Any, ...]:
-    """Drive 1 lists these reasons; Redfish drives have no such list of themselves."""
-    verb = "set" if unit.kind == "smart" else "add-member"
-    return (verb, unit.drives[0], "DiskDriveStatusReasons", list(reasons))
-
-
-def worn(unit: Unit, percent: int) -> List[Tuple[Any, ...]]:
-    """Drive 1, new until now, has used so much of its life; SATA and VROC drives do not tell it of themselves."""
-    if unit.kind in ("sata", "vroc"):
-        return [("heal-drive", unit.number, 1),
-                ("add-member", unit.drives[0], "PredictedMediaLifeLeftPercent", 100 - percent)]
-    return [("wear-drive", unit.number, 1, percent)]
-
-
-def volume_state(unit: Unit, state: str) -> List[Tuple[Any, ...]]:
-    health, word = {"offline": ("Critical", "Disabled"), "critical": ("Critical", "Enabled"), "disabled": ("OK", "Disabled"),
-                    "standby": ("Warning", "StandbyOffline"), "degraded": ("Warning", "Enabled")}[state]
-    return [("volume-health", unit.number, 1, health), ("volume-state", unit.number, 1, word)]
-
-
-@contextmanager
-def together(servers: List[Server]) -> Iterator[None]:
-    """What changes within is seen by one walk on each server."""
-    with ExitStack() as held:
-        for server in servers:
-            held.enter_context(server.watched.held())
-        yield
-
-
-def expect(servers: List[Server], events: "Callable[[Server], List[Event]]" = lambda server: []) -> None:
-    """These events, in this order, and no others, now or in the walk after (which goes on on all servers at a time)."""
-    for server in servers:
-        server.watched.expect(*events(server), walks=0)
-    ended = [(server, server.watched.walks() + 2) for server in servers]
-    for server, walks in ended:
-        wait_until(lambda: server.watched.walks() >= walks, "walks", 30, server.watched.host)
-        server.watched.assert_reports()
 
 
 @pytest.fixture(scope="module")
@@ -155,7 +102,11 @@ def test_boot_waits_for_every_resource(servers: List[Server]) -> None:
         assert trace[trace.index("<VK0900> [TR] Ready to wait stop event.") + 1:] == [MONITORED]
         assert server.watched.counters()["logins"] == 1
         assert server.call("faults") == []
-        asked = [line.rsplit(" ", 2)[1].rstrip("/") for line in server.sim.requests() if line.endswith(" 503")]
+        requests = server.sim.requests()
+        walks = [number for number, line in enumerate(requests) if line.endswith(" GET /redfish/v1/Systems/ 200")]
+        # The first walk has waited for everything: nothing is left for the second.
+        assert not [line for line in requests[walks[1]:] if line.endswith(" 503")]
+        asked = [line.rsplit(" ", 2)[1].rstrip("/") for line in requests if line.endswith(" 503")]
         for path, times in NOT_READY[server.generation]:
             assert sum(found.endswith(path) for found in asked) == times, path
     expect(servers)
@@ -176,6 +127,25 @@ def test_state_of_a_drive(servers: List[Server], state: str) -> None:
     for server in servers:
         server.heal()
     expect(servers)
+
+
+def test_reader_traces_what_drives_tell(servers: List[Server]) -> None:
+    """Of the states before, as each family's reader wrote them in the walks that saw them."""
+    for server in servers:
+        told = {re.sub(r"ilorest-reader \d+", "ilorest-reader LINE", line) for line in server.watched.trace()
+                if line.startswith("<VK0999> [TR] ilorest-reader ")}
+        expected = {"statusReasons=None, State=Enabled, failurePredicted=0",
+                    "statusReasons=Critical, State=UnavailableOffline, failurePredicted=0",  # MR, SR and boot devices
+                    "statusReasons=Critical, State=Enabled, failurePredicted=0",
+                    "statusReasons=Warning, State=Enabled, failurePredicted=1",
+                    "statusReasons=None, State=Enabled, failurePredicted=1",  # SATA, VROC
+                    "statusReasons=None, State=UnavailableOffline, failurePredicted=0",
+                    "statusReasons=CarrierCommunicationFailure, State=Enabled, failurePredicted=0",
+                    "statusReasons=Unrecoverable, State=Enabled, failurePredicted=0"}
+        if server.of("smart"):
+            expected |= {"statusReasons=Failed", "statusReasons=PredictiveFail", "statusReasons=CommunicationFailure",
+                         "statusReasons=FailedDueToPredictiveSpareActivation"}
+        assert {f"<VK0999> [TR] ilorest-reader LINE {line}" for line in expected} - told == set()
 
 
 def test_every_family_wears_through_its_levels(servers: List[Server]) -> None:
@@ -207,7 +177,7 @@ def test_state_of_a_volume(servers: List[Server], state: str) -> None:
 
 
 def test_sentences_of_each_family(servers: List[Server]) -> None:
-    """Written out in full, as they stand in the system log and the trace log by now; others are built from the catalogue."""
+    """Written out in full, as they stand in both logs by now; the other tests build them from the catalogue."""
     five, six, seven = servers
     for server, priority, sentence in (
             (five, ERROR, "A physical drive has failed: CTRL(HPE MR416i-p Gen10+ [Slot 14]) PD(Port=1I:Box=1:Bay=1) "
@@ -243,8 +213,8 @@ def test_sentences_of_each_family(servers: List[Server]) -> None:
 
 
 def test_one_walk_reports_in_order(servers: List[Server]) -> None:
-    """Storage drives, Storage volumes, vanished drives, vanished volumes, then SmartStorage; of one drive failed, fatal,
-    predicted, worn. A boot device's one health cannot be failed and unrecoverable at once."""
+    """Storage drives, Storage volumes, vanished drives, vanished volumes, then SmartStorage; of one drive failed,
+    fatal, predicted, worn. A boot device's one health cannot be failed and unrecoverable at once."""
     listed = {"sata": ("worn_95",), "ns204": ("fatal", "predicted", "worn_95")}
     with together(servers):
         for server in servers:
@@ -340,6 +310,24 @@ def test_pulled_drive_whose_bay_is_listed_as_empty(servers: List[Server]) -> Non
             for unit in server.of("mr", "sr"):
                 server.call("restore-drive", unit.number, 2)
     expect(later)
+
+
+def test_drive_whose_own_entry_becomes_an_empty_bay(servers: List[Server]) -> None:
+    """Firmware may keep the entry of a drive that was pulled; with neither model nor serial number it is no drive.
+    One that is told to be absent but still known by name is."""
+    def absent(server: Server, path: str, *gone: str) -> None:
+        body = {name: value for name, value in server.call("get", path).items() if name not in gone}
+        server.call("set", path, ".", {**body, "Status": {"State": "Absent", "Health": "OK"}})
+
+    with together(servers):
+        for server in servers:
+            for unit in server.of("mr", "sr"):
+                absent(server, unit.drives[0])
+                absent(server, unit.drives[1], "Model", "SerialNumber", "Links", "CapacityBytes", "Revision")
+    expect(servers, lambda server: [unit.disks[1].failed for unit in server.of(MR)])
+    for server in servers:
+        server.heal()
+    expect(servers)
 
 
 def test_controller_that_disappears_and_returns(servers: List[Server]) -> None:
