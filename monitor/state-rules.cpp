@@ -1,7 +1,5 @@
 #include "state-rules.h"
 
-#include <utility>
-
 using tovaevent::EvtData;
 
 namespace {
@@ -12,21 +10,10 @@ bool Entered(bool (Item::*state)() const, const Item& current, bool found, Itera
     return (current.*state)() && !(found && (previous->second.*state)());
 }
 
-template <typename Item>
-using ParameterFiller = void(EvtData&, const ArrayController&, const Item&, std::uint32_t);
-
-template <typename Item>
-void Raise(std::uint32_t id, ParameterFiller<Item>* fill, const ArrayController& controller, const Item& item,
-           EventList& events) {
-    EvtData event;
-    fill(event, controller, item, id);
-    events.push_back(std::move(event));
-}
-
 void RaiseWear(std::uint32_t code, std::uint32_t previousCode, ParameterFiller<DiskDrive>* fill,
                const ArrayController& controller, const DiskDrive& drive, EventList& events) {
     if (code != 0 && code != previousCode) {
-        Raise(code, fill, controller, drive, events);
+        raiseEvent(code, fill, controller, drive, events);
     }
 }
 
@@ -68,49 +55,49 @@ void getMirrorLdMessageParam(EvtData& event, const ArrayController& controller, 
 void checkPdStatusFailed(const ArrayController& controller, const DiskDrive& drive, bool found,
                          ServiceRoot::DiskDriveIterator previous, EventList& events) {
     if (Entered(&DiskDrive::isStatusFailed, drive, found, previous)) {
-        Raise(tovaevent::kDriveFailed, getPdMessageParam, controller, drive, events);
+        raiseEvent(tovaevent::kDriveFailed, getPdMessageParam, controller, drive, events);
     }
 }
 
 void checkPdStatusFatal(const ArrayController& controller, const DiskDrive& drive, bool found,
                         ServiceRoot::DiskDriveIterator previous, EventList& events) {
     if (Entered(&DiskDrive::isStatusFatal, drive, found, previous)) {
-        Raise(tovaevent::kDriveFatal, getPdMessageParam, controller, drive, events);
+        raiseEvent(tovaevent::kDriveFatal, getPdMessageParam, controller, drive, events);
     }
 }
 
 void checkPdStatusSmart(const ArrayController& controller, const DiskDrive& drive, bool found,
                         ServiceRoot::DiskDriveIterator previous, EventList& events) {
     if (Entered(&DiskDrive::isStatusSmart, drive, found, previous)) {
-        Raise(tovaevent::kDrivePredictiveFailure, getPdMessageParam, controller, drive, events);
+        raiseEvent(tovaevent::kDrivePredictiveFailure, getPdMessageParam, controller, drive, events);
     }
 }
 
 void checkBCMPdStatusFailed(const ArrayController& controller, const DiskDrive& drive, bool found,
                             ServiceRoot::DiskDriveIterator previous, EventList& events) {
     if (Entered(&DiskDrive::isBCMStatusFailed, drive, found, previous)) {
-        Raise(tovaevent::kDriveFailed, getMirrorPdMessageParam, controller, drive, events);
+        raiseEvent(tovaevent::kDriveFailed, getMirrorPdMessageParam, controller, drive, events);
     }
 }
 
 void checkMirrorPdStatusFailed(const ArrayController& controller, const DiskDrive& drive, bool found,
                                ServiceRoot::DiskDriveIterator previous, EventList& events) {
     if (Entered(&DiskDrive::isMirrorStatusFailed, drive, found, previous)) {
-        Raise(tovaevent::kDriveFailed, getMirrorPdMessageParam, controller, drive, events);
+        raiseEvent(tovaevent::kDriveFailed, getMirrorPdMessageParam, controller, drive, events);
     }
 }
 
 void checkMirrorPdStatusFatal(const ArrayController& controller, const DiskDrive& drive, bool found,
                               ServiceRoot::DiskDriveIterator previous, EventList& events) {
     if (Entered(&DiskDrive::isMirrorStatusFatal, drive, found, previous)) {
-        Raise(tovaevent::kDriveFatal, getMirrorPdMessageParam, controller, drive, events);
+        raiseEvent(tovaevent::kDriveFatal, getMirrorPdMessageParam, controller, drive, events);
     }
 }
 
 void checkMirrorPdStatusSmart(const ArrayController& controller, const DiskDrive& drive, bool found,
                               ServiceRoot::DiskDriveIterator previous, EventList& events) {
     if (Entered(&DiskDrive::isMirrorStatusSmart, drive, found, previous)) {
-        Raise(tovaevent::kDrivePredictiveFailure, getMirrorPdMessageParam, controller, drive, events);
+        raiseEvent(tovaevent::kDrivePredictiveFailure, getMirrorPdMessageParam, controller, drive, events);
     }
 }
 
@@ -133,27 +120,27 @@ void checkMirrorPdSsdEndurance(const ArrayController& controller, const DiskDriv
 void checkLdStatusOffline(const ArrayController& controller, const LogicalDrive& drive, bool found,
                           ServiceRoot::LogicalDriveIterator previous, EventList& events) {
     if (Entered(&LogicalDrive::isStatusOffline, drive, found, previous)) {
-        Raise(tovaevent::kLogicalDriveOffline, getLdMessageParam, controller, drive, events);
+        raiseEvent(tovaevent::kLogicalDriveOffline, getLdMessageParam, controller, drive, events);
     }
 }
 
 void checkLdStatusCritical(const ArrayController& controller, const LogicalDrive& drive, bool found,
                            ServiceRoot::LogicalDriveIterator previous, EventList& events) {
     if (Entered(&LogicalDrive::isStatusCritical, drive, found, previous)) {
-        Raise(tovaevent::kLogicalDriveCritical, getLdMessageParam, controller, drive, events);
+        raiseEvent(tovaevent::kLogicalDriveCritical, getLdMessageParam, controller, drive, events);
     }
 }
 
 void checkMirrorLdStatusOffline(const ArrayController& controller, const LogicalDrive& drive, bool found,
                                 ServiceRoot::LogicalDriveIterator previous, EventList& events) {
     if (Entered(&LogicalDrive::isMirrorStatusOffline, drive, found, previous)) {
-        Raise(tovaevent::kLogicalDriveOffline, getMirrorLdMessageParam, controller, drive, events);
+        raiseEvent(tovaevent::kLogicalDriveOffline, getMirrorLdMessageParam, controller, drive, events);
     }
 }
 
 void checkMirrorLdStatusCritical(const ArrayController& controller, const LogicalDrive& drive, bool found,
                                  ServiceRoot::LogicalDriveIterator previous, EventList& events) {
     if (Entered(&LogicalDrive::isMirrorStatusCritical, drive, found, previous)) {
-        Raise(tovaevent::kLogicalDriveCritical, getMirrorLdMessageParam, controller, drive, events);
+        raiseEvent(tovaevent::kLogicalDriveCritical, getMirrorLdMessageParam, controller, drive, events);
     }
 }

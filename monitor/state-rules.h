@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "evt-data.h"
@@ -25,6 +26,19 @@ void getLdMessageParam(tovaevent::EvtData& event, const ArrayController& control
                        const LogicalDrive& drive, std::uint32_t id);
 void getMirrorLdMessageParam(tovaevent::EvtData& event, const ArrayController& controller,
                              const LogicalDrive& drive, std::uint32_t id);
+
+template <typename Item>
+using ParameterFiller = void(tovaevent::EvtData& event, const ArrayController& controller, const Item& item,
+                             std::uint32_t id);
+
+// Appends the item's event with this identifier.
+template <typename Item>
+void raiseEvent(std::uint32_t id, ParameterFiller<Item>* fill, const ArrayController& controller,
+                const Item& item, EventList& events) {
+    tovaevent::EvtData event;
+    fill(event, controller, item, id);
+    events.push_back(std::move(event));
+}
 
 // ---- Rules ----
 //

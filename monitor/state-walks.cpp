@@ -1,12 +1,10 @@
 // Which rules are applied to which items, and what has vanished.
 #include <algorithm>
 #include <array>
+#include <map>
 #include <span>
-#include <utility>
 
 #include "state-rules.h"
-
-using tovaevent::EvtData;
 
 namespace {
 
@@ -43,6 +41,14 @@ constexpr std::array kMirrorDriveRules = {checkBCMPdStatusFailed, checkMirrorPdS
 constexpr std::array kLogicalDriveRules = {checkLdStatusOffline, checkLdStatusCritical};
 constexpr std::array kMirrorLogicalDriveRules = {checkMirrorLdStatusOffline, checkMirrorLdStatusCritical};
 
+DriveRules PlainDriveRules(const ArrayController&) {
+    return kDriveRules;
+}
+
+LogicalDriveRules PlainLogicalDriveRules(const ArrayController&) {
+    return kLogicalDriveRules;
+}
+
 DriveRules MirrorDriveRules(const ArrayController& controller) {
     switch (KindOf(controller)) {
         case MirrorKind::kEmbeddedSata:
@@ -60,7 +66,12 @@ LogicalDriveRules MirrorLogicalDriveRules(const ArrayController& controller) {
                                                     : LogicalDriveRules(kLogicalDriveRules);
 }
 
-// The controller's key as the previous snapshot is asked for it. A "Slot" location with a key that starts
+// The controller's key as the previous snapshot is asked for it.
+std::string PlainLookupKey(const std::string& key, const ArrayController&) {
+    return key;
+}
+
+// A "Slot" location with a key that starts
 // with "Slot N" loses the word and the character after it. The ids that controllers give hold no "Slot", so
 // the cut does nothing to them; it is kept for sources that put the slot before the id.
 std::string MirrorLookupKey(const std::string& key, const ArrayController& controller) {
@@ -117,14 +128,49 @@ bool IsAnyDrivePresent(const ServiceRoot& snapshot, const std::string& system, c
     return false;
 }
 
-// The event of an item that has vanished, with the texts of the previous snapshot.
-template <typename Item, typename Filler>
-void RaiseVanished(std::uint32_t id, Filler fill, const ArrayController& controller, const Item& item,
-                   EventList& events) {
-    EvtData event;
-    fill(event, controller, item, id);
-    events.push_back(std::move(event));
-}
+// ---- The walk over the items of the current snapshot ----
+
+// One kind of item of one controller family: where it lies, how the previous snapshot is asked for it, and
+// which rules it gets.
+template <typename Item, typename Rule>
+struct Walk {
+    using Items = std::map<std::string, Item>;
+    using Iterator = typename Items::const_iterator;
+
+    SmartStorage ComputerSystem::*family;
+    Items ArrayController::*items;
+    bool (ServiceRoot::*lookUp)(const std::string&, const std::string&, const std::string&, Iterator&) const;
+    std::string (*lookUpKey)(const std::string& key, const ArrayController& controller);
+    std::span<Rule* const> (*rules)(const ArrayController& controller);
+
+    void operator()(const ServiceRoot& previous, const ServiceRoot& current, EventList& events) const {
+        for (const auto& [systemKey, system] : current.systems) {
+            for (const auto& [controllerKey, controller] : (system.*family).controllers) {
+                const std::string key = lookUpKey(controllerKey, controller);
+                for (const auto& [itemKey, item] : controller.*items) {
+                    Iterator old;
+                    const bool found = (previous.*lookUp)(systemKey, key, itemKey, old);
+                    for (Rule* rule : rules(controller)) {
+                        rule(controller, item, found, old, events);
+                    }
+                }
+            }
+        }
+    }
+};
+
+constexpr Walk<DiskDrive, DriveRule> kDriveWalk = {
+    &ComputerSystem::smartStorage, &ArrayController::diskDrives, &ServiceRoot::containsDiskDrive,
+    PlainLookupKey, PlainDriveRules};
+constexpr Walk<LogicalDrive, LogicalDriveRule> kLogicalDriveWalk = {
+    &ComputerSystem::smartStorage, &ArrayController::logicalDrives, &ServiceRoot::containsLogicalDrive,
+    PlainLookupKey, PlainLogicalDriveRules};
+constexpr Walk<DiskDrive, DriveRule> kMirrorDriveWalk = {
+    &ComputerSystem::mirror, &ArrayController::diskDrives, &ServiceRoot::containsMirrorDiskDrive,
+    MirrorLookupKey, MirrorDriveRules};
+constexpr Walk<LogicalDrive, LogicalDriveRule> kMirrorLogicalDriveWalk = {
+    &ComputerSystem::mirror, &ArrayController::logicalDrives, &ServiceRoot::containsMirrorLogicalDrive,
+    MirrorLookupKey, MirrorLogicalDriveRules};
 
 }  // namespace
 
@@ -134,73 +180,22 @@ bool isMegaRaidModel(const std::string& model) {
 
 void StateRules::checkPhysicalDevice(const ServiceRoot& previous, const ServiceRoot& current,
                                      EventList& events) const {
-    guard([&] {
-        for (const auto& [systemKey, system] : current.systems) {
-            for (const auto& [controllerKey, controller] : system.smartStorage.controllers) {
-                for (const auto& [driveKey, drive] : controller.diskDrives) {
-                    ServiceRoot::DiskDriveIterator old;
-                    const bool found = previous.containsDiskDrive(systemKey, controllerKey, driveKey, old);
-                    for (DriveRule* rule : kDriveRules) {
-                        rule(controller, drive, found, old, events);
-                    }
-                }
-            }
-        }
-    });
+    guard([&] { kDriveWalk(previous, current, events); });
 }
 
 void StateRules::checkLogicalDrive(const ServiceRoot& previous, const ServiceRoot& current,
                                    EventList& events) const {
-    guard([&] {
-        for (const auto& [systemKey, system] : current.systems) {
-            for (const auto& [controllerKey, controller] : system.smartStorage.controllers) {
-                for (const auto& [driveKey, drive] : controller.logicalDrives) {
-                    ServiceRoot::LogicalDriveIterator old;
-                    const bool found = previous.containsLogicalDrive(systemKey, controllerKey, driveKey, old);
-                    for (LogicalDriveRule* rule : kLogicalDriveRules) {
-                        rule(controller, drive, found, old, events);
-                    }
-                }
-            }
-        }
-    });
+    guard([&] { kLogicalDriveWalk(previous, current, events); });
 }
 
 void StateRules::checkMirrorPhysicalDevice(const ServiceRoot& previous, const ServiceRoot& current,
                                            EventList& events) const {
-    guard([&] {
-        for (const auto& [systemKey, system] : current.systems) {
-            for (const auto& [controllerKey, controller] : system.mirror.controllers) {
-                const std::string lookupKey = MirrorLookupKey(controllerKey, controller);
-                for (const auto& [driveKey, drive] : controller.diskDrives) {
-                    ServiceRoot::DiskDriveIterator old;
-                    const bool found = previous.containsMirrorDiskDrive(systemKey, lookupKey, driveKey, old);
-                    for (DriveRule* rule : MirrorDriveRules(controller)) {
-                        rule(controller, drive, found, old, events);
-                    }
-                }
-            }
-        }
-    });
+    guard([&] { kMirrorDriveWalk(previous, current, events); });
 }
 
 void StateRules::checkMirrorLogicalDrive(const ServiceRoot& previous, const ServiceRoot& current,
                                          EventList& events) const {
-    guard([&] {
-        for (const auto& [systemKey, system] : current.systems) {
-            for (const auto& [controllerKey, controller] : system.mirror.controllers) {
-                const std::string lookupKey = MirrorLookupKey(controllerKey, controller);
-                for (const auto& [driveKey, drive] : controller.logicalDrives) {
-                    ServiceRoot::LogicalDriveIterator old;
-                    const bool found =
-                        previous.containsMirrorLogicalDrive(systemKey, lookupKey, driveKey, old);
-                    for (LogicalDriveRule* rule : MirrorLogicalDriveRules(controller)) {
-                        rule(controller, drive, found, old, events);
-                    }
-                }
-            }
-        }
-    });
+    guard([&] { kMirrorLogicalDriveWalk(previous, current, events); });
 }
 
 void StateRules::checkPrvPhysicalDevice(const ServiceRoot& previous, const ServiceRoot& current,
@@ -211,8 +206,7 @@ void StateRules::checkPrvPhysicalDevice(const ServiceRoot& previous, const Servi
                 ServiceRoot::DiskDriveIterator ignored;
                 if (!current.containsMirrorDiskDrive(system, key, driveKey, ignored) &&
                     IsVolumeKnown(previous, current, system, key, drive.volumes)) {
-                    RaiseVanished(tovaevent::kDriveFailed, getMirrorPdMessageParam, controller, drive,
-                                  events);
+                    raiseEvent(tovaevent::kDriveFailed, getMirrorPdMessageParam, controller, drive, events);
                 }
             }
         });
@@ -227,8 +221,8 @@ void StateRules::checkPrvLogicalDrive(const ServiceRoot& previous, const Service
                 ServiceRoot::LogicalDriveIterator ignored;
                 if (!current.containsMirrorLogicalDrive(system, key, driveKey, ignored) &&
                     !IsAnyDrivePresent(current, system, key, drive.dataDrives)) {
-                    RaiseVanished(tovaevent::kLogicalDriveOffline, getMirrorLdMessageParam, controller, drive,
-                                  events);
+                    raiseEvent(tovaevent::kLogicalDriveOffline, getMirrorLdMessageParam, controller, drive,
+                               events);
                 }
             }
         });
