@@ -5,6 +5,9 @@
 
 #include "ilorest-reader.h"
 #include "rest-text.h"
+#include "text.h"
+
+using tovaserverutil::Contains;
 
 namespace {
 
@@ -12,10 +15,6 @@ constexpr const char* kManagers = "/redfish/v1/Managers/";
 constexpr const char* kStepFailure = "iLoRestReader.readiLOVersion failed.";
 constexpr const char* kVnicFailure = "Failed to get iLO version.";
 constexpr std::uint32_t kOldFirmwareScale = 100;
-
-bool Contains(const std::string& text, const char* part) {
-    return text.find(part) != std::string::npos;
-}
 
 bool IsKnownGeneration(const std::string& text) {
     return Contains(text, "iLO 5") || Contains(text, "iLO 6");

@@ -3,6 +3,10 @@
 #include <algorithm>
 #include <iterator>
 
+#include "text.h"
+
+using tovaserverutil::Contains;
+
 namespace {
 
 using Test = StorageFamily::Test;
@@ -10,12 +14,12 @@ using Volumes = StorageFamily::Volumes;
 
 // In this order: the first row that matches decides.
 constexpr StorageFamily kFamilies[] = {
-    {Test::NameContains, "HPE NS204i-", false, DriveReader::Mirror, Volumes::ByShape},  // boot device
+    {Test::NameContains, kBootDeviceName, false, DriveReader::Mirror, Volumes::ByShape},  // boot device
     {Test::NameStartsWith, "SATA Storage System", true, DriveReader::Vroc, Volumes::ByShape},
     {Test::NameContains, "VROC", true, DriveReader::Vroc, Volumes::ByShape},
     {Test::NameContains, "NVMe Storage System", false, DriveReader::Mirror,
      Volumes::None},  // one drive, no RAID
-    {Test::ModelContains, "HPE MR", false, DriveReader::Bcm, Volumes::Bcm},
+    {Test::ModelContains, kMegaRaidModel, false, DriveReader::Bcm, Volumes::Bcm},
     {Test::NameContains, "", false, DriveReader::Mc, Volumes::Bcm},  // everything else
 };
 
@@ -34,10 +38,6 @@ constexpr RedfishVolumeReader kVolumeReaders[] = {
     {VolumeReader::Bcm, true, "iLoRestReader.readBCMVolumeDrives failed.",
      "iLoRestReader.readBCMVolumeDrive failed."},
 };
-
-bool Contains(const std::string& text, const char* part) {
-    return text.find(part) != std::string::npos;
-}
 
 bool Matches(const StorageFamily& family, const std::string& name, const std::string& model) {
     switch (family.test) {
@@ -87,7 +87,7 @@ std::int32_t StorageGeneration(const std::string& name, const std::string& model
 }
 
 bool IsEmbeddedSata(const std::string& name, const std::string& model) {
-    return Contains(name, "Embedded SATA Controller") || Contains(model, "Embedded SATA Controller") ||
+    return Contains(name, kEmbeddedSataName) || Contains(model, kEmbeddedSataName) ||
            Contains(name, "VROC") || Contains(model, "VROC");
 }
 

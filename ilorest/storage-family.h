@@ -4,6 +4,11 @@
 #include <cstdint>
 #include <string>
 
+// What the names and models of the controllers that are treated in ways of their own hold.
+inline constexpr const char* kBootDeviceName = "HPE NS204i-";
+inline constexpr const char* kEmbeddedSataName = "Embedded SATA Controller";
+inline constexpr const char* kMegaRaidModel = "HPE MR";
+
 enum class DriveReader { Mirror, Bcm, Mc, Vroc };
 enum class VolumeReader { None, Volume, UVolume, Bcm };
 

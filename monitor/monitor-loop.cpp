@@ -8,11 +8,13 @@
 
 #include "ilo-account.h"
 #include "secret.h"
+#include "text.h"
 
 using tova_service::ServiceParameter;
 using tova_service::system_info;
 using tovabase::TOVAExcpt;
 using tovaserverutil::Clock;
+using tovaserverutil::Contains;
 using tovaserverutil::StopWait;
 using tovaserverutil::WipeOnExit;
 
@@ -22,10 +24,6 @@ constexpr int kCycleFailureLine = 1450;  // where a failure that leaves the loop
 
 constexpr std::uint32_t kMinInterval = 3000;     // milliseconds
 constexpr std::uint32_t kMaxInterval = 3600000;  // milliseconds
-
-bool Contains(const std::string& text, const char* part) {
-    return text.find(part) != std::string::npos;
-}
 
 // One stored text; false when it cannot be read.
 bool ReadRecord(const AccountSource& accounts, int record, std::string& text) {

@@ -5,22 +5,22 @@
 #include <span>
 
 #include "state-rules.h"
+#include "storage-family.h"
+#include "text.h"
+
+using tovaserverutil::Contains;
 
 namespace {
-
-bool Contains(const std::string& text, const char* part) {
-    return text.find(part) != std::string::npos;
-}
 
 // ---- Controller kinds of the Mirror family, told apart by the model text ----
 
 enum class MirrorKind { kEmbeddedSata, kBootDevice, kOther };
 
 MirrorKind KindOf(const ArrayController& controller) {
-    if (Contains(controller.model, "Embedded SATA Controller")) {
+    if (Contains(controller.model, kEmbeddedSataName)) {
         return MirrorKind::kEmbeddedSata;
     }
-    if (Contains(controller.model, "HPE NS204i-")) {
+    if (Contains(controller.model, kBootDeviceName)) {
         return MirrorKind::kBootDevice;
     }
     return MirrorKind::kOther;
@@ -175,7 +175,7 @@ constexpr Walk<LogicalDrive, LogicalDriveRule> kMirrorLogicalDriveWalk = {
 }  // namespace
 
 bool isMegaRaidModel(const std::string& model) {
-    return Contains(model, "HPE MR");
+    return Contains(model, kMegaRaidModel);
 }
 
 void StateRules::checkPhysicalDevice(const ServiceRoot& previous, const ServiceRoot& current,
