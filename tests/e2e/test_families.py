@@ -10,7 +10,7 @@ import re
 from typing import Callable, Dict, List, Tuple
 
 import pytest
-from fleet import (SPEED, Server, Unit, drive_state, expect, reason_list, server_options, together, volume_state,
+from fleet import (SPEED, Server, Unit, drive_state, each_held, expect, reason_list, server_options, volume_state,
                    worn)
 from watched import ERROR, WARNING, Event, wait_until, without
 
@@ -118,10 +118,9 @@ def test_boot_waits_for_every_resource(servers: List[Server]) -> None:
 @pytest.mark.parametrize("state", rows(DRIVES))
 def test_state_of_a_drive(servers: List[Server], state: str) -> None:
     raised = rows(DRIVES)[state]
-    with together(servers):
-        for server in servers:
-            for unit in server.units:
-                server.call(*drive_state(unit, state))
+    for server in each_held(servers):
+        for unit in server.units:
+            server.call(*drive_state(unit, state))
     expect(servers, lambda server: [getattr(unit.disks[0], raised[unit.kind]) for unit in server.units
                                     if raised[unit.kind] != "-"])
     for server in servers:
@@ -150,11 +149,10 @@ def test_reader_traces_what_drives_tell(servers: List[Server]) -> None:
 
 def test_every_family_wears_through_its_levels(servers: List[Server]) -> None:
     for percent, level in ((79, None), (80, "worn_80"), (89, None), (90, "worn_90"), (95, "worn_95")):
-        with together(servers):
-            for server in servers:
-                for unit in server.units:
-                    for verb in worn(unit, percent):
-                        server.call(*verb)
+        for server in each_held(servers):
+            for unit in server.units:
+                for verb in worn(unit, percent):
+                    server.call(*verb)
         expect(servers, lambda server: [getattr(unit.disks[0], level) for unit in server.units if level is not None])
     for server in servers:
         server.heal()
@@ -164,12 +162,11 @@ def test_every_family_wears_through_its_levels(servers: List[Server]) -> None:
 @pytest.mark.parametrize("state", rows(VOLUMES))
 def test_state_of_a_volume(servers: List[Server], state: str) -> None:
     raised = rows(VOLUMES)[state]
-    with together(servers):
-        for server in servers:
-            for unit in server.units:
-                assert (raised[unit.kind] != ".") == bool(unit.volumes)
-                for verb in volume_state(unit, state) if unit.volumes else ():
-                    server.call(*verb)
+    for server in each_held(servers):
+        for unit in server.units:
+            assert (raised[unit.kind] != ".") == bool(unit.volumes)
+            for verb in volume_state(unit, state) if unit.volumes else ():
+                server.call(*verb)
     expect(servers, lambda server: [unit.offline(1) for unit in server.units if raised[unit.kind] == "offline"])
     for server in servers:
         server.heal()
@@ -216,23 +213,22 @@ def test_one_walk_reports_in_order(servers: List[Server]) -> None:
     """Storage drives, Storage volumes, vanished drives, vanished volumes, then SmartStorage; of one drive failed,
     fatal, predicted, worn. A boot device's one health cannot be failed and unrecoverable at once."""
     listed = {"sata": ("worn_95",), "ns204": ("fatal", "predicted", "worn_95")}
-    with together(servers):
-        for server in servers:
-            for unit in server.units:
-                for verb in worn(unit, 96):
-                    server.call(*verb)
-                if unit.kind == "smart":
-                    server.call(*reason_list(unit, "PredictiveFail", "Unrecoverable", "Failed"))
-                else:
-                    server.call(*reason_list(unit, "Unrecoverable", "Failed"))
-                    member = "add-member" if unit.kind in ("sata", "vroc") else "set"
-                    server.call(member, unit.drives[0], "FailurePredicted", True)
-                for verb in volume_state(unit, "offline") if unit.volumes else ():
-                    server.call(*verb)
-            for unit in server.of(MR):
-                server.call("remove-volume", unit.number, 2)
-                for drive in (2, 3, 4, 5):
-                    server.call("remove-drive", unit.number, drive)
+    for server in each_held(servers):
+        for unit in server.units:
+            for verb in worn(unit, 96):
+                server.call(*verb)
+            if unit.kind == "smart":
+                server.call(*reason_list(unit, "PredictiveFail", "Unrecoverable", "Failed"))
+            else:
+                server.call(*reason_list(unit, "Unrecoverable", "Failed"))
+                member = "add-member" if unit.kind in ("sata", "vroc") else "set"
+                server.call(member, unit.drives[0], "FailurePredicted", True)
+            for verb in volume_state(unit, "offline") if unit.volumes else ():
+                server.call(*verb)
+        for unit in server.of(MR):
+            server.call("remove-volume", unit.number, 2)
+            for drive in (2, 3, 4, 5):
+                server.call("remove-drive", unit.number, drive)
 
     def drives(units: List[Unit]) -> List[Event]:
         return [getattr(unit.disks[0], name) for unit in units
@@ -259,10 +255,9 @@ def test_one_walk_reports_in_order(servers: List[Server]) -> None:
 
 def test_drive_that_vanishes_from_its_volume(servers: List[Server]) -> None:
     """On MR controllers it has failed; elsewhere nothing is said. The volumes stay."""
-    with together(servers):
-        for server in servers:
-            for unit in server.units:
-                server.call("remove-drive", unit.number, len(unit.disks[:2]))
+    for server in each_held(servers):
+        for unit in server.units:
+            server.call("remove-drive", unit.number, len(unit.disks[:2]))
     expect(servers, lambda server: [unit.disks[1].failed for unit in server.of(MR)])
     for server in servers:
         for unit in server.units:
@@ -276,39 +271,35 @@ def test_volume_that_vanishes(servers: List[Server], with_drives: bool) -> None:
     def drives(unit: Unit) -> "range":
         return range(1, (3 if unit.kind == MR else len(unit.disks) + 1) if with_drives else 1)
 
-    with together(servers):
-        for server in servers:
-            for unit in server.units:
-                if unit.volumes:
-                    server.call("remove-volume", unit.number, 1)
-                    for number in drives(unit):
-                        server.call("remove-drive", unit.number, number)
+    for server in each_held(servers):
+        for unit in server.units:
+            if unit.volumes:
+                server.call("remove-volume", unit.number, 1)
+                for number in drives(unit):
+                    server.call("remove-drive", unit.number, number)
     expect(servers, lambda server: [
         *(unit.disks[number - 1].failed for unit in server.of(MR) for number in drives(unit)),
         *(unit.offline(1) for unit in server.of(MR) if with_drives)])
-    with together(servers):
-        for server in servers:
-            for unit in server.units:
-                if unit.volumes:
-                    server.call("restore-volume", unit.number, 1)
-                    for number in drives(unit):
-                        server.call("restore-drive", unit.number, number)
+    for server in each_held(servers):
+        for unit in server.units:
+            if unit.volumes:
+                server.call("restore-volume", unit.number, 1)
+                for number in drives(unit):
+                    server.call("restore-drive", unit.number, number)
     expect(servers)
 
 
 def test_pulled_drive_whose_bay_is_listed_as_empty(servers: List[Server]) -> None:
     """The bay is no drive: it neither stands for the one that was pulled nor raises anything itself."""
     later = [server for server in servers if server.generation > 5]
-    with together(later):
-        for server in later:
-            for unit in server.of("mr", "sr"):
-                bay = server.call("empty-bay", unit.number, 2)
-                assert server.call("get", bay)["Status"] == {"State": "Absent", "Health": "OK"}
+    for server in each_held(later):
+        for unit in server.of("mr", "sr"):
+            bay = server.call("empty-bay", unit.number, 2)
+            assert server.call("get", bay)["Status"] == {"State": "Absent", "Health": "OK"}
     expect(later, lambda server: [unit.disks[1].failed for unit in server.of(MR)])
-    with together(later):
-        for server in later:
-            for unit in server.of("mr", "sr"):
-                server.call("restore-drive", unit.number, 2)
+    for server in each_held(later):
+        for unit in server.of("mr", "sr"):
+            server.call("restore-drive", unit.number, 2)
     expect(later)
 
 
@@ -319,11 +310,10 @@ def test_drive_whose_own_entry_becomes_an_empty_bay(servers: List[Server]) -> No
         body = {name: value for name, value in server.call("get", path).items() if name not in gone}
         server.call("set", path, ".", {**body, "Status": {"State": "Absent", "Health": "OK"}})
 
-    with together(servers):
-        for server in servers:
-            for unit in server.of("mr", "sr"):
-                absent(server, unit.drives[0])
-                absent(server, unit.drives[1], "Model", "SerialNumber", "Links", "CapacityBytes", "Revision")
+    for server in each_held(servers):
+        for unit in server.of("mr", "sr"):
+            absent(server, unit.drives[0])
+            absent(server, unit.drives[1], "Model", "SerialNumber", "Links", "CapacityBytes", "Revision")
     expect(servers, lambda server: [unit.disks[1].failed for unit in server.of(MR)])
     for server in servers:
         server.heal()
@@ -335,10 +325,9 @@ def test_controller_that_disappears_and_returns(servers: List[Server]) -> None:
     failed and its volumes are offline. What comes back is new: silent when it is well, reported when it is not."""
     gone = {server.generation: [unit for unit in server.units
                                 if unit.kind != MR or unit is server.of(MR)[0]] for server in servers}
-    with together(servers):
-        for server in servers:
-            for unit in gone[server.generation]:
-                server.call("remove-controller", unit.number)
+    for server in each_held(servers):
+        for unit in gone[server.generation]:
+            server.call("remove-controller", unit.number)
 
     def vanished(server: Server) -> List[Event]:
         if len(server.of(MR)) == 1:
@@ -347,11 +336,10 @@ def test_controller_that_disappears_and_returns(servers: List[Server]) -> None:
         return [*(disk.failed for disk in unit.disks), unit.offline(2), unit.offline(1)]
 
     expect(servers, vanished)
-    with together(servers):
-        for server in servers:
-            for unit in gone[server.generation]:
-                server.call("restore-controller", unit.number)
-                server.call("fail-drive", unit.number, 1)
+    for server in each_held(servers):
+        for unit in gone[server.generation]:
+            server.call("restore-controller", unit.number)
+            server.call("fail-drive", unit.number, 1)
     expect(servers, lambda server: [unit.disks[0].failed for unit in gone[server.generation] if unit.kind != "sata"])
     for server in servers:
         server.heal()
