@@ -2,6 +2,11 @@
 
 using tovaevent::EvtData;
 
+// A drive gives its wear as the identifier of the event that reports it.
+static_assert(DiskDrive::kWearFirst == tovaevent::kDriveWear80);
+static_assert(DiskDrive::kWearSecond == tovaevent::kDriveWear90);
+static_assert(DiskDrive::kWearHighest == tovaevent::kDriveWear95);
+
 namespace {
 
 // The state holds now and did not hold before.
