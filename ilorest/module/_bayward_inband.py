@@ -8,11 +8,10 @@ import logging
 import sys
 
 from _bayward_outcome import OTHER, REFUSED, Answer, Deadline, Failure
-from _bayward_session import NO_ACCOUNT
-from _bayward_target import quoted_path
+from _bayward_session import LOGOUT_SECONDS, NO_ACCOUNT, RenewedSession
+from _bayward_target import IN_BAND_URL, quoted_path
 from _bayward_transport import MAX_BODY_BYTES
 
-BASE_URL = "blobstore://."
 _PROBE = "/redfish/v1/Systems/"
 
 # By name: releases of the library keep these classes in different places and add some.
@@ -50,50 +49,35 @@ class _Nowhere(io.RawIOBase):
         return len(data)
 
 
-class InbandSession:
+class InbandSession(RenewedSession):
     """One session over the local channel. Deadlines do not count here: a call to the library cannot be interrupted."""
 
     def __init__(self) -> None:
+        super().__init__()
         self._client = None
         self._account: str | None = None
         self._password: str | None = None
-        self._refused = ""  # a resource that is refused to a fresh session too, not worth a log-in each time
 
     def log_in(self, account: str, password: str, deadline: Deadline) -> None:
         """Open the channel, and a session when there is an account. Raises Failure."""
         self._account = _optional(account)
         self._password = _optional(password)
-        self._open()
+        self._open(deadline)
         if self._account is None:
             # Without an account the channel may still serve, as long as no security is required: a read tells.
-            answer = self._get(_PROBE)
+            answer = self._get(_PROBE, deadline)
             if answer.status in (401, 403):
                 raise Failure(REFUSED, "The controller wants an account for in-band access too; "
                                        "register one with \"baywardctl account set ACCOUNT\".")
             if not answer.succeeded():
                 raise Failure(OTHER, f"The controller answered {_PROBE} in-band with status {answer.status}.")
 
-    def fetch(self, path: str, deadline: Deadline) -> Answer:
-        """GET a path. An expired session is opened once more and the request sent again."""
-        if self._client is not None:
-            answer = self._get(path)
-            if not answer.lacks_session() or path == self._refused:
-                return answer
-            # Perhaps only this resource is refused; then the session still counts among the few of the controller.
-            self._end()
-        self._open()
-        answer = self._get(path)
-        if answer.lacks_session():
-            self._refused = path
-        return answer
-
     def log_out(self) -> None:
         """End the session and let go of the channel. Never raises."""
         self._account = self._password = None
-        self._end()
+        self._end(Deadline(LOGOUT_SECONDS))
 
-    def _end(self) -> None:
-        """Try to end the session; when that fails, it ends by itself on the controller, after its idle time."""
+    def _end(self, deadline: Deadline) -> None:
         client, self._client = self._client, None
         try:
             with _Quiet():
@@ -102,15 +86,15 @@ class InbandSession:
         except BaseException:  # whatever the library does, nothing depends on it any more
             pass
 
-    def _open(self) -> None:
+    def _open(self, deadline: Deadline) -> None:
         library = _library()
         try:
             with _Quiet(), _Mapped("log-in"):
-                self._client = library.RedfishClient(base_url=BASE_URL, username=self._account,
+                self._client = library.RedfishClient(base_url=IN_BAND_URL, username=self._account,
                                                      password=self._password)
                 self._log_in(self._client)
         except Failure:
-            self._end()
+            self._end(deadline)
             raise
 
     def _log_in(self, client) -> None:  # type: ignore[no-untyped-def]
@@ -122,7 +106,10 @@ class InbandSession:
         if self._account is not None and not client.session_key:
             raise Failure(OTHER, "The controller's in-band answer to the log-in holds no session token.")
 
-    def _get(self, path: str) -> Answer:
+    def _is_open(self) -> bool:
+        return self._client is not None
+
+    def _get(self, path: str, deadline: Deadline) -> Answer:
         with _Quiet(), _Mapped(f"GET {path}"):
             answer = self._client.get(quoted_path(path))
             text = answer.read

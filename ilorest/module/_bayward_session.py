@@ -18,29 +18,16 @@ NO_ACCOUNT = "None"  # what the service gives for an account or password that it
 _SESSION = re.compile(re.escape(SESSIONS) + "([^/?#]+)/?", re.IGNORECASE)
 
 
-class HttpsSession:
-    """One session. The account is kept while the session is open, because an expired one has to be renewed."""
+class RenewedSession:
+    """Reads resources through a session, which the class derived from it opens and ends, and renews an expired one."""
 
-    def __init__(self, target: Target) -> None:
-        self._connection = Connection(target)
-        self._account = ""
-        self._password = ""
-        self._token = ""
-        self._location = ""
+    def __init__(self) -> None:
         # A resource that is refused to a fresh session too: it is not worth a log-in each time it is asked for.
         self._refused = ""
 
-    def log_in(self, account: str, password: str, deadline: Deadline) -> None:
-        """Open the session. Raises Failure: REFUSED only when the controller refused the account itself."""
-        if account in ("", NO_ACCOUNT):
-            raise Failure(REFUSED, "No account of the controller is registered; "
-                                   "register one with \"baywardctl account set ACCOUNT\".")
-        self._account, self._password = account, password
-        self._open(deadline)
-
     def fetch(self, path: str, deadline: Deadline) -> Answer:
         """GET a path. An expired session is opened once more and the request sent again."""
-        if self._token:
+        if self._is_open():
             answer = self._get(path, deadline)
             if not answer.lacks_session() or path == self._refused:
                 return answer
@@ -52,6 +39,41 @@ class HttpsSession:
             self._refused = path
         return answer
 
+    def _is_open(self) -> bool:
+        raise NotImplementedError
+
+    def _open(self, deadline: Deadline) -> None:
+        """Open a session. Raises Failure."""
+        raise NotImplementedError
+
+    def _end(self, deadline: Deadline) -> None:
+        """Try to end the session; when that fails, it ends by itself on the controller, after its idle time."""
+        raise NotImplementedError
+
+    def _get(self, path: str, deadline: Deadline) -> Answer:
+        """GET a path through the open session. Raises Failure."""
+        raise NotImplementedError
+
+
+class HttpsSession(RenewedSession):
+    """One session. The account is kept while the session is open, because an expired one has to be renewed."""
+
+    def __init__(self, target: Target) -> None:
+        super().__init__()
+        self._connection = Connection(target)
+        self._account = ""
+        self._password = ""
+        self._token = ""
+        self._location = ""
+
+    def log_in(self, account: str, password: str, deadline: Deadline) -> None:
+        """Open the session. Raises Failure: REFUSED only when the controller refused the account itself."""
+        if account in ("", NO_ACCOUNT):
+            raise Failure(REFUSED, "No account of the controller is registered; "
+                                   "register one with \"baywardctl account set ACCOUNT\".")
+        self._account, self._password = account, password
+        self._open(deadline)
+
     def log_out(self) -> None:
         """End the session on the controller, which allows only few, and close the connection. Never raises."""
         self._account = self._password = ""
@@ -59,7 +81,6 @@ class HttpsSession:
         self._connection.close()
 
     def _end(self, deadline: Deadline) -> None:
-        """Try to end the session; when that fails, it ends by itself on the controller, after its idle time."""
         token, location = self._token, self._location
         self._token = self._location = ""
         if not token or not location:
@@ -85,6 +106,9 @@ class HttpsSession:
         else:
             raise Failure(OTHER, f"The log-in to the controller failed with HTTP status {answer.status}; "
                                  "it may be restarting or have no session left.")
+
+    def _is_open(self) -> bool:
+        return bool(self._token)
 
     def _get(self, path: str, deadline: Deadline) -> Answer:
         return self._connection.get(path, {"X-Auth-Token": self._token, "Accept": "application/json"}, deadline)

@@ -7,6 +7,8 @@ import urllib.parse
 
 from _bayward_outcome import OTHER, Failure
 
+_IN_BAND_SCHEME = "blobstore://"
+IN_BAND_URL = f"{_IN_BAND_SCHEME}."
 _HTTPS_PORT = 443
 # What a request target may hold unquoted; "%" too, as ids come quoted already.
 _PATH_CHARACTERS = "/%:?[]@!$&'()*+,;=~"
@@ -36,7 +38,7 @@ class Target:
 
     def __str__(self) -> str:
         if self.in_band:
-            return "blobstore://."
+            return IN_BAND_URL
         host = f"[{self.host}]" if ":" in self.host else self.host
         return f"https://{host}" if self.port == _HTTPS_PORT else f"https://{host}:{self.port}"
 
@@ -44,14 +46,14 @@ class Target:
 def parse_target(url: str) -> Target:
     """The target a URL names. Raises Failure(OTHER) saying what is wrong, never repeating what may hold a password."""
     text = url.strip()
-    if text.lower().startswith("blobstore://"):
+    if text.lower().startswith(_IN_BAND_SCHEME):
         return Target(in_band=True)
     if "@" in text:
         raise Failure(OTHER, "The controller URL must not hold an account; register it with "
                              "\"baywardctl account set ACCOUNT\".")
     scheme, mark, _ = text.partition("://")
     if mark and scheme.lower() != "https":
-        raise Failure(OTHER, f'The controller URL "{text}" must begin with https:// (or be blobstore://.).')
+        raise Failure(OTHER, f'The controller URL "{text}" must begin with https:// (or be {IN_BAND_URL}).')
     match = _URL.fullmatch(text)
     if match is None:
         raise Failure(OTHER, f'The controller URL "{text}" is not of the form https://HOST or https://HOST:PORT '
