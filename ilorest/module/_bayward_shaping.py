@@ -17,25 +17,21 @@ _LINK = {_ID: _LEAF}
 _STATUS = {"Health": _LEAF, "HealthRollup": _LEAF, "State": _LEAF}
 _PLACE = {"PartLocation": {"LocationOrdinalValue": _LEAF, "LocationType": _LEAF, "ServiceLabel": _LEAF}}
 _FIRMWARE = {"Current": {"MajorVersion": _LEAF, "MinorVersion": _LEAF, "VersionString": _LEAF}}
-_CONTROLLER = {
-    _ID: _LEAF, "Id": _LEAF, "MemberId": _LEAF, "Name": _LEAF, "Model": _LEAF, "Manufacturer": _LEAF,
-    "SerialNumber": _LEAF, "FirmwareVersion": _FIRMWARE, "Location": _PLACE, "Status": _STATUS,
-}
+_CONTROLLER = {_ID: _LEAF, "Name": _LEAF, "Model": _LEAF, "SerialNumber": _LEAF, "Location": _PLACE}
 _RESOURCE = {
-    **_CONTROLLER,
+    **_CONTROLLER, "Id": _LEAF, "FirmwareVersion": _FIRMWARE, "Status": _STATUS,
     # Collections
     "Members": _LINK, "Members@odata.count": _LEAF,
     # Storage resources
     "StorageControllers": _CONTROLLER, "Controllers": _LINK, "Drives": _LINK, "Volumes": _LINK,
     # Logical drives and volumes
-    "LogicalDriveNumber": _LEAF, "LogicalUnitNumber": _LEAF, "Raid": _LEAF, "RAIDType": _LEAF,
-    "LogicalDriveStatusReasons": _LEAF,
-    "Links": {"DataDrives": _LINK, "Drives": _LINK, "DedicatedSpareDrives": _LINK, "Volumes": _LINK},
+    "LogicalDriveNumber": _LEAF, "RAIDType": _LEAF,
+    "Links": {"Drives": _LINK, "DedicatedSpareDrives": _LINK, "Volumes": _LINK},
     # Drives
     "CapacityGB": _LEAF, "CapacityMiB": _LEAF, "CapacityBytes": _LEAF, "CapacityLogicalBlocks": _LEAF,
     "BlockSizeBytes": _LEAF, "MediaType": _LEAF, "SSDEnduranceUtilizationPercentage": _LEAF,
     "PredictedMediaLifeLeftPercent": _LEAF, "FailurePredicted": _LEAF, "Revision": _LEAF,
-    "DiskDriveStatusReasons": _LEAF, "DiskDriveUse": _LEAF, "StatusIndicator": _LEAF, "PhysicalLocation": _PLACE,
+    "DiskDriveStatusReasons": _LEAF, "StatusIndicator": _LEAF, "PhysicalLocation": _PLACE,
     # Managers and the service root
     "Firmware": _FIRMWARE, "Oem": {"Hpe": {"Firmware": _FIRMWARE, "Moniker": {"PRODGEN": _LEAF}}},
     # Error answers
