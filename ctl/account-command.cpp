@@ -22,7 +22,6 @@ using tovaserverutil::WipeOnExit;
 namespace {
 
 constexpr const char* kRegister = "register the account with \"baywardctl account set\".";
-constexpr const char* kInBandUrl = "blobstore://.";
 constexpr std::int32_t kMaxTrials = 100;
 constexpr std::int32_t kTrialInterval = 10;  // milliseconds
 // A person waits for the answer, so what the configuration says is not taken beyond these. A negative number
@@ -45,7 +44,7 @@ std::uint32_t Bounded(std::int32_t configured, std::uint32_t most) {
 }
 
 std::string OrNone(const std::string& text) {
-    return text.empty() ? "None" : text;
+    return text.empty() ? kNoCredential : text;
 }
 
 }  // namespace

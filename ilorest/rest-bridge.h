@@ -50,3 +50,7 @@ public:
 // The controller's end of the virtual-NIC link, as URL, and the host's end.
 inline constexpr const char* kVnicUrl = "https://16.1.15.1";
 inline constexpr const char* kVnicHostAddress = "16.1.15.2";
+// The in-band channel as URL.
+inline constexpr const char* kInBandUrl = "blobstore://.";
+// What a bridge is given for an account or password that there is none of; it is no secret.
+inline constexpr const char* kNoCredential = "None";

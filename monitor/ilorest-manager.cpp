@@ -13,8 +13,6 @@ namespace {
 
 constexpr const char* kUnit = "ilorest-manager";
 
-constexpr const char* kInBandUrl = "blobstore://.";
-constexpr const char* kNoCredential = "None";
 constexpr const char* kAddressCommand = "ip addr show | grep ";
 
 std::string TextOr(const std::string& text, const char* replacement) {
