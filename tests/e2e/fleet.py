@@ -7,7 +7,7 @@ from typing import Any, Callable, Dict, Iterator, List, NamedTuple, Tuple
 
 from watched import ControllerProcess, Disk, Event, Watched, volume_offline, wait_until
 
-SPEED = 20
+SPEED = 10
 
 ARRAYS = "/redfish/v1/Systems/1/SmartStorage/ArrayControllers"
 
