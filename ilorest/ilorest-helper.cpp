@@ -6,7 +6,6 @@
 #include <chrono>
 #include <cstdio>
 #include <cstring>
-#include <string_view>
 #include <thread>
 #include <utility>
 
@@ -29,9 +28,9 @@ constexpr const char* kOtherErrorText = "value=etc error";
 
 constexpr const char* kNoText = "None";
 
-// What failure texts may show of a password. "None" stands for "no password" and is no secret.
+// What failure texts may show of a password.
 const char* Masked(const char* password) {
-    const bool secret = *password != '\0' && std::strcmp(password, kNoText) != 0;
+    const bool secret = *password != '\0' && std::strcmp(password, kNoCredential) != 0;
     return secret ? "***" : password;
 }
 

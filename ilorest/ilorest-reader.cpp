@@ -6,6 +6,7 @@
 #include <set>
 #include <utility>
 
+#include "ilorest-helper.h"
 #include "rest-text.h"
 #include "secret.h"
 
@@ -32,6 +33,8 @@ std::string& LastFailure() {
 }
 
 }  // namespace
+
+iLoRestReader::iLoRestReader() : iLoRestReader(std::make_unique<iLoRestHelper>()) {}
 
 iLoRestReader::iLoRestReader(std::unique_ptr<RestBridge> bridge) : m_bridge(std::move(bridge)) {}
 

@@ -2,7 +2,6 @@
 // same members; what tells them apart is in the tables of storage-family.
 #include <algorithm>
 #include <charconv>
-#include <iterator>
 #include <string_view>
 #include <system_error>
 

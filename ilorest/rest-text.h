@@ -22,9 +22,9 @@ public:
 //   loadUnlessNull  as load, but a null leaves the value alone;
 //   loadOptional    null, or not there at this level: the value is left alone; another type throws;
 //   loadTolerant    as loadOptional, but null is recognised in the raw text, anywhere in it, in the two
-//   spellings
-//                   that the controller's firmware generations write ("K":null and "K": null); in any other
-//                   spelling it is a wrong type. For the members of Redfish drives that are known to come so.
+//                   spellings that the controller's firmware generations write ("K":null and "K": null); in
+//                   any other spelling it is a wrong type. For the members of Redfish drives that are known
+//                   to come so.
 //
 // Whole numbers accept a real and cut it; beyond their range they take its nearest end. Used by one thread.
 class RestText {

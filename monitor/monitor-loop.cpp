@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstring>
 #include <exception>
 #include <utility>
 
@@ -12,7 +11,6 @@
 
 using tova_service::ServiceParameter;
 using tova_service::system_info;
-using tovabase::TOVAExcpt;
 using tovaserverutil::Clock;
 using tovaserverutil::Contains;
 using tovaserverutil::StopWait;
