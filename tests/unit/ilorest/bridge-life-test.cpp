@@ -12,7 +12,6 @@
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
-using Policy = PythonRuntime::RestartPolicy;
 
 static_assert(!std::is_copy_constructible_v<iLoRestHelper> && !std::is_copy_assignable_v<iLoRestHelper>);
 static_assert(std::is_default_constructible_v<iLoRestHelper>);
@@ -167,9 +166,7 @@ protected:
 };
 
 INSTANTIATE_TEST_SUITE_P(Policies, BridgeLife, ::testing::Values(Policy::kRestart, Policy::kKeep),
-                         [](const auto& test) {
-                             return test.param == Policy::kRestart ? "Restart" : "Keep";
-                         });
+                         testing::PrintToStringParamName());
 
 TEST_P(BridgeLife, Finalize_ForgetsTheModuleAndItsSession) {
     Init();

@@ -17,7 +17,6 @@
 #include "python-runtime.h"
 
 using ::testing::HasSubstr;
-using Policy = PythonRuntime::RestartPolicy;
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define BAYWARD_SANITIZED 1
@@ -297,9 +296,7 @@ TEST(PythonRuntime, ErrorsWhileItFinalises_StaySilent) {
 class PythonRestart : public ::testing::TestWithParam<Policy> {};
 
 INSTANTIATE_TEST_SUITE_P(Policies, PythonRestart, ::testing::Values(Policy::kRestart, Policy::kKeep),
-                         [](const auto& test) {
-                             return test.param == Policy::kRestart ? "Restart" : "Keep";
-                         });
+                         testing::PrintToStringParamName());
 
 TEST_P(PythonRestart, FiftyTimesOnAThreadOfItsOwn_KeepsMemoryAndDescriptors) {
     if (GetParam() == Policy::kRestart && PythonRuntime::DefaultPolicy() != Policy::kRestart) {

@@ -1,3 +1,5 @@
+#include <ostream>
+
 #include "reader-fixture.h"
 
 namespace {
@@ -8,6 +10,8 @@ struct DriveVariant {
     std::size_t attempts;  // fetches of a drive that never is ready
 
     std::string failure() const { return std::string("iLoRestReader.") + name + " failed."; }
+
+    friend void PrintTo(const DriveVariant& row, std::ostream* out) { *out << row.name; }
 };
 
 // Every test of a drive holds for each of the readers.

@@ -1,3 +1,5 @@
+#include <ostream>
+
 #include "reader-fixture.h"
 
 namespace {
@@ -11,6 +13,8 @@ struct VolumeVariant {
 
     std::string failure() const { return std::string("iLoRestReader.") + name + " failed."; }
     std::string collectionFailure() const { return std::string("iLoRestReader.") + name + "s failed."; }
+
+    friend void PrintTo(const VolumeVariant& row, std::ostream* out) { *out << row.name; }
 };
 
 // Every test of a volume holds for each of the readers.

@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <ostream>
+
 #include "snapshots.h"
 
 using testing::ElementsAre;
@@ -17,6 +19,8 @@ struct DriveCase {
     const char* model;
     void (*enter)(DiskDrive&);
     std::vector<std::uint32_t> events;
+
+    friend void PrintTo(const DriveCase& row, std::ostream* out) { *out << row.name; }
 };
 
 void Failed(DiskDrive& drive) {
@@ -149,6 +153,8 @@ struct VolumeCase {
     const char* health;
     const char* state;
     bool offline;
+
+    friend void PrintTo(const VolumeCase& row, std::ostream* out) { *out << row.name; }
 };
 
 class VolumeRules : public testing::TestWithParam<VolumeCase> {};

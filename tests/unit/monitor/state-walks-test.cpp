@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <ostream>
 #include <stdexcept>
 
 #include "snapshots.h"
@@ -40,6 +41,8 @@ struct SlotCase {
     const char* currentKey;
     const char* previousKey;
     bool known;
+
+    friend void PrintTo(const SlotCase& row, std::ostream* out) { *out << row.name; }
 };
 
 class SlotKeys : public testing::TestWithParam<SlotCase> {};
