@@ -6,40 +6,16 @@
 #include <filesystem>
 #include <functional>
 
+#include "account-root.h"
 #include "ctl-error.h"
-#include "fake-commands.h"
-#include "ilo-account.h"
-#include "test-root.h"
 
 namespace {
 
-constexpr const char* kUuid = "00112233445566778899aabbccddeeff";
-
-class AccountFileTest : public testing::Test {
+class AccountFileTest : public AccountRoot {
 protected:
-    AccountFileTest() {
-        std::filesystem::create_directories(root / "etc");
-        std::filesystem::create_directories(root / "run");
-        commands.result.output = "UUID: 00112233-4455-6677-8899-aabbccddeeff\n";
-    }
-
     void Write(const std::string& account, const std::string& password) {
         WriteAccountFiles(root.path(), kUuid, account, password);
     }
-    // As the service reads it; empty when it cannot.
-    std::string Record(int record) {
-        std::string text(kMaxAccountText, 'x');
-        const bool done = DecryptAccount(record, reinterpret_cast<unsigned char*>(text.data()), text.size(),
-                                         commands, root.path());
-        return done ? std::string(text.c_str()) : std::string();
-    }
-    std::size_t FilesInEtc() const {
-        const std::filesystem::directory_iterator files(root / "etc");
-        return static_cast<std::size_t>(std::distance(begin(files), end(files)));
-    }
-
-    TestRoot root;
-    FakeCommands commands;
 };
 
 TEST_F(AccountFileTest, WrittenFiles_AreReadBackByTheService) {

@@ -15,22 +15,12 @@
 #include <vector>
 
 #include "account-file.h"
-#include "fake-commands.h"
-#include "ilo-account.h"
-#include "test-root.h"
+#include "account-root.h"
 
 namespace {
 
-constexpr const char* kUuid = "00112233445566778899aabbccddeeff";
-
-class AccountRaceTest : public testing::Test {
+class AccountRaceTest : public AccountRoot {
 protected:
-    AccountRaceTest() {
-        std::filesystem::create_directories(root / "etc");
-        std::filesystem::create_directories(root / "run");
-        commands.result.output = "UUID: 00112233-4455-6677-8899-aabbccddeeff\n";
-    }
-
     // A process that registers these accounts one after the other, name and password the same; its exit
     // status is 0 unless one of them fails.
     pid_t Writer(const std::vector<std::string>& accounts, int times) {
@@ -55,19 +45,6 @@ protected:
         waitpid(child, &status, 0);
         return status;
     }
-    std::string Record(int record) {
-        std::string text(kMaxAccountText, 'x');
-        const bool done = DecryptAccount(record, reinterpret_cast<unsigned char*>(text.data()), text.size(),
-                                         commands, root.path());
-        return done ? std::string(text.c_str()) : std::string();
-    }
-    std::size_t FilesInEtc() const {
-        const std::filesystem::directory_iterator files(root / "etc");
-        return static_cast<std::size_t>(std::distance(begin(files), end(files)));
-    }
-
-    TestRoot root;
-    FakeCommands commands;
 };
 
 TEST_F(AccountRaceTest, WritersAtTheSameTime_AllSucceedAndLeaveOnePair) {
