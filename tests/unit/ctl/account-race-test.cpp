@@ -9,7 +9,6 @@
 #include <atomic>
 #include <chrono>
 #include <exception>
-#include <filesystem>
 #include <string>
 #include <thread>
 #include <vector>
