@@ -73,7 +73,7 @@ Bytes Encipher(int record, const std::string& uuid, const std::string& text) {
         throw CtlError(
             "The account cannot be enciphered: OpenSSL offers no AES-256-CBC; check its configuration.");
     }
-    ciphertext.resize(static_cast<std::size_t>(length + rest));
+    ciphertext.resize(static_cast<std::size_t>(length) + static_cast<std::size_t>(rest));
     return ciphertext;
 }
 
