@@ -71,9 +71,9 @@ std::string PlainLookupKey(const std::string& key, const ArrayController&) {
     return key;
 }
 
-// A "Slot" location with a key that starts
-// with "Slot N" loses the word and the character after it. The ids that controllers give hold no "Slot", so
-// the cut does nothing to them; it is kept for sources that put the slot before the id.
+// Of a "Slot" location with a key that starts with "Slot N", the word and the character after it are cut off.
+// The ids that controllers give hold no "Slot", so the cut does nothing to them; it is kept for sources that
+// put the slot before the id.
 std::string MirrorLookupKey(const std::string& key, const ArrayController& controller) {
     constexpr std::size_t kSlotPrefix = 5;
     if (Contains(controller.location, "Slot") && Contains(key, "Slot")) {
