@@ -135,6 +135,13 @@ TEST(Thread, DestroyedWithoutJoin_RunsOnSafely) {
 
 TEST(Thread, NoDescriptorLeft_RunThrowsAndStartsNothing) {
     std::atomic<int> calls = 0;
+    {
+        // Once with descriptors: the sanitizer's first look at a class needs one of its own.
+        Thread first(&Count, &calls);
+        first.Run();
+        first.Join();
+    }
+    ASSERT_EQ(calls, 1);
     Thread thread(&Count, &calls);
     std::string text;
     {
@@ -144,7 +151,7 @@ TEST(Thread, NoDescriptorLeft_RunThrowsAndStartsNothing) {
     EXPECT_THAT(text, MatchesRegex("server-util [0-9]+ \\(Err: 24\\)"));
     EXPECT_EQ(thread.CompletionEvent(), nullptr);
     thread.Join();
-    EXPECT_EQ(calls, 0);
+    EXPECT_EQ(calls, 1);
 }
 
 TEST(Thread, NoMemoryForTheStack_RunThrowsAndJoinReturnsAtOnce) {

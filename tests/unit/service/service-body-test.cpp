@@ -169,7 +169,10 @@ TEST(ServiceBody, SignalThreadCannotBeStarted_ThrowsWithoutALine) {
 
 TEST(ServiceBody, StopEventCannotBeMade_IsReportedAndStops) {
     const ServiceRoot root;
+    const ServiceRoot firstRoot;
     const int status = RunInChild([&] {
+        // Once with descriptors: the sanitizer's first look at a class needs one of its own.
+        RunService(kDaemon, nullptr, firstRoot.path(), &WriteRan);
         const int next = dup(0);
         close(next);
         rlimit limit{};
