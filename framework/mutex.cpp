@@ -2,6 +2,7 @@
 
 namespace {
 constexpr const char* kUnit = "server-util";
+constexpr int kLockLine = 649;  // the line that the failure of any lock is traced with
 }
 
 namespace tovaserverutil {
@@ -20,7 +21,7 @@ Mutex::~Mutex() {
 bool Mutex::WaitOne(unsigned int /*timeout*/) {
     const int result = pthread_mutex_lock(&m_mutex);
     if (result != 0) {
-        tovabase::ThrowSystemError(kUnit, __LINE__, result);
+        tovabase::ThrowSystemError(kUnit, kLockLine, result);
     }
     return true;
 }

@@ -1,0 +1,57 @@
+// Reading a text line by line in constant memory.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "file-descriptor.h"
+
+// Where a parser takes its lines from.
+class LineSource {
+public:
+    virtual ~LineSource() = default;
+    // The next line without its line end (LF or CR LF) and without trailing blanks; nothing at the end. The
+    // view holds until the next call. It may contain any byte, NUL as well.
+    virtual std::optional<std::string_view> Next() = 0;
+};
+
+// Lines of a text in memory; the text is borrowed.
+class TextLines : public LineSource {
+public:
+    explicit TextLines(std::string_view text) : m_rest(text) {}
+    std::optional<std::string_view> Next() override;
+
+private:
+    std::string_view m_rest;
+};
+
+// Lines of a file. Of a line longer than kMaxLine bytes only its beginning is given; the rest is passed over.
+// A read error counts as the end of the file.
+class FileLines : public LineSource {
+public:
+    static constexpr std::size_t kMaxLine = 64 * 1024;
+
+    // The first of the paths that can be opened for reading; nothing when none can. Relative paths are meant
+    // from the working directory. Only regular files are read.
+    static std::unique_ptr<FileLines> OpenFirst(const std::vector<std::string>& paths);
+
+    std::optional<std::string_view> Next() override;
+
+private:
+    explicit FileLines(tovaserverutil::FileDescriptor file) : m_file(std::move(file)) {}
+
+    // Moves the line that has begun to the front of the buffer and reads behind it. False at the end of the
+    // file.
+    bool Fill();
+
+    tovaserverutil::FileDescriptor m_file;
+    std::vector<char> m_buffer = std::vector<char>(4 * kMaxLine);
+    std::size_t m_begin = 0;  // what has not been given yet: [m_begin, m_end) of the buffer
+    std::size_t m_end = 0;
+    bool m_passOver = false;  // the beginning of this line has been given already
+};
