@@ -1,27 +1,10 @@
 // What "baywardctl account ..." does.
 #pragma once
 
-#include <sys/types.h>
-
-#include <functional>
-#include <memory>
 #include <optional>
-#include <ostream>
 #include <string>
 
-#include "rest-bridge.h"
-#include "shell.h"
-#include "terminal.h"
-
-// The commands' doors to the outside, all borrowed.
-struct CtlDoors {
-    std::string root;  // goes before every absolute path; empty in production
-    uid_t user;        // who runs the command
-    tovaserverutil::CommandRunner& commands;
-    Terminal& terminal;
-    std::ostream& out;  // results
-    std::function<std::unique_ptr<RestBridge>()> makeBridge;
-};
+#include "commands.h"
 
 // Each throws UsageError or CtlError with the one sentence to show. No password is ever shown.
 class AccountCommand {

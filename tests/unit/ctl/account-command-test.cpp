@@ -64,6 +64,7 @@ protected:
                                .commands = commands,
                                .terminal = terminal,
                                .out = out,
+                               .messages = messages,
                                .makeBridge = [this] { return std::make_unique<LentBridge>(bridge); }});
     }
     // Runs the command and returns the sentence that it fails with.
@@ -97,6 +98,7 @@ protected:
     FakeTerminal terminal;
     FakeBridge bridge;
     std::ostringstream out;
+    std::ostringstream messages;
     uid_t user = 0;
 };
 
