@@ -8,6 +8,7 @@
 #include <ostream>
 #include <string>
 
+#include "colour.h"
 #include "rest-bridge.h"
 #include "shell.h"
 #include "terminal.h"
@@ -29,6 +30,7 @@ struct CtlDoors {
     std::ostream& out;       // results
     std::ostream& messages;  // everything else
     std::function<std::unique_ptr<RestBridge>()> makeBridge;
+    Paint paint{false};  // of results
 };
 
 // What the command line asks for; returns the exit status. Throws UsageError or CtlError with the one

@@ -39,7 +39,8 @@ int main(int argc, char** argv) {
                          .terminal = terminal,
                          .out = std::cout,
                          .messages = std::cerr,
-                         .makeBridge = [] { return std::make_unique<iLoRestHelper>(ExecutableFolder()); }};
+                         .makeBridge = [] { return std::make_unique<iLoRestHelper>(ExecutableFolder()); },
+                         .paint = Paint(WantsColour(STDOUT_FILENO))};
     Action chosen;
     app.set_version_flag("--version", "baywardctl " BAYWARD_VERSION, "Show the version and exit");
     app.set_help_flag("-h,--help", "Show this help and exit");
