@@ -7,6 +7,7 @@
 #include <memory>
 #include <ostream>
 #include <string>
+#include <utility>
 
 #include "colour.h"
 #include "rest-bridge.h"
@@ -33,9 +34,19 @@ struct CtlDoors {
     Paint paint{false};  // of results
 };
 
-// What the command line asks for; returns the exit status. Throws UsageError or CtlError with the one
-// sentence to show.
-using Action = std::function<int()>;
+// What the command line asks for. A command whose statuses 1 and 2 are findings names others for its failures
+// when its parsing begins (CLI::App::preparse_callback), so that wrong usage of it ends with them, too.
+struct Action {
+    // Returns the exit status. Throws UsageError or CtlError with the one sentence to show.
+    std::function<int()> run;
+    int failed = kFailed;          // status when it throws anything but UsageError
+    int wrongUsage = kWrongUsage;  // status of UsageError and of a command line that cannot be parsed
+
+    Action& operator=(std::function<int()> work) {
+        run = std::move(work);
+        return *this;
+    }
+};
 
 // Each adds its command, with options, help and examples. When the command line chooses it, parsing leaves
 // what is to be done in `chosen`. The doors live until that is done.

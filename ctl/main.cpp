@@ -58,19 +58,19 @@ int main(int argc, char** argv) {
         return Complain(
             "Unknown command or option, or an argument too many (passwords are asked for, they are no "
             "arguments); see \"baywardctl --help\".",
-            kWrongUsage);
+            chosen.wrongUsage);
     } catch (const CLI::ParseError& failure) {
         if (failure.get_exit_code() == 0) {
             return app.exit(failure);  // help or version
         }
-        return Complain("The command is incomplete or wrong; see \"baywardctl --help\".", kWrongUsage);
+        return Complain("The command is incomplete or wrong; see \"baywardctl --help\".", chosen.wrongUsage);
     }
 
     try {
-        return chosen();
+        return chosen.run();
     } catch (const UsageError& failure) {
-        return Complain(failure.what(), kWrongUsage);
+        return Complain(failure.what(), chosen.wrongUsage);
     } catch (const std::exception& failure) {
-        return Complain(failure.what(), kFailed);
+        return Complain(failure.what(), chosen.failed);
     }
 }
