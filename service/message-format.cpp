@@ -1,51 +1,18 @@
 // Message catalogue and the reporting of events.
+#include "message-format.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <string_view>
 
+#include "server-profile.h"
 #include "service-param.h"
 
 namespace {
 
+using tova_service::Subject;
+
 constexpr const char* kUnit = "message-format";
-constexpr const char* kDefaultLanguage = "default";
-constexpr unsigned long kMessageNumber =
-    0x3FFF;  // the bits of an identifier that the trace log shows as VK number
-
-// What an event's raw parameters stand for.
-enum class Subject { kLogicalDrive, kPhysicalDrive, kController };
-
-struct ReportedEvent {
-    std::uint32_t id;
-    Subject subject;
-};
-
-// What reaches the logs. 0xC00081B8 is deliberately absent and dropped like any identifier that is not
-// listed.
-constexpr ReportedEvent kReported[] = {
-    {tovaevent::kLogicalDriveOffline, Subject::kLogicalDrive},
-    {tovaevent::kLogicalDriveFailed, Subject::kLogicalDrive},
-    {tovaevent::kLogicalDriveRebuildFailed, Subject::kLogicalDrive},
-    {tovaevent::kLogicalDriveCritical, Subject::kLogicalDrive},
-    {tovaevent::kDrivePredictiveFailure, Subject::kPhysicalDrive},
-    {tovaevent::kDriveWear90, Subject::kPhysicalDrive},
-    {tovaevent::kMediumErrors, Subject::kPhysicalDrive},
-    {tovaevent::kDriveWear80, Subject::kPhysicalDrive},
-    {tovaevent::kDriveFailed, Subject::kPhysicalDrive},
-    {tovaevent::kDriveFatal, Subject::kPhysicalDrive},
-    {tovaevent::kDriveWear95, Subject::kPhysicalDrive},
-    {tovaevent::kLoginFailed, Subject::kController},
-};
-
-const ReportedEvent* FindReported(std::uint32_t id) {
-    for (const ReportedEvent& reported : kReported) {
-        if (reported.id == id) {
-            return &reported;
-        }
-    }
-    return nullptr;
-}
 
 // The parameters as the message texts take them. Throws std::out_of_range when the event carries too few.
 std::vector<std::string> Decorate(Subject subject, const std::vector<std::string>& raw) {
@@ -79,22 +46,16 @@ std::size_t TakeNumber(std::string_view& text, std::size_t limit) {
 
 namespace tova_service {
 
-void ServiceParameter::PrepareMessage() {
-    tovaserverutil::Profile profile(kMessageFile);
-    profile.ReadProfile();
-    for (const tovaserverutil::ProfileSection& section : profile.sections()) {
-        for (const auto& entry : section.entries) {
-            const auto id = static_cast<std::uint32_t>(std::strtoul(entry.first.c_str(), nullptr, 16));
-            // Looked up anew, so that the first of several equal keys gives the text, as for the
-            // configuration.
-            const std::string* text = profile.Find(section.name, entry.first);
-            m_catalogue[section.name][id] = text != nullptr ? *text : std::string();
+const ReportedEvent* FindReported(std::uint32_t id) {
+    for (const ReportedEvent& reported : kReportedEvents) {
+        if (reported.id == id) {
+            return &reported;
         }
     }
-    m_traceLog->Write("<VK0900> [TR] PrepareMessage succeeded.");
+    return nullptr;
 }
 
-void ServiceParameter::Format(std::string& out, std::string& text, std::vector<std::string>& params) {
+void ExpandMessage(std::string& out, std::string_view text, const std::vector<std::string>& parameters) {
     std::string_view rest = text;
     while (!rest.empty()) {
         const std::size_t percent = rest.find('%');
@@ -104,9 +65,9 @@ void ServiceParameter::Format(std::string& out, std::string& text, std::vector<s
         }
         rest.remove_prefix(percent + 1);
         if (IsDigit(rest.front())) {
-            const std::size_t position = TakeNumber(rest, params.size());
-            if (position >= 1 && position <= params.size()) {
-                out.append(params[position - 1]);
+            const std::size_t position = TakeNumber(rest, parameters.size());
+            if (position >= 1 && position <= parameters.size()) {
+                out.append(parameters[position - 1]);
             }
             continue;
         }
@@ -115,10 +76,68 @@ void ServiceParameter::Format(std::string& out, std::string& text, std::vector<s
     }
 }
 
+void MessageCatalogue::Load(const std::string& path) {
+    tovaserverutil::Profile profile(path);
+    profile.ReadProfile();
+    for (const tovaserverutil::ProfileSection& section : profile.sections()) {
+        for (const auto& entry : section.entries) {
+            const auto id = static_cast<std::uint32_t>(std::strtoul(entry.first.c_str(), nullptr, 16));
+            // Looked up anew, so that the first of several equal keys gives the text, as for the
+            // configuration.
+            const std::string* text = profile.Find(section.name, entry.first);
+            m_texts[section.name][id] = text != nullptr ? *text : std::string();
+        }
+    }
+}
+
+std::vector<std::string> MessageCatalogue::Languages() const {
+    std::vector<std::string> languages;
+    for (const auto& [language, texts] : m_texts) {
+        languages.push_back(language);
+    }
+    return languages;
+}
+
+const std::string* MessageCatalogue::Find(const std::string& language, std::uint32_t id) const {
+    const auto texts = m_texts.find(language);
+    if (texts == m_texts.end()) {
+        return nullptr;
+    }
+    const auto text = texts->second.find(id);
+    return text == texts->second.end() ? nullptr : &text->second;
+}
+
+std::optional<EventMessage> MessageCatalogue::Message(const std::string& language,
+                                                      const tovaevent::EvtData& event) const {
+    const ReportedEvent* reported = FindReported(event.Id());
+    if (reported == nullptr) {
+        return std::nullopt;
+    }
+    EventMessage message{Decorate(reported->subject, event.Parameters()), {}};
+    const std::string* text = Find(language, event.Id());
+    if (text == nullptr) {
+        text = Find(kDefaultLanguage, event.Id());
+    }
+    if (text == nullptr) {
+        return std::nullopt;
+    }
+    ExpandMessage(message.sentence, *text, message.parameters);
+    return message;
+}
+
+void ServiceParameter::PrepareMessage() {
+    m_catalogue.Load(kMessageFile);
+    m_traceLog->Write("<VK0900> [TR] PrepareMessage succeeded.");
+}
+
+void ServiceParameter::Format(std::string& out, std::string& text, std::vector<std::string>& params) {
+    ExpandMessage(out, text, params);
+}
+
 bool ServiceParameter::FormatLog(std::string& out, unsigned long id, std::vector<std::string>& params) {
+    const auto low = static_cast<std::uint32_t>(id);
     char head[64];
-    std::snprintf(head, sizeof head, "<VK0%03u> [EV] %#x ", static_cast<unsigned>(id & kMessageNumber),
-                  static_cast<unsigned>(id));
+    std::snprintf(head, sizeof head, "<VK0%03u> [EV] %#x ", MessageNumber(low), low);
     out = head;
     for (const std::string& param : params) {
         out += param + " ";
@@ -127,39 +146,18 @@ bool ServiceParameter::FormatLog(std::string& out, unsigned long id, std::vector
     return true;
 }
 
-const std::string* ServiceParameter::FindText(const std::string& language, std::uint32_t id) const {
-    const auto texts = m_catalogue.find(language);
-    if (texts == m_catalogue.end()) {
-        return nullptr;
-    }
-    const auto text = texts->second.find(id);
-    return text == texts->second.end() ? nullptr : &text->second;
-}
-
 void ServiceParameter::EventToLog(const std::string& language, const tovaevent::EvtData& event) {
-    const std::uint32_t id = event.Id();
-    const ReportedEvent* reported = FindReported(id);
-    if (reported == nullptr) {
+    std::optional<EventMessage> message = m_catalogue.Message(language, event);
+    if (!message) {
         return;
     }
-    std::vector<std::string> params = Decorate(reported->subject, event.Parameters());
-    const std::string* found = FindText(language, id);
-    if (found == nullptr) {
-        found = FindText(kDefaultLanguage, id);
-    }
-    if (found == nullptr) {
-        return;
-    }
-    std::string text = *found;
-    std::string sentence;
-    Format(sentence, text, params);
     try {
-        m_sysLog->Write(id, sentence.c_str());
+        m_sysLog->Write(event.Id(), message->sentence.c_str());
     } catch (const tovabase::TOVAExcpt& failure) {
         m_traceLog->Write("<VK0902> [ER] %s %d (Err: %s)", kUnit, __LINE__, failure.text());
     }
     std::string line;
-    FormatLog(line, id, params);
+    FormatLog(line, event.Id(), message->parameters);
     m_traceLog->Write("%s", line.c_str());
 }
 

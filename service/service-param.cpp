@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "secret.h"
+#include "settings.h"
 
 tova_service::ServiceParameter* Parameter = nullptr;
 
@@ -15,20 +16,6 @@ namespace {
 constexpr const char* kExecutableLink = "/proc/self/exe";
 constexpr const char* kTraceLogName = "bayward.log";
 constexpr std::size_t kLogDirectoryBytes = 4084;  // what the trace-log path takes of the folder's name
-
-// Sections and defaults of the configuration file.
-constexpr const char* kLogFile = "log file";
-constexpr const char* kController = "iLo";
-constexpr const char* kSerialLog = "serial log";
-constexpr const char* kMediaError = "media error";
-constexpr const char* kHost = "iLO host";
-constexpr std::int32_t kMaxLogSize = 4096;            // kilobytes
-constexpr std::uint32_t kControllerInterval = 60000;  // milliseconds
-constexpr std::int32_t kMaxTrials = 100;
-constexpr std::int32_t kTrialInterval = 10;          // milliseconds
-constexpr std::uint32_t kSerialLogInterval = 10080;  // minutes
-constexpr std::uint32_t kMaxFileCount = 100;
-constexpr std::uint32_t kMediaErrorInterval = 60;  // minutes
 
 }  // namespace
 
@@ -62,19 +49,19 @@ void ServiceParameter::Initialize() {
     const std::string tracePath = logDirectory.substr(0, kLogDirectoryBytes) + "/" + kTraceLogName;
     std::snprintf(m_traceLogPath, sizeof m_traceLogPath, "%s", tracePath.c_str());
 
-    m_maxLogSize = profile.ReadSigned(kLogFile, "max log size", kMaxLogSize);
-    m_controllerInterval = profile.ReadUnsigned(kController, "interval", kControllerInterval);
-    m_url = profile.ReadText(kController, "url", "");
-    m_account = profile.ReadText(kController, "account", "");
-    m_password = profile.ReadText(kController, "password", "");
-    m_maxTrials = profile.ReadSigned(kController, "max trials", kMaxTrials);
-    m_trialInterval = profile.ReadSigned(kController, "trial interval", kTrialInterval);
-    m_serialLogInterval = profile.ReadUnsigned(kSerialLog, "interval", kSerialLogInterval);
+    m_maxLogSize = ReadSigned(profile, kMaxLogSize);
+    m_controllerInterval = ReadUnsigned(profile, kControllerInterval);
+    m_url = ReadText(profile, kControllerUrl);
+    m_account = ReadText(profile, kAccount);
+    m_password = ReadText(profile, kPassword);
+    m_maxTrials = ReadSigned(profile, kMaxTrials);
+    m_trialInterval = ReadSigned(profile, kTrialInterval);
+    m_serialLogInterval = ReadUnsigned(profile, kSerialLogInterval);
     m_logDirectory = logDirectory;
-    m_maxFileCount = profile.ReadUnsigned(kSerialLog, "max file count", kMaxFileCount);
-    m_mediaErrorCheck = profile.ReadFlag(kMediaError, "check");
-    m_mediaErrorInterval = profile.ReadUnsigned(kMediaError, "interval", kMediaErrorInterval);
-    m_reportControllerFailures = profile.ReadFlag(kHost, "report");
+    m_maxFileCount = ReadUnsigned(profile, kMaxFileCount);
+    m_mediaErrorCheck = ReadFlag(profile, kMediaErrorCheck);
+    m_mediaErrorInterval = ReadUnsigned(profile, kMediaErrorInterval);
+    m_reportControllerFailures = ReadFlag(profile, kReportControllerFailures);
 
     // A negative size becomes a limit that no file reaches.
     const auto limit = static_cast<std::uint64_t>(static_cast<std::int64_t>(m_maxLogSize) * 1024);

@@ -3,12 +3,12 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "evt-data.h"
+#include "message-format.h"
 #include "server-profile.h"
 #include "server-util.h"
 #include "sys-log.h"
@@ -18,7 +18,6 @@ namespace tova_service {
 
 inline constexpr const char* kConfigurationFile = "/etc/opt/tarn/bayward/bayward.conf";
 inline constexpr const char* kLogDirectory = "/var/log/bayward";
-inline constexpr const char* kMessageFile = "bayward.msg";  // relative to the executable's folder
 
 // Filled before the threads start and read-only from then on, but for the controller's URL, account and
 // password, which the monitoring thread alone reads and rewrites. The trace log locks itself.
@@ -45,8 +44,7 @@ public:
     // Opens the system log for the system's language. The sink is borrowed.
     void PrepareSysLog(system_info& info, SystemLogSink& sink = SystemLogSink::Real());
 
-    // Expands placeholders (%1, %2 ... by position from 1, %n line feed, %% percent sign) and appends the
-    // result to `out`.
+    // As ExpandMessage.
     void Format(std::string& out, std::string& text, std::vector<std::string>& params);
     // Replaces `out` by the trace-log form of an event. Returns true.
     bool FormatLog(std::string& out, unsigned long id, std::vector<std::string>& params);
@@ -80,9 +78,6 @@ public:
     void SetCredentials(const std::string& account, const std::string& password);
 
 private:
-    // The text of exactly this language; null when there is none.
-    const std::string* FindText(const std::string& language, std::uint32_t id) const;
-
     std::unique_ptr<tovaserverutil::TraceLog> m_traceLog;
     std::uint32_t m_controllerInterval = 0;
     std::string m_url;
@@ -96,7 +91,7 @@ private:
     std::uint32_t m_maxFileCount = 0;
     bool m_mediaErrorCheck = false;
     std::uint32_t m_mediaErrorInterval = 0;
-    std::map<std::string, std::map<std::uint32_t, std::string>> m_catalogue;
+    MessageCatalogue m_catalogue;
     char m_traceLogPath[4096] = {};
     std::int32_t m_maxLogSize = 0;  // kilobytes
     std::unique_ptr<SysLog> m_sysLog;
