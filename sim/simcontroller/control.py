@@ -10,6 +10,9 @@ import stat
 import threading
 from typing import Any, Callable, Dict, List, Optional
 
+from simtools.store import TOOLS
+from simtools.tools import Tool, Tools
+
 from . import verbs
 from .errors import Failure, UseError
 from .families.base import StorageController
@@ -19,14 +22,18 @@ from .tree import ResourceTree
 
 
 class Commands:
-    """Carries verbs out. `controllers` in the order in which verbs count them; `stop` ends the program."""
+    """Carries verbs out. `controllers` in the order in which verbs count them; `stop` ends the program.
+
+    tools   those of the simulated server; None: it has none
+    """
 
     def __init__(self, tree: ResourceTree, controllers: List[StorageController], server: ControllerServer,
-                 stop: Callable[[], None]) -> None:
+                 stop: Callable[[], None], tools: Optional[Tools] = None) -> None:
         self._tree = tree
         self._controllers = controllers
         self._server = server
         self._stop = stop
+        self._server_tools = tools
         sessions, faults = server.service.sessions, server.faults
         self._actions: Dict[str, Callable[..., Any]] = {
             "fail-drive": self._shortcut(lambda c, d: c.fail_drive(d)),
@@ -68,6 +75,20 @@ class Commands:
             "faults": faults.describe,
             "release": faults.release,
             "clear-faults": faults.clear,
+            "medium-errors": lambda *given: self._tools().medium_errors(*given),
+            "tool-drive": lambda *given: self._tools().set_drive(*given),
+            "tool-controller": lambda *given: self._tools().set_controller(*given),
+            "tool-layout": lambda *given: self._tools().layout(*given),
+            "tool-fail": lambda name, status, *when: self._tool(name).fail(status, *when),
+            "tool-hang": lambda name, *when: self._tool(name).hang(*when),
+            "tool-takes": lambda name, seconds, *when: self._tool(name).takes(seconds, *when),
+            "tool-cut": lambda name, count, *when: self._tool(name).cut(count, *when),
+            "tool-quiet": lambda name, *when: self._tool(name).quiet(*when),
+            "tool-answer": lambda name, text, *more: self._tool(name).answer(text, *more),
+            "tool-archive": lambda kind, *when: self._tools().ssacli.archive(kind, *when),
+            "tool-late": lambda seconds, *when: self._tools().ssacli.late(seconds, *when),
+            "tool-clear": self._clear_tools,
+            "tool-commands": lambda *names: [command.line for command in self._tools().commands(*names)],
             "latency": self._latency,
             "expand": self._expand,
             "shuffle": self._shuffle,
@@ -96,6 +117,18 @@ class Commands:
                 "no generated controllers (change resources with set)"
             raise UseError(f"There is no controller {number}; this server has {has}.")
         return self._controllers[number - 1]
+
+    def _tools(self) -> Tools:
+        if self._server_tools is None:
+            raise UseError("This server has no tools; start it with --tools DIR.")
+        return self._server_tools
+
+    def _tool(self, name: str) -> Tool:
+        return self._tools().tool(name)
+
+    def _clear_tools(self, *names: str) -> None:
+        for name in names or TOOLS:
+            self._tool(name).clear()
 
     def _list(self) -> List[Dict[str, Any]]:
         return [{"controller": number, "name": c.name, "drives": c.drives, "volumes": c.volumes,

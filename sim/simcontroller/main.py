@@ -14,7 +14,9 @@ import threading
 from pathlib import Path
 from typing import Any, List, NoReturn, Optional, Sequence, TextIO, Tuple
 
-from . import certificate, server_tree
+from simtools.tools import Tools
+
+from . import certificate, server_tree, tool_inventory
 from .catalogue import FAMILIES, Controllers, Family
 from .control import Commands, ControlServer
 from .errors import ErrorBodies, Failure, UseError
@@ -94,6 +96,7 @@ def options() -> argparse.ArgumentParser:
     add("--session-limit", type=_whole, default=16, metavar="N")
     add("--session-timeout", type=_seconds, default=1800.0, metavar="SECONDS", help="idle time; 0: never")
     add("--control", metavar="SOCKET", help="control socket, for simctl")
+    add("--tools", metavar="DIR", help="folder for what the stand-ins for ssacli and storcli64 find; made anew")
     add("--ready-file", metavar="FILE", help='gets {"url","ca","pid","control"} once it serves')
     add("--log", metavar="FILE", help="one line per request")
     return parser
@@ -149,6 +152,17 @@ def _context(cert: Path, key: Path) -> ssl.SSLContext:
     return context
 
 
+def _make_tools(folder: Optional[str], tree: ResourceTree, controllers: List[StorageController]) -> Optional[Tools]:
+    if folder is None:
+        return None
+    try:
+        tools = Tools.create(folder)
+    except OSError as error:
+        raise Failure(f"Cannot write the folder {folder} for the tools ({error.strerror}); give another one.") from error
+    tool_inventory.fill(tools, tree, controllers)
+    return tools
+
+
 def _open_log(name: Optional[str]) -> Optional[TextIO]:
     try:
         return open(name, "a", encoding="utf-8") if name else None
@@ -175,6 +189,7 @@ def serve(given: argparse.Namespace) -> None:
         raise UseError("--cert and --key belong together; give both or neither.")
     tree, controllers, redirects = _server(given)
     tree.shuffle(given.shuffle)
+    tools = _make_tools(given.tools, tree, controllers)
     stop = threading.Event()
     for number in (signal.SIGINT, signal.SIGTERM):
         signal.signal(number, lambda *_: stop.set())
@@ -197,7 +212,7 @@ def serve(given: argparse.Namespace) -> None:
         server = ControllerServer(given.listen, _context(cert, key), service, FaultBoard(), Journal(log),
                                   given.latency_ms, given.framing == "chunked")
         if given.control:
-            control = ControlServer(given.control, Commands(tree, controllers, server, stop.set))
+            control = ControlServer(given.control, Commands(tree, controllers, server, stop.set, tools))
             control.start()
         threading.Thread(target=server.serve_forever, daemon=True).start()
         url = f"https://{given.listen[0]}:{server.server_address[1]}"

@@ -10,6 +10,8 @@ import time
 from pathlib import Path
 from typing import Any, List, Optional
 
+from simtools.tools import Tools
+
 from .client import ControlClient
 from .errors import Failure
 
@@ -22,8 +24,9 @@ class ControllerProcess:
         with ControllerProcess("--ilo", "5", "--drives", "4") as sim:
             sim.url, sim.ca, sim.account, sim.password
             sim.control.call("fail-drive", 1, 2)
+        sim.tools.medium_errors(1, 2, count=3)
 
-    Any option of controller.py may be given except --control, --ready-file, --log and --work-dir, which it
+    Any option of controller.py may be given except --control, --ready-file, --log, --tools and --work-dir, which it
     sets itself inside `folder` (a temporary one unless given; sockets need a short path). `listen` on a fixed
     port together with a kept folder makes a restart look like the same controller.
     """
@@ -51,7 +54,8 @@ class ControllerProcess:
             self._process = subprocess.Popen(
                 [sys.executable, str(_PROGRAM), "--listen", self._listen, "--account", self.account,
                  "--password", self.password, "--work-dir", str(self.folder), "--log", str(self.folder / "requests.log"),
-                 "--control", str(self.folder / "control"), "--ready-file", str(ready), *self._options],
+                 "--control", str(self.folder / "control"), "--ready-file", str(ready), "--tools", str(self.folder / "tools"),
+                 *self._options],
                 stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=errors)
         limit = time.monotonic() + self._start_limit
         while not ready.exists():
@@ -67,6 +71,7 @@ class ControllerProcess:
         self.pid: int = told["pid"]
         self.port = int(self.url.rsplit(":", 1)[1])
         self.control = ControlClient(str(self.folder / "control"))
+        self.tools = Tools(self.folder / "tools")
         return self
 
     def stop(self) -> Optional[int]:

@@ -5,6 +5,9 @@ from __future__ import annotations
 import json
 from typing import Any, Callable, Dict, List, NamedTuple, Sequence
 
+from simtools.store import SSACLI, TOOLS
+from simtools.tools import ARCHIVES, ENTRIES, HEADINGS, LINE_ENDS
+
 from .errors import UseError
 from .service import EXPAND_MODES
 
@@ -76,6 +79,13 @@ def _seconds(value: Any) -> Any:
     return seconds
 
 
+def _duration(value: Any) -> float:
+    seconds = None if value == FOREVER else _seconds(value)
+    if seconds is None:
+        raise ValueError(f"{value!r} is no number of seconds")
+    return float(seconds)
+
+
 def _one_of(*words: str) -> Callable[[Any], str]:
     def read(value: Any) -> str:
         if value not in words:
@@ -111,6 +121,8 @@ _CONTROLLER = Parameter("C", _whole(1, _MANY))
 _DRIVE = Parameter("D", _whole(1, _MANY))
 _VOLUME = Parameter("V", _whole(1, _MANY))
 _WORD = Parameter("WORD", _word)
+_TOOL = Parameter("|".join(TOOLS), _one_of(*TOOLS))
+_COMMANDS = Parameter("COMMANDS", _text, True)
 
 VERBS: Dict[str, Verb] = {verb.name: verb for verb in (
     # Shortcuts: controller, drive and volume are counted from 1.
@@ -157,6 +169,32 @@ VERBS: Dict[str, Verb] = {verb.name: verb for verb in (
     Verb("faults", (), "the faults in force"),
     Verb("release", (), "let hanging answers go on"),
     Verb("clear-faults", (), "forget all faults and let hanging answers go on"),
+    # The tools on the server, ssacli and storcli64.
+    Verb("medium-errors", (_CONTROLLER, _DRIVE, Parameter("COUNT", _whole(0, _MANY)),
+                           Parameter("MINUTES", _whole(0, _MANY), True)),
+         "a drive's log holds COUNT medium errors of the last MINUTES (60)"),
+    Verb("tool-drive", (_CONTROLLER, _DRIVE, _MEMBER, _VALUE),
+         "give a member of a drive (serial, state ...) a new value for the tools"),
+    Verb("tool-controller", (_CONTROLLER, _MEMBER, _VALUE), "the same for a controller (model, slot, serial, absent)"),
+    Verb("tool-layout", (Parameter("|".join(HEADINGS), _one_of(*HEADINGS)),
+                         Parameter("|".join(ENTRIES), _one_of(*ENTRIES), True),
+                         Parameter("|".join(LINE_ENDS), _one_of(*LINE_ENDS), True)), "how ssacli's report is written"),
+    Verb("tool-fail", (_TOOL, Parameter("STATUS", _whole(1, 255)), _COMMANDS, _TIMES),
+         "a tool prints an error and ends with STATUS"),
+    Verb("tool-hang", (_TOOL, _COMMANDS, _TIMES), "a tool never ends unless killed"),
+    Verb("tool-takes", (_TOOL, Parameter("SECONDS", _duration), _COMMANDS, _TIMES), "a tool takes SECONDS"),
+    Verb("tool-cut", (_TOOL, Parameter("BYTES", _whole(0, 10**9)), _COMMANDS, _TIMES),
+         "a listing, or the report in the archive, ends after BYTES"),
+    Verb("tool-quiet", (_TOOL, _COMMANDS, _TIMES), "a tool finds no controller"),
+    Verb("tool-answer", (_TOOL, Parameter("TEXT", _text), Parameter("STATUS", _whole(0, 255), True), _COMMANDS,
+                         _TIMES),
+         "TEXT is the listing, or the report in the archive"),
+    Verb("tool-archive", (Parameter("|".join(ARCHIVES), _one_of(*ARCHIVES)), _COMMANDS, _TIMES),
+         f"what becomes of the archive that {SSACLI} writes"),
+    Verb("tool-late", (Parameter("SECONDS", _duration), _COMMANDS, _TIMES),
+         f"the archive is there SECONDS after {SSACLI} has ended"),
+    Verb("tool-clear", (Parameter(_TOOL.name, _TOOL.read, True),), "forget the faults of a tool, or of both"),
+    Verb("tool-commands", (Parameter(_TOOL.name, _TOOL.read, True),), "the command lines that were run"),
     # The controller as a whole.
     Verb("latency", (Parameter("MS", _whole(0, 600000)),), "wait MS before every answer"),
     Verb("expand", (Parameter("|".join(EXPAND_MODES), _one_of(*EXPAND_MODES)),), "how ?$expand is met"),

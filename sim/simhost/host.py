@@ -13,6 +13,9 @@ import time
 from pathlib import Path, PurePosixPath
 from typing import Any, Callable, Dict, List, Mapping, Optional, Sequence, TypeVar, Union
 
+from simtools.store import SSACLI, STORCLI, TOOLS
+from simtools.tools import Tools
+
 from . import hosttree
 from .errors import HostError, WaitTimeout
 from .namespace import Namespace, Process, why_no_namespaces
@@ -23,6 +26,7 @@ Config = Union[str, Mapping[str, Mapping[str, object]]]
 Found = TypeVar("Found")
 
 _SIM_BIN = Path(__file__).resolve().parent.parent / "bin"
+_TOOL_PLACES = {SSACLI: "/opt/smartstorageadmin/ssacli/bin/ssacli", STORCLI: "/opt/MegaRAID/storcli/storcli64"}
 _SYSTEM_PATH = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"
 _FORBIDDEN = ("/etc", "/opt", "/var/log", "/dev", "/run/systemd", "/proc")
 _POLL_SECONDS = 0.03
@@ -152,6 +156,15 @@ class SimHost:
         place.write_text(script, encoding="utf-8")
         place.chmod(0o755)
         return place
+
+    def install_tools(self, tools: Tools, only: Sequence[str] = TOOLS) -> Tools:
+        """Installs the stand-ins for ssacli and storcli64 where the service looks for them, directed by `tools`.
+
+        The service runs them in its own folder and they write there, so a host with tools takes copy_runtime=True.
+        """
+        for name in only:
+            self.install_tool(_TOOL_PLACES[name], tools.wrapper(name))
+        return tools
 
     # Programs
 

@@ -15,6 +15,7 @@ sys.path.insert(0, str(SIM))
 
 import simhost  # noqa: E402
 from simhost import HostError, SimHost, WaitTimeout  # noqa: E402
+from simtools.tools import Tools  # noqa: E402
 
 # Plays the service: one trace line, one system log entry, then it runs until it is told to stop.
 STAND_IN = """#!/bin/sh
@@ -133,6 +134,27 @@ class TestIsolation:
             assert host.run(["sh", "-c", "command -v dmidecode"]).stdout.strip() == str(SIM / "bin/dmidecode")
             host.install_tool("/opt/MegaRAID/storcli/storcli64", "#!/bin/sh\necho listing\n")
             assert host.run(["/opt/MegaRAID/storcli/storcli64"]).stdout == "listing\n"
+
+    def test_raid_tools_run_where_the_service_looks_for_them_on_the_clock_it_has(self, bin_dir: Path,
+                                                                                tmp_path: Path) -> None:
+        with SimHost(bin_dir) as host:
+            tools = host.install_tools(Tools.create(tmp_path / "tools"))
+            tools.add_smart_array()
+            tools.ssacli.takes(30)
+            begin = time.monotonic()
+            answer = host.run(["/opt/smartstorageadmin/ssacli/bin/ssacli", "ctrl", "all", "diag", "file=/var/log/x.zip"],
+                              env=host.environment(faketime="+0 x60"))
+            assert answer.returncode == 0, answer
+            assert time.monotonic() - begin < 15
+            assert host.outer("/var/log/x.zip").stat().st_size > 100
+            assert host.run(["/opt/MegaRAID/storcli/storcli64", "show"]).returncode == 0
+            assert [command.tool for command in tools.commands()] == ["ssacli", "storcli64"]
+
+    def test_raid_tool_that_is_not_installed_is_missing(self, bin_dir: Path, tmp_path: Path) -> None:
+        with SimHost(bin_dir) as host:
+            host.install_tools(Tools.create(tmp_path / "tools"), only=("storcli64",))
+            assert host.run(["test", "-e", "/opt/smartstorageadmin"]).returncode == 1
+            assert host.run(["/opt/MegaRAID/storcli/storcli64", "show"]).returncode == 0
 
     def test_copied_runtime_can_be_changed_without_touching_the_original(self, bin_dir: Path) -> None:
         with SimHost(bin_dir, copy_runtime=True) as host:
