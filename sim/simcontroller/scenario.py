@@ -63,6 +63,22 @@ class Run(NamedTuple):
     stdin: str
 
 
+class Restart(NamedTuple):
+    """The service is stopped and started anew, its clock `speed` times as fast, with further configuration."""
+
+    line: int
+    speed: float
+    configuration: Tuple[Tuple[str, str, str], ...]
+
+
+class Place(NamedTuple):
+    """Files that lie on the host: `count` of them, {} in the pattern counting from 01."""
+
+    line: int
+    pattern: str
+    count: int
+
+
 class WaitFor(NamedTuple):
     """The text must appear in a line of the log, from the previous step on."""
 
@@ -81,6 +97,15 @@ class ExpectEvent(NamedTuple):
     within: float
 
 
+class ExpectFiles(NamedTuple):
+    """So many files of the host must match the pattern."""
+
+    line: int
+    count: int
+    pattern: str
+    within: float
+
+
 class ExpectQuiet(NamedTuple):
     """No event may be reported for so long."""
 
@@ -88,7 +113,8 @@ class ExpectQuiet(NamedTuple):
     seconds: float
 
 
-Step = Union[Server, Configure, Scene, Say, Pause, Sim, Run, WaitFor, ExpectEvent, ExpectQuiet]
+Step = Union[Server, Configure, Scene, Say, Pause, Sim, Run, Restart, Place, WaitFor, ExpectEvent, ExpectFiles,
+             ExpectQuiet]
 
 
 class _Line:
@@ -125,6 +151,11 @@ class _Line:
         if not 0 < seconds <= 3600:
             raise ValueError(f"{word!r} is no number of seconds above 0 and up to 3600")
         return seconds
+
+    def count(self, word: str) -> int:
+        if not (word.isascii() and word.isdigit() and 0 <= int(word) <= 99):
+            raise ValueError(f"{word!r} is no number from 0 to 99")
+        return int(word)
 
     def rest(self) -> Tuple[str, ...]:
         words, self._words = tuple(self._words), []
@@ -178,6 +209,34 @@ def _run(line: _Line) -> Step:
     return Run(line.number, tuple(words), stdin)
 
 
+def _restart(line: _Line) -> Step:
+    speed = 1.0
+    if line.optional("faster"):
+        word = line.word("how many times as fast")
+        try:
+            speed = float(word)
+        except ValueError:
+            speed = 0.0
+        if not 1 <= speed <= 1000:
+            raise ValueError(f"{word!r} is no number from 1 to 1000")
+    configuration = []
+    while line.optional("with"):
+        configuration.append((line.word("the section"), line.word("the key"), line.word("the value")))
+    return Restart(line.number, speed, tuple(configuration))
+
+
+def _place(line: _Line) -> Step:
+    pattern = line.word("the pattern")
+    return Place(line.number, _host_path(pattern), line.count(line.word("the number of files")))
+
+
+def _host_path(pattern: str) -> str:
+    # Only the host's own folders are the scenario's to write and to look into.
+    if not pattern.startswith("/var/log/") or ".." in pattern:
+        raise ValueError(f"{pattern!r} does not lie below /var/log/")
+    return pattern
+
+
 def _wait_for(line: _Line) -> Step:
     text = line.word("the text")
     line.keyword("in")
@@ -189,7 +248,11 @@ def _expect(line: _Line) -> Step:
         line.keyword("event")
         line.keyword("for")
         return ExpectQuiet(line.number, line.seconds())
-    line.keyword("event")
+    word = line.word("'event' or a number of files")
+    if word != "event":
+        count = line.count(word)
+        line.keyword("files")
+        return ExpectFiles(line.number, count, _host_path(line.word("the pattern")), _within(line))
     word = line.word("the event's identifier")
     try:
         event = int(word, 16) if word.lower().startswith("0x") else -1
@@ -216,7 +279,7 @@ def _within(line: _Line) -> float:
 
 _READERS: Dict[str, Callable[[_Line], Step]] = {
     "server": _server, "configure": _configure, "scene": _scene, "say": _say, "pause": _pause, "sim": _sim,
-    "run": _run, "wait-for": _wait_for, "expect": _expect}
+    "run": _run, "restart": _restart, "place": _place, "wait-for": _wait_for, "expect": _expect}
 # Settings come first; text may stand anywhere.
 _ANYWHERE = (Scene, Say)
 

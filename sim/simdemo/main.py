@@ -58,18 +58,18 @@ def _arguments(argv: Optional[Sequence[str]]) -> argparse.Namespace:
     return parser.parse_args(argv)
 
 
-def _lacking(bin_dir: Path) -> Optional[str]:
-    """One sentence about the first thing that is missing here, or None."""
+def _lacking(bin_dir: Path, steps: Sequence[scenario.Step]) -> Optional[str]:
+    """One sentence about the first thing that is missing here for these steps, or None."""
     for name in _RUNTIME:
         if not (bin_dir / name).exists():
             return f"{bin_dir} holds no {name}; build it with ./run build."
     if shutil.which("openssl") is None:
         return "The program openssl is missing; install the package openssl."
-    return simhost.missing()
+    return simhost.missing(faketime=any(isinstance(step, scenario.Restart) and step.speed != 1 for step in steps))
 
 
 def _config(steps: Sequence[scenario.Step], url: str) -> Dict[str, Dict[str, str]]:
-    # No diagnostic tools are installed on the simulated server, so there is nothing to search for medium errors.
+    # The search for medium errors runs the RAID tools every half minute at best; a scenario that wants it says so.
     config: Dict[str, Dict[str, str]] = {"iLo": {"url": url}, "media error": {"check": "false"}}
     for step in steps:
         if isinstance(step, scenario.Configure):
@@ -106,8 +106,11 @@ def _play(args: argparse.Namespace, interrupts: Interrupts, steps: List[scenario
     (folder / "controller").mkdir()
     options = [option for step in steps if isinstance(step, scenario.Server) for option in step.options]
     controller = stack.enter_context(ControllerProcess(*options, folder=folder / "controller"))
-    host = stack.enter_context(SimHost(bin_dir, folder / "host", config=_config(steps, controller.url),
-                                       locale=language.locale))
+    config = _config(steps, controller.url)
+    # A copy of the run-time folder, because the RAID tools write there.
+    host = stack.enter_context(SimHost(bin_dir, folder / "host", config=config, locale=language.locale,
+                                       copy_runtime=True))
+    host.install_tools(controller.tools)
     feed = Feed(host, Catalogue(bin_dir / "bayward.msg", language.section), language.encoding)
     outcomes = Outcomes()
     with interrupts.allowed():
@@ -117,7 +120,7 @@ def _play(args: argparse.Namespace, interrupts: Interrupts, steps: List[scenario
             raise Failure(f"baywardctl did not register the account: {(registered.stderr + registered.stdout).strip()}")
         screen.start_clock()
         host.start_service(stand_alone=True)
-        Player(steps, screen, host, controller, feed, outcomes, args.every_line).play()
+        Player(steps, screen, host, controller, feed, outcomes, args.every_line, config).play()
     outcomes.show(screen)
     return outcomes.agree
 
@@ -136,7 +139,7 @@ def main(argv: Optional[Sequence[str]] = None) -> int:
             steps = scenario.parse(args.scenario.read_text(encoding="utf-8"), str(args.scenario))
         except OSError as error:
             raise UseError(f"{args.scenario}: {error.strerror}; give a scenario file.") from None
-        lacking = _lacking(args.bin.resolve())
+        lacking = _lacking(args.bin.resolve(), steps)
         if lacking is not None:
             raise Failure(lacking)
         with ExitStack() as stack:

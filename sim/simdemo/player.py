@@ -2,7 +2,10 @@
 
 from __future__ import annotations
 
+import fnmatch
+import os
 import time
+from pathlib import PurePosixPath
 from typing import Callable, Dict, List, Optional, Sequence, Set, Type, Union
 
 from simcontroller import scenario, verbs
@@ -35,10 +38,15 @@ _HAPPENINGS = {
     "heal-volume": "logical drive {1} of controller {0} is back",
     "remove-drive": "drive {1} of controller {0} is pulled out",
     "restore-drive": "drive {1} of controller {0} is put back",
+    "medium-errors": "the error log of drive {1} of controller {0} holds {2} medium errors",
     "account": "the password of the account {0} is changed, and every session ends",
 }
 # The reader's lines about single drives come with every look; those that repeat are left out.
 _READER = "<VK0999>"
+
+
+def _files(step: scenario.ExpectFiles) -> str:
+    return f"{step.count} files {PurePosixPath(step.pattern).name}"
 
 
 class Stopped(Exception):
@@ -49,8 +57,11 @@ class Player:
     """Plays one scenario, once."""
 
     def __init__(self, steps: Sequence[scenario.Step], screen: Screen, host: SimHost, controller: ControllerProcess,
-                 feed: Feed, outcomes: Outcomes, every_line: bool) -> None:
-        """`every_line` also shows the trace lines that repeat with every look at the controller."""
+                 feed: Feed, outcomes: Outcomes, every_line: bool, config: Dict[str, Dict[str, str]]) -> None:
+        """`every_line` also shows the trace lines that repeat with every look at the controller.
+
+        `config` is what the service was started with; a restart may add to it.
+        """
         self._steps = steps
         self._screen = screen
         self._host = host
@@ -61,12 +72,15 @@ class Player:
         self._lines: List[Union[TraceLine, SyslogLine]] = []  # since the step before the present one
         self._to_explain = dict(_EXPLANATIONS)
         self._every_line = every_line
+        self._config = config
         self._reader_lines: Set[str] = set()
         self._scene = 0
         self._players: Dict[Type[object], Callable[..., None]] = {
             scenario.Scene: self._play_scene, scenario.Say: self._play_say, scenario.Pause: self._play_pause,
-            scenario.Sim: self._play_sim, scenario.Run: self._play_run, scenario.WaitFor: self._play_wait_for,
-            scenario.ExpectEvent: self._play_expect, scenario.ExpectQuiet: self._play_quiet}
+            scenario.Sim: self._play_sim, scenario.Run: self._play_run, scenario.Restart: self._play_restart,
+            scenario.Place: self._play_place, scenario.WaitFor: self._play_wait_for,
+            scenario.ExpectEvent: self._play_expect, scenario.ExpectFiles: self._play_files,
+            scenario.ExpectQuiet: self._play_quiet}
 
     def play(self) -> None:
         """Plays all steps, then stops the service. What cannot be played any more is counted as not reached."""
@@ -79,6 +93,7 @@ class Player:
                 told = len(self._outcomes) - settled  # 0 when the service ended under this very step
                 self._give_up(steps[position + told:])
                 break
+        self._screen.heading("The service is stopped, as Ctrl+C stops it")
         self._stop_service()
         for event in self._pending:
             self._outcomes.add("nothing", event_name(event.event), UNEXPECTED)
@@ -89,6 +104,8 @@ class Player:
         for step in steps:
             if isinstance(step, scenario.ExpectEvent):
                 self._outcomes.add(event_name(step.event), "", NOT_REACHED)
+            elif isinstance(step, scenario.ExpectFiles):
+                self._outcomes.add(_files(step), "", NOT_REACHED)
             elif isinstance(step, scenario.WaitFor):
                 self._outcomes.add(f'"{step.text}"', "", NOT_REACHED)
 
@@ -121,6 +138,25 @@ class Player:
         if answer.returncode != 0:
             self._settle(words, f"exit status {answer.returncode}", WRONG)
             raise Stopped
+
+    def _play_restart(self, step: scenario.Restart) -> None:
+        pace = f", its clock {step.speed:g} times as fast" if step.speed != 1 else ""
+        self._screen.paragraph(f"The service is stopped and started anew{pace}.", BOLD, CYAN)
+        if not self._stop_service():
+            raise Stopped
+        for section, key, value in step.configuration:
+            self._config.setdefault(section, {})[key] = value
+        self._host.write_config(self._config)
+        self._lines.clear()
+        self._host.start_service(stand_alone=True, faketime=f"+0 x{step.speed:g}" if step.speed != 1 else None)
+
+    def _play_place(self, step: scenario.Place) -> None:
+        paths = [step.pattern.replace("{}", f"{number:02}") for number in range(1, step.count + 1)]
+        for path in paths:
+            self._host.outer(path).write_bytes(b"")
+        if paths:
+            named = paths[0] if len(paths) == 1 else f"{paths[0]} to {PurePosixPath(paths[-1]).name}"
+            self._screen.paragraph(f"On the server: the log folder holds {named}.", BOLD, CYAN)
 
     def _play_wait_for(self, step: scenario.WaitFor) -> None:
         kind = TraceLine if step.log == "trace" else SyslogLine
@@ -155,6 +191,19 @@ class Player:
         else:
             self._settle(name, came, OK)
 
+    def _play_files(self, step: scenario.ExpectFiles) -> None:
+        path = PurePosixPath(step.pattern)
+        folder = self._host.outer(str(path.parent))
+
+        def count() -> int:
+            return len(fnmatch.filter(os.listdir(folder), path.name))
+
+        begin = time.monotonic()
+        self._watch(step.within, lambda: count() == step.count, _files(step))
+        found = count()
+        came = f"after {time.monotonic() - begin:.1f} s" if found == step.count else f"{found} files"
+        self._settle(_files(step), came, OK if found == step.count else WRONG)
+
     def _play_quiet(self, step: scenario.ExpectQuiet) -> None:
         before = len(self._pending)
         self._watch(step.seconds, lambda: len(self._pending) > before, f"{step.seconds:.0f} s of silence")
@@ -163,22 +212,23 @@ class Player:
         self._settle(f"{step.seconds:.0f} s of silence", "no event" if quiet else event_name(self._pending[-1].event),
                      OK if quiet else WRONG)
 
-    def _stop_service(self) -> None:
+    def _stop_service(self) -> bool:
+        """Whether it ran until now and has ended well."""
         if not self._host.running:
             self._show_new()
             self._settle("service runs to the end", f"exit status {self._host.wait_exit(1)}", WRONG)
-            return
-        self._screen.heading("The service is stopped, as Ctrl+C stops it")
+            return False
         self._host.signal(2)
         begin = time.monotonic()
         self._watch(_STOP_SECONDS, lambda: not self._host.running, "the end of the service", needs_service=False)
         self._show_new()
         if self._host.running:
             self._settle("service stops", f"still runs after {_STOP_SECONDS:.0f} s", WRONG)
-            return
+            return False
         status = self._host.wait_exit(1)
         self._settle("service stops", f"after {time.monotonic() - begin:.1f} s" + (f", exit status {status}" if status else ""),
                      OK if status == 0 else WRONG)
+        return bool(status == 0)
 
     # Watching
 

@@ -35,15 +35,24 @@ _TAIL_LINES = 12
 _PASSED_ON = ("ASAN_OPTIONS", "LSAN_OPTIONS", "TSAN_OPTIONS", "UBSAN_OPTIONS")
 
 
-def missing() -> Optional[str]:
-    """None when simulated hosts can run here, else one sentence that says what to do."""
+def missing(faketime: bool = False) -> Optional[str]:
+    """None when simulated hosts can run here, else one sentence that says what to do.
+
+    faketime   services on them are to run faster
+    """
+    if faketime and not _faketime_libraries():
+        return "The library libfaketime is missing; install the package faketime."
     if shutil.which("rsyslogd", path=_SYSTEM_PATH) is None:
         return "The program rsyslogd is missing; install the package rsyslog."
     return why_no_namespaces()
 
 
+def _faketime_libraries() -> List[str]:
+    return glob.glob("/usr/lib/*/faketime/libfaketimeMT.so.1") + glob.glob("/usr/lib/faketime/libfaketimeMT.so.1")
+
+
 def _faketime_library() -> str:
-    found = glob.glob("/usr/lib/*/faketime/libfaketimeMT.so.1") + glob.glob("/usr/lib/faketime/libfaketimeMT.so.1")
+    found = _faketime_libraries()
     if not found:
         raise HostError("libfaketime is missing; install the package faketime")
     return found[0]

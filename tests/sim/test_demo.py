@@ -158,6 +158,27 @@ class TestWithTheService:
         assert unexpected[0] == 1 and "unexpected" in unexpected[1], unexpected
         assert missing[0] == 1 and "0xC00081B7 logical drive offline" in missing[1], missing
 
+    def test_restarted_service_runs_faster_with_what_was_added_to_its_configuration(
+            self, short: Path, players: List["subprocess.Popen[str]"]) -> None:
+        players.append(self.start(short / "run", """\
+server --ilo 5 --drives 2
+configure iLo interval 3600000
+wait-for "Start to monitor." in trace within 60
+place "/var/log/bayward/old{}.zip" 2
+expect 2 files "/var/log/bayward/old*.zip" within 2
+expect 1 files "/var/log/bayward/old*.zip" within 0.2
+restart faster 20 with iLo interval 3000 with "media error" check true
+wait-for "Create thread for Media Error." in trace within 20
+wait-for "Start to monitor." in trace within 20
+pause 1
+sim fail-drive 1 1
+expect event 0xC0008151 within 20
+"""))
+        status, out, err = self.end(players[0])
+        assert "The service is stopped and started anew, its clock 20 times as fast." in out, (out, err)
+        assert "1 files old*.zip" in out and "wrong" in out and "7 of 8 as expected" in out, out
+        assert status == 1
+
     @pytest.mark.parametrize("seconds", [0.3, 1.0, 3.0])
     def test_interrupt_leaves_no_process_no_mount_and_no_file(
             self, short: Path, players: List["subprocess.Popen[str]"], seconds: float) -> None:

@@ -26,7 +26,13 @@ def one(line):
     ('expect event 0xC0008151 containing "1I:1:2" containing PD within 9',
      scenario.ExpectEvent(1, 0xC0008151, ("1I:1:2", "PD"), 9.0)),
     ("expect event 0x80008152", scenario.ExpectEvent(1, 0x80008152, (), scenario.DEFAULT_WITHIN)),
-    ("expect no event for 4", scenario.ExpectQuiet(1, 4.0))])
+    ("expect no event for 4", scenario.ExpectQuiet(1, 4.0)),
+    ("restart", scenario.Restart(1, 1.0, ())),
+    ('restart faster 120 with iLo interval 3000 with "serial log" "max file count" 10',
+     scenario.Restart(1, 120.0, (("iLo", "interval", "3000"), ("serial log", "max file count", "10")))),
+    ('place "/var/log/bayward/x{}.zip" 12', scenario.Place(1, "/var/log/bayward/x{}.zip", 12)),
+    ('expect 9 files "/var/log/bayward/*.zip" within 60', scenario.ExpectFiles(1, 9, "/var/log/bayward/*.zip", 60.0)),
+    ("expect 0 files /var/log/x", scenario.ExpectFiles(1, 0, "/var/log/x", scenario.DEFAULT_WITHIN))])
 def test_each_step(line, step):
     found = one(line)
     assert found == step and type(found) is type(step)
@@ -55,6 +61,19 @@ def test_blank_lines_and_comments_keep_the_line_numbers():
     ("expect event 0x1C0008151", ["no event identifier"]),
     ("expect event 0xC0008151 containing", ["the text is missing"]),
     ("expect no events for 3", ["'events'"]),
+    ("restart faster", ["how many times as fast is missing"]),
+    ("restart faster soon", ["'soon'", "1 to 1000"]),
+    ("restart faster 0.5", ["'0.5'"]),
+    ("restart faster nan", ["'nan'"]),
+    ("restart with iLo interval", ["the value is missing"]),
+    ("restart 3", ["'3' is too much"]),
+    ("place /var/log/x", ["the number of files is missing"]),
+    ("place /var/log/x{} many", ["'many'", "0 to 99"]),
+    ("place /etc/passwd 1", ["'/etc/passwd'", "/var/log/"]),
+    ("place /var/log/../../etc/passwd 1", ["does not lie below"]),
+    ("expect 3 things /var/log/x", ["'things' stands where 'files' belongs"]),
+    ("expect 300 files /var/log/x", ["'300'"]),
+    ("expect 3 files *.zip", ["'*.zip'"]),
     ('wait-for "open in trace', ["quotation"]),
     ("server --ilo 5", ["must stand before line 2"]),
     ("configure a b c", ["must stand before line 2"]),
