@@ -1,47 +1,16 @@
 #include "account-command.h"
 
-#include <sys/stat.h>
-
-#include <algorithm>
-#include <cstdint>
-#include <stdexcept>
-#include <utility>
+#include <memory>
 
 #include "account-file.h"
-#include "account-lock.h"
 #include "account-text.h"
 #include "ctl-error.h"
-#include "ilo-account.h"
 #include "secret.h"
-#include "server-profile.h"
-#include "service-param.h"
 
 using tovaserverutil::Wipe;
 using tovaserverutil::WipeOnExit;
 
 namespace {
-
-constexpr const char* kRegister = "register the account with \"baywardctl account set\".";
-constexpr std::int32_t kMaxTrials = 100;
-constexpr std::int32_t kTrialInterval = 10;  // milliseconds
-// A person waits for the answer, so what the configuration says is not taken beyond these. A negative number
-// is a huge one, as for the service.
-constexpr std::uint32_t kMostTrials = 100;
-constexpr std::uint32_t kMostTrialInterval = 1000;  // milliseconds
-
-bool Exists(const std::string& path) {
-    struct stat status {};
-    return lstat(path.c_str(), &status) == 0;
-}
-
-std::uint32_t Bounded(std::int32_t configured, std::uint32_t most) {
-    return std::min(static_cast<std::uint32_t>(configured), most);
-}
-
-[[noreturn]] void FailUnreadable(const std::string& file) {
-    throw CtlError("The account file " + file +
-                   " cannot be deciphered, it is damaged or was made on another machine; " + kRegister);
-}
 
 std::string OrNone(const std::string& text) {
     return text.empty() ? kNoCredential : text;
@@ -55,21 +24,6 @@ void AccountCommand::RequireRoot(const std::string& command) const {
     }
 }
 
-std::string AccountCommand::ReadUuid() {
-    constexpr const char* kWhat =
-        "The system UUID, which the account files' keys depend on, cannot be read: ";
-    try {
-        std::string uuid = get_uuid(m_doors.commands);
-        const AccountKey usable(kAccountNameRecord, uuid);
-        return uuid;
-    } catch (const std::runtime_error& failure) {
-        throw CtlError(std::string(kWhat) + failure.what() + " Check that \"dmidecode -t1\" works.");
-    } catch (const std::invalid_argument&) {
-        throw CtlError(std::string(kWhat) +
-                       "\"dmidecode -t1\" shows none; install dmidecode and check the firmware's UUID.");
-    }
-}
-
 // ---- set ----
 
 void AccountCommand::Set(std::optional<std::string> account) {
@@ -77,7 +31,7 @@ void AccountCommand::Set(std::optional<std::string> account) {
     if (account) {
         CheckAccountText("account", *account);
     }
-    const std::string uuid = ReadUuid();
+    const std::string uuid = ReadUsableUuid(m_doors.commands);
     if (!account) {
         account = AskAccount();
         CheckAccountText("account", *account);
@@ -126,68 +80,23 @@ std::string AccountCommand::AskPassword(const std::string& account) {
 
 void AccountCommand::Check(bool login) {
     RequireRoot("check");
-    std::string account;
-    std::string password;
-    const WipeOnExit wipe(password);
-    ReadRegistered(account, password);
-    m_doors.out << "Account \"" << account << "\" is registered.\n" << std::flush;
+    RegisteredAccount registered;
+    ReadRegisteredAccount(m_doors.root, m_doors.commands, registered);
+    m_doors.out << "Account \"" << registered.account << "\" is registered.\n" << std::flush;
     if (login) {
-        LogIn(account, password);
+        LogIn(registered);
     }
 }
 
-void AccountCommand::ReadRegistered(std::string& account, std::string& password) {
-    const AccountLock lock(m_doors.root, AccountLock::Use::kRead);
-    const std::string nameFile = m_doors.root + AccountFile(kAccountNameRecord);
-    const std::string passwordFile = m_doors.root + AccountFile(kAccountPasswordRecord);
-    if (!Exists(nameFile) && !Exists(passwordFile)) {
-        throw CtlError(std::string("No account is registered; ") + kRegister);
-    }
-    for (const std::string& file : {nameFile, passwordFile}) {
-        if (!Exists(file)) {
-            throw CtlError("The account file " + file + " is missing; " + kRegister);
-        }
-    }
-    ReadUuid();
-    // A file that was made elsewhere may decipher by chance; what comes out is no name then.
-    if (!ReadRecord(kAccountNameRecord, account) || !IsAccountText(account)) {
-        FailUnreadable(nameFile);
-    }
-    if (!ReadRecord(kAccountPasswordRecord, password)) {
-        FailUnreadable(passwordFile);
-    }
-}
-
-bool AccountCommand::ReadRecord(int record, std::string& text) {
-    text.resize(kMaxAccountText);
-    const bool read = DecryptAccount(record, reinterpret_cast<unsigned char*>(text.data()), text.size(),
-                                     m_doors.commands, m_doors.root);
-    text.resize(text.find_last_not_of('\0') + 1);
-    return read;
-}
-
-void AccountCommand::LogIn(const std::string& account, const std::string& password) {
-    const std::string configuration = m_doors.root + tova_service::kConfigurationFile;
-    tovaserverutil::Profile profile(configuration);
-    try {
-        profile.ReadProfile();
-    } catch (const tovabase::TOVAExcpt&) {
-        throw CtlError("The configuration file " + configuration +
-                       " cannot be read; without it no controller is known, so put it there.");
-    }
-    std::string url = profile.ReadText("iLo", "url", "");
-    if (url.empty()) {
-        url = kInBandUrl;
-    }
+void AccountCommand::LogIn(const RegisteredAccount& registered) {
+    const ControllerSettings settings = ReadControllerSettings(m_doors.root);
     std::string failure;
     const std::unique_ptr<RestBridge> bridge = m_doors.makeBridge();
     try {
-        std::string secret = OrNone(password);
+        std::string secret = OrNone(registered.password);
         const WipeOnExit wipe(secret);
-        bridge->init(
-            url.c_str(), OrNone(account).c_str(), secret.c_str(),
-            Bounded(profile.ReadSigned("iLo", "max trials", kMaxTrials), kMostTrials),
-            Bounded(profile.ReadSigned("iLo", "trial interval", kTrialInterval), kMostTrialInterval));
+        bridge->init(settings.url.c_str(), OrNone(registered.account).c_str(), secret.c_str(),
+                     settings.trials, settings.trialInterval);
     } catch (const char* text) {
         failure = *text != '\0' ? text : "no reason given";
     }
@@ -196,15 +105,10 @@ void AccountCommand::LogIn(const std::string& account, const std::string& passwo
     } catch (const char*) {
         // Whether the log-in worked is known by now.
     }
-    url = Printable(url);
-    if (failure.find("InvalidCredentialsError") != std::string::npos) {
-        throw CtlError("The controller at " + url + " refused the account (401); " + kRegister);
-    }
     if (!failure.empty()) {
-        throw CtlError("The controller at " + url + " could not be asked (" + Printable(failure) +
-                       "); check \"url\" in " + configuration + " and the way to the controller.");
+        FailOnController(settings, failure);
     }
-    m_doors.out << "The controller at " << url << " accepted the account (200).\n";
+    m_doors.out << "The controller at " << Printable(settings.url) << " accepted the account (200).\n";
 }
 
 // ---- remove ----

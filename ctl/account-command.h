@@ -5,6 +5,7 @@
 #include <string>
 
 #include "commands.h"
+#include "controller-access.h"
 
 // Each throws UsageError or CtlError with the one sentence to show. No password is ever shown.
 class AccountCommand {
@@ -21,13 +22,9 @@ public:
 
 private:
     void RequireRoot(const std::string& command) const;
-    std::string ReadUuid();
     std::string AskAccount();
     std::string AskPassword(const std::string& account);
-    // Both texts as the service reads them. Throws CtlError.
-    void ReadRegistered(std::string& account, std::string& password);
-    bool ReadRecord(int record, std::string& text);
-    void LogIn(const std::string& account, const std::string& password);
+    void LogIn(const RegisteredAccount& registered);
 
     CtlDoors m_doors;
 };
