@@ -1,0 +1,209 @@
+#include "storcli-events.h"
+
+#include <locale.h>
+#include <time.h>
+
+#include <charconv>
+#include <limits>
+#include <string_view>
+#include <system_error>
+
+namespace {
+
+using tovaserverutil::Contains;
+using tovaserverutil::Trimmed;
+
+constexpr std::string_view kBlock = "seqNum: ";
+constexpr std::string_view kDescription = "Event Description:";
+// The tool's own words, before or right behind the events.
+constexpr std::string_view kEnvelope[] = {"CLI Version = ", "Controller = "};
+
+// The calling thread's locale is "C" for the lifetime of this object.
+class PlainLocale {
+public:
+    PlainLocale() : m_plain(newlocale(LC_ALL_MASK, "C", nullptr)), m_old(uselocale(m_plain)) {}
+    ~PlainLocale() {
+        uselocale(m_old);
+        if (m_plain != nullptr) {
+            freelocale(m_plain);
+        }
+    }
+    PlainLocale(const PlainLocale&) = delete;
+    PlainLocale& operator=(const PlainLocale&) = delete;
+
+private:
+    locale_t m_plain;
+    locale_t m_old;
+};
+
+// The number that the whole text is. One that is too large is as good as the largest one.
+std::optional<long long> ParseNumber(std::string_view text, int base) {
+    long long number = 0;
+    const char* const end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, number, base);
+    if (error == std::errc::invalid_argument || stop != end) {
+        return std::nullopt;
+    }
+    return error == std::errc() ? number : std::numeric_limits<long long>::max();
+}
+
+std::optional<long long> ParseHexadecimal(std::string_view text) {
+    text = Trimmed(text);
+    if (text.starts_with("0x")) {
+        text.remove_prefix(2);
+    }
+    return ParseNumber(text, 16);
+}
+
+// What one block has told so far.
+struct Block {
+    std::optional<long long> device;
+    std::optional<unsigned int> enclosure;
+    std::optional<unsigned int> slot;
+    bool timed = false;
+    std::string time;
+};
+
+// Patrol reads, consistency checks, initialisations and recoveries count alike.
+bool NamesCorrectedError(std::string_view description) {
+    return Contains(description, "corrected medium error") || Contains(description, "Corrected medium error");
+}
+
+// Fills in what the event's data left open from "... on PD 0a(e0xfc/s3) at 1aea556". Device id and enclosure
+// are hexadecimal here, with or without "0x"; the slot is decimal, as everything is in the event's data.
+void CompleteFromDescription(Block& block, std::string_view description) {
+    constexpr std::string_view kPhysicalDrive = "PD ";
+    const std::size_t open = description.find("(e");
+    if (open == std::string_view::npos) {
+        return;
+    }
+    if (!block.device) {
+        const std::string_view before = description.substr(0, open);
+        const std::size_t name = before.rfind(kPhysicalDrive);
+        if (name != std::string_view::npos) {
+            block.device = ParseHexadecimal(before.substr(name + kPhysicalDrive.size()));
+        }
+    }
+    std::string_view place = description.substr(open + 2);
+    place = place.substr(0, place.find(')'));
+    const std::size_t slash = place.find("/s");
+    if (!block.enclosure) {
+        const auto enclosure = ParseHexadecimal(place.substr(0, slash));
+        if (enclosure && *enclosure >= 0 && *enclosure <= kMaxPlace) {
+            block.enclosure = static_cast<unsigned int>(*enclosure);
+        }
+    }
+    if (!block.slot && slash != std::string_view::npos) {
+        block.slot = ParseDecimal(Trimmed(place.substr(slash + 2)), kMaxPlace);
+    }
+}
+
+class EventLog {
+public:
+    explicit EventLog(const std::function<void(const CorrectedError&)>& found) : m_found(found) {}
+
+    void Take(std::string_view line) {
+        if (line.starts_with(' ') || line.starts_with('\t')) {
+            line = Trimmed(line);
+        }
+        if (line.starts_with(kBlock) || line == Trimmed(kBlock)) {
+            End();
+            m_part = Part::kHead;
+        } else if (m_part == Part::kHead || m_part == Part::kData) {
+            TakeOfBlock(line);
+        }
+    }
+
+    // The end of a block, also at the end of the log.
+    void End() {
+        const bool counts = m_part == Part::kData;
+        m_part = Part::kNone;
+        if (counts) {
+            Report();
+        }
+        m_block.device.reset();
+        m_block.enclosure.reset();
+        m_block.slot.reset();
+        m_block.timed = false;
+    }
+
+private:
+    // kNone: in no block, or in one that does not count. kData: the description has been read, and counts.
+    enum class Part { kNone, kHead, kData };
+
+    void TakeOfBlock(std::string_view line) {
+        if (line.starts_with(kEnvelope[0]) || line.starts_with(kEnvelope[1])) {
+            End();
+        } else if (const auto time = ValueOf(line, "Time: "); time && !m_block.timed) {
+            m_block.timed = true;
+            m_block.time.assign(*time);
+        } else if (m_part == Part::kData) {
+            TakeData(line);
+        } else if (line.starts_with(kDescription)) {
+            m_part = NamesCorrectedError(line) ? Part::kData : Part::kNone;
+            m_description.assign(m_part == Part::kData ? line : std::string_view());
+        }
+    }
+
+    void TakeData(std::string_view line) {
+        if (line.starts_with("Device I")) {  // "Device ID: " or "Device Id: "
+            const std::size_t colon = line.find(": ");
+            if (!m_block.device && colon != std::string_view::npos) {
+                m_block.device = ParseNumber(Trimmed(line.substr(colon + 1)), 10);
+            }
+        } else if (const auto enclosure = ValueOf(line, "Enclosure Index: ")) {
+            m_block.enclosure = ParseDecimal(*enclosure, kMaxPlace);
+        } else if (const auto bay = ValueOf(line, "Bay Number: ")) {
+            m_block.slot = ParseDecimal(*bay, kMaxPlace);
+        } else if (const auto slot = ValueOf(line, "Slot Number: "); slot && !m_block.slot) {
+            m_block.slot = ParseDecimal(*slot, kMaxPlace);
+        }
+    }
+
+    void Report() {
+        CompleteFromDescription(m_block, m_description);
+        CorrectedError error;
+        if (m_block.device) {
+            if (*m_block.device < 0 || *m_block.device > kMaxDevice) {
+                return;
+            }
+            error.device = static_cast<unsigned int>(*m_block.device);
+        }
+        error.enclosure = m_block.enclosure;
+        error.slot = m_block.slot;
+        // Only now: the conversion costs more than reading the block. An event from before the controller
+        // got its clock has no time at all.
+        error.time = datestr_to_num(m_block.timed ? m_block.time : std::string());
+        m_found(error);
+    }
+
+    const std::function<void(const CorrectedError&)>& m_found;
+    Part m_part = Part::kNone;
+    Block m_block;
+    std::string m_description;
+};
+
+}  // namespace
+
+void ReadCorrectedErrors(LineSource& lines, const std::function<void(const CorrectedError&)>& found) {
+    EventLog log(found);
+    while (const auto line = lines.Next()) {
+        log.Take(*line);
+    }
+    log.End();
+}
+
+std::uint64_t datestr_to_num(const std::string& text) {
+    constexpr std::uint64_t kNoForm = 1;
+    constexpr std::uint64_t kNoTime = 0;
+    tm local{};
+    {
+        const PlainLocale plain;
+        if (strptime(text.c_str(), "%a %b %d %H:%M:%S %Y", &local) == nullptr) {
+            return kNoForm;
+        }
+    }
+    local.tm_isdst = -1;
+    const time_t seconds = mktime(&local);
+    return seconds < 0 ? kNoTime : static_cast<std::uint64_t>(seconds);
+}

@@ -1,0 +1,30 @@
+// The corrected medium errors in a MegaRAID controller's event log.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "line-reader.h"
+#include "storcli-text.h"
+
+// What the log says of one error. An event names its drive by device id, by place, or by both.
+struct CorrectedError {
+    std::optional<unsigned int> device;     // at most kMaxDevice
+    std::optional<unsigned int> enclosure;  // the number that the drive table shows; kNoEnclosure for none
+    std::optional<unsigned int> slot;
+    std::uint64_t time = 0;  // see datestr_to_num
+
+    static constexpr unsigned int kNoEnclosure = 255;
+};
+
+// Reads the log in constant memory and hands out every corrected medium error, in the order of the log.
+// Events whose device id is negative or above kMaxDevice are left out: the reporting memory could not tell
+// them from those of another controller. Takes any text; throws what `found` throws and std::bad_alloc.
+void ReadCorrectedErrors(LineSource& lines, const std::function<void(const CorrectedError&)>& found);
+
+// "Fri Oct  2 05:41:23 2026", local time with English names whatever the locale is, as seconds since the
+// epoch. 1 when the text is not of that form (what follows the year is not looked at), 0 when there is no
+// such time or it lies before the epoch. Any thread may use it.
+std::uint64_t datestr_to_num(const std::string& text);
