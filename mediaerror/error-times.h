@@ -15,6 +15,8 @@ public:
     void Add(std::uint64_t time);
     bool Empty() const { return m_times.empty(); }
     std::size_t Size() const { return m_times.size(); }
+    // What is held; at most twice kKept.
+    const std::vector<std::uint64_t>& Times() const { return m_times; }
     // The newest time by value; 0 when there is none.
     std::uint64_t Newest() const;
     // The newest time minus the `count`-th newest; nothing when fewer than `count` times are held. `count` is

@@ -1,0 +1,104 @@
+#include "smart-array.h"
+
+#include <algorithm>
+#include <limits>
+#include <memory>
+#include <set>
+
+#include "adu-report.h"
+#include "medium-error-event.h"
+
+using tovaserverutil::CommandResult;
+using tovaserverutil::kListingDeadline;
+
+namespace {
+
+constexpr const char* kTestReport = "KMT_ADUReport_test/KMT_ADUReport_test.txt";
+constexpr const char* kReport = "ADUReport/ADUReport.txt";
+constexpr const char* kUnpack = "unzip -o \"ADUReport.zip\" -d \"ADUReport\"";
+constexpr const char* kRemoveUnpacked = "rm -rf \"ADUReport\"";
+constexpr const char* kRemoveArchive = "rm -rf \"ADUReport.zip\"";
+
+// A drive fails repeatedly when its newest 19 errors lie within seven days, less one minute.
+constexpr std::size_t kNewest = 19;
+constexpr std::uint64_t kWithin = 10079;  // minutes, the unit of the report's reference times
+
+// Null when there is no report.
+std::unique_ptr<LineSource> Open(tovaserverutil::CommandRunner& runner) {
+    if (auto lines = FileLines::OpenFirst({kTestReport})) {
+        return lines;
+    }
+    // Unzip has unpacked everything when it ends with 1; it only found something to grumble about. Any other
+    // failure may leave half a report, or the one of an earlier search.
+    const CommandResult result = runner.Execute(kUnpack, kListingDeadline);
+    const bool unpacked =
+        result.Succeeded() || (result.started && !result.timedOut && result.exitStatus == 1);
+    return unpacked ? FileLines::OpenFirst({kReport}) : nullptr;
+}
+
+// Enters the records of one report into the drive map.
+class DriveFacts {
+public:
+    DriveFacts(pd_addr_map& drives, const MediumErrorReporter& report) : m_drives(drives), m_report(report) {}
+
+    void Take(const AduDrive& drive) {
+        Start(drive, drive.serial);
+        m_drives.set_serial(drive.location, drive.serial);
+    }
+
+    void Take(const AduErrorLog& log) {
+        // Afresh, so that nothing is left from the report before, and nothing from a drive that has the same
+        // port and number on another controller.
+        Start(log, m_drives.find_serial(log.location));
+        for (const std::uint64_t time : log.times.Times()) {
+            m_drives.add_reference_time(log.port, log.number, log.location, time);
+        }
+        const auto span = m_drives.find_reference_times(log.port, log.number).SpanOfNewest(kNewest);
+        if (span && *span <= kWithin) {
+            m_drives.set_intermittent(log.port, log.number);
+        }
+        m_drives.add_media_error_num_by_location(log.location, log.count);
+        if (log.count != 0) {
+            constexpr std::uint64_t kMaxCount = std::numeric_limits<int>::max();
+            m_report(tovaevent::EvtData(), log.port, log.number, log.location,
+                     static_cast<std::uint32_t>(log.times.Newest()), log.title,
+                     static_cast<int>(std::min(log.count, kMaxCount)));
+        }
+    }
+
+private:
+    // The first drive of a port replaces what the map held of that port; the other ones join it.
+    template <typename Record>
+    void Start(const Record& drive, const std::string& serial) {
+        pd_addr record;
+        record.add(drive.number, 0, serial, drive.location, drive.port, drive.box, drive.bay);
+        if (m_ports.insert(drive.port).second) {
+            m_drives.insert(drive.port, record);
+        } else {
+            m_drives.merge(drive.port, record);
+        }
+    }
+
+    pd_addr_map& m_drives;
+    const MediumErrorReporter& m_report;
+    std::set<int> m_ports;  // in this report
+};
+
+}  // namespace
+
+void SearchSmartArrays(tovaserverutil::CommandRunner& runner, pd_addr_map& drives,
+                       const MediumErrorReporter& report) {
+    if (auto lines = Open(runner)) {
+        drives.clear_map();
+        DriveFacts facts(drives, report);
+        ReadAduReport(*lines, {[&](const AduDrive& drive) { facts.Take(drive); },
+                               [&](const AduErrorLog& log) { facts.Take(log); }});
+    }
+    runner.Execute(kRemoveUnpacked, kListingDeadline);
+    runner.Execute(kRemoveArchive, kListingDeadline);
+}
+
+void check_serialLog() {
+    tovaserverutil::ShellRunner runner;
+    SearchSmartArrays(runner, m_PdAddrMap, MediumErrorEventRoutine);
+}
