@@ -31,7 +31,8 @@ struct CtlDoors {
     std::ostream& out;       // results
     std::ostream& messages;  // everything else
     std::function<std::unique_ptr<RestBridge>()> makeBridge;
-    Paint paint{false};  // of results
+    Paint paint{false};              // of results
+    std::string programFolder = {};  // where this program lies, beside the service and its catalogue
 };
 
 // What the command line asks for. A command whose statuses 1 and 2 are findings names others for its failures
@@ -51,3 +52,5 @@ struct Action {
 // Each adds its command, with options, help and examples. When the command line chooses it, parsing leaves
 // what is to be done in `chosen`. The doors live until that is done.
 void AddAccountCommand(CLI::App& app, const CtlDoors& doors, Action& chosen);
+void AddConfigCommand(CLI::App& app, const CtlDoors& doors, Action& chosen);
+void AddEventsCommand(CLI::App& app, const CtlDoors& doors, Action& chosen);

@@ -40,7 +40,8 @@ int main(int argc, char** argv) {
                          .out = std::cout,
                          .messages = std::cerr,
                          .makeBridge = [] { return std::make_unique<iLoRestHelper>(ExecutableFolder()); },
-                         .paint = Paint(WantsColour(STDOUT_FILENO))};
+                         .paint = Paint(WantsColour(STDOUT_FILENO)),
+                         .programFolder = ExecutableFolder()};
     Action chosen;
     app.set_version_flag("--version", "baywardctl " BAYWARD_VERSION, "Show the version and exit");
     app.set_help_flag("-h,--help", "Show this help and exit");
@@ -50,6 +51,8 @@ int main(int argc, char** argv) {
         "Exit status: 0 done, 1 failed, 2 wrong usage.");
 
     AddAccountCommand(app, doors, chosen);
+    AddConfigCommand(app, doors, chosen);
+    AddEventsCommand(app, doors, chosen);
 
     try {
         app.parse(argc, argv);

@@ -56,6 +56,10 @@ bool StartsWith(const char* text, const char* prefix) {
 
 namespace tova_service {
 
+const char* system_info::LocaleFile(const std::string& root) {
+    return ChooseSource(root).file;
+}
+
 system_info::system_info(const std::string& root) {
     char hostName[kHostNameBuffer] = {};
     if (gethostname(hostName, sizeof hostName) != 0) {

@@ -12,6 +12,9 @@ public:
     // Throws TOVAExcpt when the host name cannot be had or the chosen locale file cannot be opened.
     explicit system_info(const std::string& root = {});
 
+    // The file that the detection reads on this system, without the root.
+    static const char* LocaleFile(const std::string& root = {});
+
     // "default" or "ja_JP".
     const std::string& get_country_region() const { return m_countryRegion; }
     // Empty or "eucJP".

@@ -90,6 +90,17 @@ TEST(SystemInfo, LineLongerThanTheBuffer_IsReadInPieces) {
     EXPECT_EQ(DetectLocaleConf(std::string(1023, 'x') + "LANG=ja_JP.eucJP\n"), kJapaneseEuc);
 }
 
+TEST(SystemInfo, LocaleFile_IsTheOneThatTheDetectionReads) {
+    const TestRoot root;
+    EXPECT_STREQ(system_info::LocaleFile(root.path()), "/etc/sysconfig/i18n");
+    root.Write("etc/os-release", "");
+    EXPECT_STREQ(system_info::LocaleFile(root.path()), "/etc/default/locale");
+    root.Write("etc/locale.conf", "");
+    EXPECT_STREQ(system_info::LocaleFile(root.path()), "/etc/locale.conf");
+    root.Write("etc/SuSE-release", "");
+    EXPECT_STREQ(system_info::LocaleFile(root.path()), "/etc/sysconfig/language");
+}
+
 TEST(SystemInfo, SuseSystem_IsReadThroughItsOwnVariable) {
     const TestRoot root;
     root.Write("etc/SuSE-release", "");

@@ -1,0 +1,28 @@
+// What "baywardctl config ..." does.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "commands.h"
+
+// Exit statuses of "config check". Whatever keeps it from checking is none of the findings.
+enum ConfigCheckStatus : int { kClean = 0, kWarnings = 1, kErrors = 2, kNotChecked = 3 };
+
+class ConfigCommand {
+public:
+    enum class Format { kTable, kJson };
+
+    // Without a file the service's own configuration is meant.
+    ConfigCommand(CtlDoors doors, const std::optional<std::string>& file);
+
+    // Writes the findings and returns a ConfigCheckStatus. Throws CtlError when the file changes meanwhile.
+    int Check();
+    // Writes every setting with its effective value, its default and where it came from. Throws CtlError.
+    void Show(Format format);
+
+private:
+    CtlDoors m_doors;
+    std::string m_file;
+};
