@@ -1,0 +1,133 @@
+#include "line-reader.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <string>
+#include <vector>
+
+#include "test-root.h"
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+using std::string_literals::operator""s;
+
+std::vector<std::string> LinesOf(LineSource& source) {
+    std::vector<std::string> lines;
+    while (const auto line = source.Next()) {
+        lines.emplace_back(*line);
+    }
+    EXPECT_EQ(source.Next(), std::nullopt);  // the end stays the end
+    return lines;
+}
+
+// Both sources have to cut a text in the same way.
+class LineSourceTest : public testing::TestWithParam<bool> {
+protected:
+    std::vector<std::string> Lines(const std::string& text) {
+        if (GetParam()) {
+            m_root.Write("text", text);
+            const auto lines = FileLines::OpenFirst({m_root / "text"});
+            return LinesOf(*lines);
+        }
+        TextLines lines(text);
+        return LinesOf(lines);
+    }
+
+private:
+    TestRoot m_root;
+};
+
+INSTANTIATE_TEST_SUITE_P(, LineSourceTest, testing::Bool(), [](const auto& tested) {
+    return std::string(tested.param ? "FileLines" : "TextLines");
+});
+
+TEST_P(LineSourceTest, EmptyText_HasNoLines) {
+    EXPECT_THAT(Lines(""), IsEmpty());
+}
+
+TEST_P(LineSourceTest, Lines_ComeInOrderWithoutTheirEnds) {
+    EXPECT_THAT(Lines("one\ntwo\n"), ElementsAre("one", "two"));
+}
+
+TEST_P(LineSourceTest, LastLineWithoutLineFeed_IsALine) {
+    EXPECT_THAT(Lines("one\ntwo"), ElementsAre("one", "two"));
+}
+
+TEST_P(LineSourceTest, EmptyLines_AreLines) {
+    EXPECT_THAT(Lines("\n\nx\n\n"), ElementsAre("", "", "x", ""));
+}
+
+TEST_P(LineSourceTest, CarriageReturn_BelongsToTheLineEnd) {
+    EXPECT_THAT(Lines("one\r\n\r\ntwo\r\nthree\r"), ElementsAre("one", "", "two", "three"));
+    EXPECT_THAT(Lines("a\rb\r\r\n"), ElementsAre("a\rb\r"));
+}
+
+TEST_P(LineSourceTest, TrailingBlanks_AreCutAndLeadingOnesKept) {
+    EXPECT_THAT(Lines("  one \t \r\n \t \n"), ElementsAre("  one", ""));
+}
+
+TEST_P(LineSourceTest, AnyByte_MayStandInALine) {
+    EXPECT_THAT(Lines("a\0b\n\0\n\xff\xfe%s%n\n"s), ElementsAre("a\0b"s, "\0"s, "\xff\xfe%s%n"));
+}
+
+TEST(FileLines, FirstPathThatOpens_IsRead) {
+    const TestRoot root;
+    root.Write("second", "2\n");
+    root.Write("third", "3\n");
+    const auto lines = FileLines::OpenFirst({root / "first", root / "second", root / "third"});
+    ASSERT_NE(lines, nullptr);
+    EXPECT_THAT(LinesOf(*lines), ElementsAre("2"));
+}
+
+TEST(FileLines, NothingToOpen_GivesNull) {
+    const TestRoot root;
+    EXPECT_EQ(FileLines::OpenFirst({}), nullptr);
+    EXPECT_EQ(FileLines::OpenFirst({root / "first", root / "second"}), nullptr);
+}
+
+TEST(FileLines, FoldersAndPipes_ArePassedOver) {
+    const TestRoot root;
+    ASSERT_EQ(mkfifo((root / "pipe").c_str(), 0600), 0);
+    EXPECT_EQ(FileLines::OpenFirst({root.path(), root / "pipe"}), nullptr);
+}
+
+TEST(FileLines, LinesAcrossTheBuffersEnd_ComeWhole) {
+    const TestRoot root;
+    std::string text;
+    std::vector<std::string> expected;
+    for (std::size_t number = 0; text.size() < 20 * FileLines::kMaxLine; ++number) {
+        expected.push_back(std::to_string(number) + std::string(number * 7 % 997, 'x'));
+        text += expected.back() + "\n";
+    }
+    root.Write("text", text);
+    const auto lines = FileLines::OpenFirst({root / "text"});
+    EXPECT_EQ(LinesOf(*lines), expected);
+}
+
+TEST(FileLines, LineAtTheLimit_IsCutOnlyBeyondIt) {
+    const TestRoot root;
+    const std::string longest(FileLines::kMaxLine, 'a');
+    root.Write("text", longest + "\n" + longest + "b\n" + "next\n");
+    const auto lines = FileLines::OpenFirst({root / "text"});
+    EXPECT_THAT(LinesOf(*lines), ElementsAre(longest, longest, "next"));
+}
+
+TEST(FileLines, MegabyteLines_GiveTheirBeginningOnly) {
+    const TestRoot root;
+    const std::string endless(5 * 1024 * 1024 + 3, 'a');
+    root.Write("text", "first\n" + endless + "\nsecond\n" + endless);
+    const auto lines = FileLines::OpenFirst({root / "text"});
+    const std::vector<std::string> all = LinesOf(*lines);
+    ASSERT_EQ(all.size(), 4u);
+    EXPECT_EQ(all[0], "first");
+    EXPECT_EQ(all[1], endless.substr(0, FileLines::kMaxLine));
+    EXPECT_EQ(all[2], "second");
+    EXPECT_EQ(all[3], endless.substr(0, FileLines::kMaxLine));
+}
+
+}  // namespace
