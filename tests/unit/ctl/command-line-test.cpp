@@ -38,11 +38,12 @@ TEST(CommandLine, Version_IsNameAndNumber) {
 }
 
 TEST(CommandLine, HelpAtEachLevel_HasExamplesAndIsAResult) {
-    for (const char* level : {"", "account ", "account set ", "account check ", "account remove "}) {
+    for (const char* level : {"", "account ", "account set ", "account check ", "account remove ", "config ",
+                              "config check ", "config show ", "events "}) {
         const Outcome outcome = RunTool(std::string(level) + "--help");
         EXPECT_EQ(outcome.status, 0) << level;
         EXPECT_THAT(outcome.out, HasSubstr("Example")) << level;
-        EXPECT_THAT(outcome.out, HasSubstr("baywardctl account")) << level;
+        EXPECT_THAT(outcome.out, HasSubstr("baywardctl " + std::string(level))) << level;
         EXPECT_EQ(outcome.err, "") << level;
     }
 }
@@ -71,6 +72,15 @@ TEST(CommandLine, AccountThatCannotBe_IsWrongUsage) {
     EXPECT_THAT(outcome.err, HasSubstr("The account has 41 bytes"));
 }
 
+TEST(CommandLine, WrongUsageOfTheConfigurationCheck_IsNoneOfItsFindings) {
+    for (const char* arguments : {"config check --unknown", "config check one two"}) {
+        const Outcome outcome = RunTool(arguments);
+        EXPECT_EQ(outcome.status, 3) << arguments;
+        EXPECT_EQ(outcome.out, "") << arguments;
+        EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1) << arguments;
+    }
+}
+
 TEST(CommandLine, AnyoneButRoot_FailsWithStatusOne) {
     const bool isRoot = geteuid() == 0;
     if (isRoot && access("/usr/bin/setpriv", X_OK) != 0) {
@@ -92,6 +102,14 @@ TEST(CommandLine, AnyoneButRoot_FailsWithStatusOne) {
         EXPECT_EQ(result.exitStatus, 1) << command;
         EXPECT_THAT(result.output, HasSubstr("needs root")) << command;
     }
+    // What the user may not read says nothing about the service.
+    folder.Write("private.conf", "");
+    std::filesystem::permissions(folder / "private.conf", std::filesystem::perms::none);
+    const auto check =
+        shell.Capture(prefix + "'" + copy + "' config check '" + (folder / "private.conf") + "' 2>&1",
+                      tovaserverutil::kListingDeadline);
+    EXPECT_EQ(check.exitStatus, 3);
+    EXPECT_THAT(check.output, HasSubstr("cannot be read by this user"));
 }
 
 }  // namespace
