@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <locale.h>
+#include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -302,9 +303,11 @@ public:
             "END LC_TIME\n");
         const std::string command = "localedef --no-archive -c -i " + (m_root / "names.txt") + " " +
                                     (m_root / "xx_XX") + " >/dev/null 2>&1";
-        static_cast<void>(std::system(command.c_str()));  // it warns about what the source leaves out
+        const int status = std::system(command.c_str());
+        const bool compiled =
+            WIFEXITED(status) && WEXITSTATUS(status) <= 1;  // 1: it warned of what is left out
         setenv("LOCPATH", m_root.path().c_str(), 1);
-        m_set = setlocale(LC_TIME, "xx_XX") != nullptr;
+        m_set = compiled && setlocale(LC_TIME, "xx_XX") != nullptr;
     }
     ~ForeignTimes() {
         setlocale(LC_TIME, "C");
