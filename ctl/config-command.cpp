@@ -125,7 +125,7 @@ std::vector<Shown> ShownSettings(const Configuration& configuration, bool regist
 }
 
 std::string OriginText(const Shown& shown, const std::string& file) {
-    const std::string place = file + ":" + std::to_string(shown.line);
+    std::string place = file + ":" + std::to_string(shown.line);
     switch (shown.from) {
         case Shown::From::kFile:
             return place;

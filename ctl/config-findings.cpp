@@ -10,7 +10,6 @@
 
 using tova_service::kSettings;
 using tova_service::Setting;
-using tova_service::SettingKind;
 using tovaserverutil::Profile;
 using tovaserverutil::Trimmed;
 

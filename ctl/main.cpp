@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <cerrno>
 #include <csignal>
 #include <filesystem>
 #include <iostream>
@@ -47,8 +48,10 @@ int main(int argc, char** argv) {
     app.set_help_flag("-h,--help", "Show this help and exit");
     app.require_subcommand(1);
     app.footer(
-        "Examples:\n  baywardctl account set monitor\n  baywardctl account check --login\n\n"
-        "Exit status: 0 done, 1 failed, 2 wrong usage.");
+        "Examples:\n  baywardctl account set monitor\n  baywardctl account check --login\n  baywardctl "
+        "config check\n"
+        "  baywardctl events --test 0xC0008151\n\n"
+        "Exit status: 0 done, 1 failed, 2 wrong usage; commands that have others say so in their help.");
 
     AddAccountCommand(app, doors, chosen);
     AddConfigCommand(app, doors, chosen);
@@ -70,7 +73,14 @@ int main(int argc, char** argv) {
     }
 
     try {
-        return chosen.run();
+        const int status = chosen.run();
+        if (!std::cout.flush()) {
+            // A reader that has seen enough, as "head" does, misses nothing.
+            return errno == EPIPE
+                       ? chosen.failed
+                       : Complain("The results cannot be written to standard output.", chosen.failed);
+        }
+        return status;
     } catch (const UsageError& failure) {
         return Complain(failure.what(), chosen.wrongUsage);
     } catch (const std::exception& failure) {

@@ -81,6 +81,13 @@ TEST(CommandLine, WrongUsageOfTheConfigurationCheck_IsNoneOfItsFindings) {
     }
 }
 
+TEST(CommandLine, ResultsThatCannotBeWritten_AreAFailure) {
+    const Outcome outcome = RunTool("events >/dev/full");
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.err, "baywardctl: The results cannot be written to standard output.\n");
+    EXPECT_EQ(RunTool("config check /dev/null >/dev/full").status, 3);
+}
+
 TEST(CommandLine, AnyoneButRoot_FailsWithStatusOne) {
     const bool isRoot = geteuid() == 0;
     if (isRoot && access("/usr/bin/setpriv", X_OK) != 0) {
