@@ -46,7 +46,7 @@ _JAPANESE = Language("LANG=ja_JP.eucJP", "ja_JP", "euc_jp", "Japanese (ja_JP.euc
 def _arguments(argv: Optional[Sequence[str]]) -> argparse.Namespace:
     parser = argparse.ArgumentParser(
         prog="./run demo", description="Watch the real service report failing drives of a simulated server. It takes "
-        "somewhat more than a minute and changes nothing on this machine; Ctrl+C ends it at any moment.")
+        "somewhat less than two minutes and changes nothing on this machine; Ctrl+C ends it at any moment.")
     parser.add_argument("--ja", action="store_true", help="on a Japanese system (EUC-JP)")
     parser.add_argument("--bin", type=Path, default=_ROOT / "build/release/bin", metavar="DIR",
                         help="run-time folder of the service (default: build/release/bin)")
