@@ -12,7 +12,8 @@ constexpr std::uint64_t kNotSignalled = static_cast<std::uint64_t>(-2);
 
 namespace tovaserverutil {
 
-Thread::Thread(ThreadRoutine routine, void* argument) : m_routine(routine), m_argument(argument) {}
+Thread::Thread(ThreadRoutine routine, void* argument, const char* name)
+    : m_routine(routine), m_argument(argument), m_name(name) {}
 
 Thread::~Thread() {
     if (m_handle != 0) {
@@ -27,6 +28,7 @@ void Thread::Run() {
     m_running = std::make_shared<Running>();
     m_running->routine = m_routine;
     m_running->argument = m_argument;
+    m_running->name = m_name;
     auto forThread = std::make_unique<std::shared_ptr<Running>>(m_running);
     const int result = pthread_create(&m_handle, nullptr, &Thread::ThreadStart, forThread.get());
     if (result != 0) {
@@ -53,6 +55,10 @@ void* Thread::ThreadStart(void* shared) {
         const std::unique_ptr<std::shared_ptr<Running>> running(
             static_cast<std::shared_ptr<Running>*>(shared));
         Running& state = **running;
+        if (state.name != nullptr) {
+            // A thread without its name does its work all the same.
+            (void)pthread_setname_np(pthread_self(), state.name);
+        }
         try {
             status = state.routine(state.argument);
         } catch (...) {

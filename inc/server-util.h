@@ -85,7 +85,9 @@ using ThreadRoutine = std::uint64_t (*)(void*);
 // Not copyable; used by its owner's thread only.
 class Thread {
 public:
-    Thread(ThreadRoutine routine, void* argument);
+    // The name, at most 15 bytes, is what the system's own tools show of the thread; it has to outlive the
+    // thread. Null leaves it with the name of the thread that called Run().
+    Thread(ThreadRoutine routine, void* argument, const char* name = nullptr);
     ~Thread();
     Thread(const Thread&) = delete;
     Thread& operator=(const Thread&) = delete;
@@ -111,6 +113,7 @@ private:
         Event completed;
         ThreadRoutine routine = nullptr;
         void* argument = nullptr;
+        const char* name = nullptr;
         std::uint64_t status = 0;
     };
 
@@ -120,6 +123,7 @@ private:
     std::shared_ptr<Running> m_running;
     ThreadRoutine m_routine;
     void* m_argument;
+    const char* m_name;
 };
 
 class ILock {

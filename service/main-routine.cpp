@@ -5,14 +5,15 @@
 #include "service-param.h"
 #include "service.h"
 #include "system-info.h"
+#include "thread-names.h"
 
 void MainRoutine(unsigned long mode, char** /*argv*/) {
     const std::vector<MonitoringThread> threads = {
-        {&MonitorLogRoutine, "<VK0900> [TR] Create thread for OS log.",
+        {kOsLogThread, &MonitorLogRoutine, "<VK0900> [TR] Create thread for OS log.",
          "<VK0900> [TR] Join thread for OS log.", nullptr},
-        {&SerialLogRoutine, "<VK0900> [TR] Create thread for Serial log.",
+        {kSerialLogThread, &SerialLogRoutine, "<VK0900> [TR] Create thread for Serial log.",
          "<VK0900> [TR] Join thread for Serial log.", nullptr},
-        {&MediaErrorRoutine, "<VK0900> [TR] Create thread for Media Error.",
+        {kMediaErrorThread, &MediaErrorRoutine, "<VK0900> [TR] Create thread for Media Error.",
          "<VK0900> [TR] Join thread for Media Error.", &tova_service::ServiceParameter::mediaErrorCheck},
     };
     SuperviseThreads(*Parameter, StopEvent, threads, mode, LocalSystemInfo,

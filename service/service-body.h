@@ -16,6 +16,7 @@ void RunService(unsigned long mode, char** argv, const std::string& root, MainRo
 // One monitoring thread. Its routine gets a pointer to a stop event of its own and returns soon after that is
 // set.
 struct MonitoringThread {
+    const char* name;  // as Thread's
     tovaserverutil::ThreadRoutine routine;
     const char* startLine;
     const char* joinLine;

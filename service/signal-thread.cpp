@@ -1,11 +1,13 @@
 #include "signal-thread.h"
 
+#include <pthread.h>
 #include <signal.h>
 
 #include <mutex>
 
 #include "service-param.h"
 #include "service.h"
+#include "thread-names.h"
 
 namespace {
 
@@ -15,6 +17,7 @@ std::mutex gateLock;
 bool gateOpen = true;
 
 std::uint64_t WaitForSignals(const sigset_t* set, int stopSignal) {
+    (void)pthread_setname_np(pthread_self(), kSignalThread);
     for (;;) {
         int received = 0;
         const int result = sigwait(set, &received);

@@ -48,7 +48,7 @@ public:
     void Start(const ServiceParameter& parameter, TraceLog& log) {
         for (const auto& entry : m_entries) {
             if (IsWanted(*entry, parameter)) {
-                entry->thread = std::make_unique<Thread>(entry->kind.routine, &entry->stop);
+                entry->thread = std::make_unique<Thread>(entry->kind.routine, &entry->stop, entry->kind.name);
                 entry->thread->Run();
                 log.Write("%s", entry->kind.startLine);
             }

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <memory>
 #include <stdexcept>
+#include <string>
 #include <thread>
 
 #include "server-util.h"
@@ -46,6 +47,33 @@ TEST(Thread, NotRun_HasNoCompletionEventAndJoinsAtOnce) {
     EXPECT_EQ(thread.CompletionEvent(), nullptr);
     thread.Join();
     EXPECT_EQ(calls, 0);
+}
+
+std::uint64_t ReadName(void* argument) {
+    char name[16] = {};
+    pthread_getname_np(pthread_self(), name, sizeof name);
+    *static_cast<std::string*>(argument) = name;
+    return 7;
+}
+
+std::string NameInside(const char* name) {
+    std::string seen;
+    Thread thread(&ReadName, &seen, name);
+    thread.Run();
+    thread.Join();
+    EXPECT_EQ(thread.ExitStatus(), 7u);
+    return seen;
+}
+
+TEST(Thread, Named_CarriesTheName) {
+    EXPECT_EQ(NameInside("Fifteen letters"), "Fifteen letters");
+}
+
+TEST(Thread, NotNamedOrNameTooLong_RunsUnderItsCreatorsName) {
+    std::string own;
+    ReadName(&own);
+    EXPECT_EQ(NameInside(nullptr), own);
+    EXPECT_EQ(NameInside("Sixteen letters!"), own);
 }
 
 TEST(Thread, RoutineReturns_SetsTheCompletionEventAndKeepsTheStatus) {

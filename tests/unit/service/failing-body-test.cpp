@@ -63,9 +63,9 @@ std::uint64_t UntilStopped(void* stopEvent) {
 }
 
 const std::vector<MonitoringThread> kThreads = {
-    {&UntilStopped, "start 1", "join 1", nullptr},
-    {&UntilStopped, "start 2", "join 2", nullptr},
-    {&UntilStopped, "start 3", "join 3", nullptr},
+    {"1", &UntilStopped, "start 1", "join 1", nullptr},
+    {"2", &UntilStopped, "start 2", "join 2", nullptr},
+    {"3", &UntilStopped, "start 3", "join 3", nullptr},
 };
 
 class Supervision : public testing::Test {
@@ -249,7 +249,8 @@ TEST_F(Supervision, ThreadThatCannotBeStopped_KeepsWhatItUses) {
             Require(Becomes([] { return started == 2; }), "threads running");
         };
         stop.Set();
-        Run({{&LoseStopEvent, "start 1", "join 1", nullptr}, {&UntilStopped, "start 2", "join 2", nullptr}});
+        Run({{"1", &LoseStopEvent, "start 1", "join 1", nullptr},
+             {"2", &UntilStopped, "start 2", "join 2", nullptr}});
         Require(calls.pipes.size() == 4, "two stop events, two threads");
         const auto [keptStop, otherStop, keptThread, otherThread] =
             std::tie(calls.pipes[0], calls.pipes[1], calls.pipes[2], calls.pipes[3]);

@@ -1,6 +1,7 @@
 #include "fake-threads.h"
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <unistd.h>
 
 #include <thread>
@@ -17,6 +18,9 @@ namespace {
 
 std::uint64_t Play(FakeThread& fake, void* argument) {
     auto* const stop = static_cast<tovaserverutil::Event*>(argument);
+    char name[16] = {};
+    pthread_getname_np(pthread_self(), name, sizeof name);
+    fake.name = name;
     fake.stop = stop;
     ++fake.starts;
     if (fake.breaksItsStopEvent) {
@@ -38,6 +42,7 @@ void Reset(FakeThread& fake) {
     fake.breaksItsStopEvent = false;
     fake.starts = 0;
     fake.stop = nullptr;
+    fake.name.clear();
     fake.ended = false;
 }
 

@@ -15,6 +15,7 @@ struct FakeThread {
     bool breaksItsStopEvent = false;              // leaves nobody who could read it
     std::atomic<int> starts{0};
     std::atomic<tovaserverutil::Event*> stop{nullptr};
+    std::string name;  // the thread's, to be read when it has ended
     std::atomic<bool> ended{false};
 };
 

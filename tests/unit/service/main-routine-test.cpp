@@ -132,6 +132,13 @@ TEST_F(MainRoutineTest, EachThread_GetsAStopEventOfItsOwn) {
     }
 }
 
+TEST_F(MainRoutineTest, EachThread_CarriesItsName) {
+    Run();
+    EXPECT_EQ(osLog.name, "OS log");
+    EXPECT_EQ(serialLog.name, "Serial log");
+    EXPECT_EQ(mediaError.name, "Media Error");
+}
+
 TEST_F(MainRoutineTest, CheckFalse_LeavesTheMediaErrorThreadOut) {
     root.Configure("[media error]\ncheck=false\n");
     Run();
@@ -330,7 +337,7 @@ TEST_F(MainRoutineTest, NoStopEventsForTheThreads_Throws) {
     close(next);
     const rlimit limit{static_cast<rlim_t>(next) + 4,
                        previous.rlim_max};  // two events fit, the third does not
-    const std::vector<MonitoringThread> threads(3, {&MonitorLogRoutine, "start", "join", nullptr});
+    const std::vector<MonitoringThread> threads(3, {"name", &MonitorLogRoutine, "start", "join", nullptr});
     tova_service::system_info* info = nullptr;
     RecordingSink sink;
     std::string text;
