@@ -52,7 +52,7 @@ public:
     // Reads a new snapshot, appends one event for each state entered since the previous one, and makes it the
     // previous one. False when no snapshot could be read, nothing is compared then. Throws as
     // buildRaidControllers does. A failed read leaves the previous snapshot alone, so that no transition is
-    // lost or doubled.
+    // lost or doubled. Without a previous snapshot every state that is there counts as entered.
     bool check(EventList& events);
 
     // "<VK0902> [ER] MESSAGE" to the trace log.

@@ -115,10 +115,7 @@ void MonitorLoop::RunCycle() {
     if (m_initialized) {
         TakeSnapshot();
     }
-    for (const tovaevent::EvtData& event : m_events) {
-        m_parameter.EventToLog(m_system.get_country_region(), event);
-    }
-    m_events.clear();
+    ReportEvents();
 }
 
 // A changed account logs in at once, with a count of 0: its first failure is not reported. Otherwise a log-in
@@ -177,7 +174,7 @@ void MonitorLoop::TakeSnapshot() {
         if (m_hasBaseline) {
             complete = m_manager.check(m_events);
         } else {
-            complete = m_hasBaseline = m_manager.build();
+            complete = m_hasBaseline = TakeBaseline();
         }
         if (!complete) {
             ThrowIfStopRequested();
@@ -213,6 +210,19 @@ MonitorLoop::TextFailure MonitorLoop::KindInCycle(const std::string& text) {
 }
 
 // ---- Shared with start-up ----
+
+// True when there is a first snapshot for this log-in. It is silent, unless states that began unseen are to
+// be reported: then it is compared with the last snapshot of this run, which is an empty one at first.
+bool MonitorLoop::TakeBaseline() {
+    return m_parameter.reportExisting() ? m_manager.check(m_events) : m_manager.build();
+}
+
+void MonitorLoop::ReportEvents() {
+    for (const tovaevent::EvtData& event : m_events) {
+        m_parameter.EventToLog(m_system.get_country_region(), event);
+    }
+    m_events.clear();
+}
 
 // True when the account has changed; the session of the old one is closed then.
 bool MonitorLoop::TakeAccountOver() {

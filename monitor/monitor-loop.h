@@ -90,6 +90,8 @@ private:
     static TextFailure KindInCycle(const std::string& text);
 
     // Both.
+    bool TakeBaseline();
+    void ReportEvents();
     bool TakeAccountOver();
     void GiveSessionUp();
     void ReportLoginFailed();
@@ -108,7 +110,7 @@ private:
     bool m_initialized = false;  // logged in and usable
     bool m_hasBaseline = false;  // a first snapshot exists for this log-in
     bool m_stopped = false;
-    EventList m_events;  // of one cycle
+    EventList m_events;  // not yet reported
 
     // Start-up only.
     std::uint32_t m_retry = 0;

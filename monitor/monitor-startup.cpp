@@ -36,7 +36,8 @@ bool MonitorLoop::initILoRestManager() {
 
 bool MonitorLoop::BuildAtStartUp() {
     try {
-        if (m_manager.build()) {
+        if (TakeBaseline()) {
+            ReportEvents();
             return true;
         }
         ThrowIfStopRequested();

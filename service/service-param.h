@@ -63,6 +63,7 @@ public:
     const std::string& password() const { return m_password; }
     std::int32_t maxTrials() const { return m_maxTrials; }
     std::int32_t trialInterval() const { return m_trialInterval; }  // milliseconds
+    bool reportExisting() const { return m_reportExisting; }
     bool reportControllerFailures() const { return m_reportControllerFailures; }
     std::uint32_t serialLogInterval() const { return m_serialLogInterval; }  // minutes
     // With the root in front, ready for use.
@@ -85,6 +86,7 @@ private:
     std::string m_password;
     std::int32_t m_maxTrials = 0;
     std::int32_t m_trialInterval = 0;
+    bool m_reportExisting = false;
     bool m_reportControllerFailures = false;
     std::uint32_t m_serialLogInterval = 0;
     std::string m_logDirectory;

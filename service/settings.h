@@ -78,6 +78,12 @@ inline constexpr Setting kTrialInterval{.section = "iLo",
                                         .least = 0,
                                         .most = INT32_MAX,
                                         .beyond = "a negative number is a pause of more than three weeks"};
+inline constexpr Setting kReportExisting{
+    .section = "iLo",
+    .key = "report existing",
+    .kind = SettingKind::kFlag,
+    .meaning = "Report states that began while nobody watched: before the service, or between two sessions.",
+    .absent = 0};
 inline constexpr Setting kSerialLogInterval{
     .section = "serial log",
     .key = "interval",
@@ -121,9 +127,19 @@ inline constexpr Setting kReportControllerFailures{
 
 // All of them, in the order of the sample configuration.
 inline constexpr const Setting* kSettings[] = {
-    &kMaxLogSize,   &kControllerInterval, &kControllerUrl,      &kAccount,
-    &kPassword,     &kMaxTrials,          &kTrialInterval,      &kSerialLogInterval,
-    &kMaxFileCount, &kMediaErrorCheck,    &kMediaErrorInterval, &kReportControllerFailures,
+    &kMaxLogSize,
+    &kControllerInterval,
+    &kControllerUrl,
+    &kAccount,
+    &kPassword,
+    &kMaxTrials,
+    &kTrialInterval,
+    &kReportExisting,
+    &kSerialLogInterval,
+    &kMaxFileCount,
+    &kMediaErrorCheck,
+    &kMediaErrorInterval,
+    &kReportControllerFailures,
 };
 
 // What the file says, as the service reads it: no range applied. Each is for settings of its kind.
