@@ -2,6 +2,7 @@
 // same members; what tells them apart is in the tables of storage-family.
 #include <algorithm>
 #include <charconv>
+#include <limits>
 #include <string_view>
 #include <system_error>
 
@@ -58,7 +59,11 @@ void LoadDrive(RestText& text, DiskDrive& drive) {
     // A drive that tells no wear is not a worn one, whatever the scale of the thresholds.
     drive.endurance = 100 * static_cast<std::int64_t>(drive.enduranceScale);
     if (drive.mediaType.find("SSD") != std::string::npos) {
-        text.loadTolerant("PredictedMediaLifeLeftPercent", drive.endurance);
+        const std::int64_t silent = std::numeric_limits<std::int64_t>::min();
+        std::int64_t told = silent;
+        text.loadTolerant("PredictedMediaLifeLeftPercent", told);
+        drive.enduranceTold = told != silent;
+        drive.endurance = drive.enduranceTold ? told : drive.endurance;
     }
     PLocation location;
     LoadLocation(text, "PhysicalLocation", location);

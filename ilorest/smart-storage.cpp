@@ -1,6 +1,7 @@
 // The reader's steps for the Smart Storage family.
 #include <algorithm>
 #include <iterator>
+#include <limits>
 #include <string_view>
 
 #include "ilorest-reader.h"
@@ -36,7 +37,11 @@ void LoadDrive(RestText& text, DiskDrive& drive) {
         text.loadUnlessNull("Health", drive.health);
         text.loadUnlessNull("State", drive.state);
     });
-    text.loadOptional("SSDEnduranceUtilizationPercentage", drive.endurance);
+    const std::int64_t silent = std::numeric_limits<std::int64_t>::min();
+    std::int64_t told = silent;
+    text.loadOptional("SSDEnduranceUtilizationPercentage", told);
+    drive.enduranceTold = told != silent;
+    drive.endurance = drive.enduranceTold ? told : drive.endurance;
     text.loadUnlessNull("DiskDriveStatusReasons", drive.statusReasons);
     text.insideUnlessNull("FirmwareVersion", [&] {
         text.insideUnlessNull("Current",

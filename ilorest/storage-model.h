@@ -38,6 +38,7 @@ public:
     std::string state;
     std::vector<std::string> statusReasons;
     std::int64_t endurance = 0;  // percent used (Smart Storage) or percent of life left (Redfish)
+    bool enduranceTold = false;  // false: the drive is silent about it, and the value says "not worn"
     std::string firmwareRevision;
     std::uint32_t enduranceScale = 1;
     bool failurePredicted = false;

@@ -185,6 +185,14 @@ TEST_P(MirrorDriveReader, MissingObjects_LeaveTheirDefaults) {
     EXPECT_EQ(drive.location, "Bay 2");
 }
 
+TEST_P(MirrorDriveReader, LifeLeft_SaysWhetherTheDriveTellsIt) {
+    EXPECT_TRUE(Drive(kMrDrive).enduranceTold);
+    EXPECT_TRUE(Drive(With(kMrDrive, "97.9", "100")).enduranceTold);
+    EXPECT_FALSE(Drive(With(kMrDrive, "97.9", "null")).enduranceTold);
+    EXPECT_FALSE(Drive(With(kMrDrive, R"("MediaType":"SSD")", R"("MediaType":"HDD")")).enduranceTold);
+    EXPECT_FALSE(Drive("{}").enduranceTold);
+}
+
 TEST_P(MirrorDriveReader, LifeLeft_IsForSolidStateOnly) {
     EXPECT_EQ(Drive(With(kMrDrive, R"("MediaType":"SSD")", R"("MediaType":"HDD")")).endurance, 100);
     EXPECT_EQ(Drive(With(kMrDrive, R"("MediaType":"SSD")", R"("MediaType":"NVMe SSD")")).endurance, 97);

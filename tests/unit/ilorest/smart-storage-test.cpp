@@ -176,6 +176,7 @@ TEST_F(SmartStorageReader, DriveWithoutWear_IsRead) {
     DiskDrive drive;
     reader->readDiskDrive(*bridge, {"/d"}, drive);
     EXPECT_EQ(drive.endurance, 0);
+    EXPECT_FALSE(drive.enduranceTold);
     EXPECT_EQ(drive.firmwareRevision, "HPD1");
     EXPECT_EQ(Trace().front(), "<VK0999> [TR] ilorest-reader N ssdEnduranceUtilizationPercentage=0");
 }
@@ -186,6 +187,7 @@ TEST_F(SmartStorageReader, RealNumbers_AreCut) {
     reader->readDiskDrive(*bridge, {"/d"}, drive);
     EXPECT_EQ(drive.capacityGB, 600);
     EXPECT_EQ(drive.endurance, 96);
+    EXPECT_TRUE(drive.enduranceTold);
 }
 
 TEST_F(SmartStorageReader, AnyOtherMemberMissing_FailsTheDrive) {
