@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/select.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -13,6 +14,7 @@
 namespace {
 
 constexpr const char* kUnit = "server-util";
+constexpr int kPollLine = 151;             // where a failure of Event::Poll is said to come from
 constexpr char kSignal[] = "SetEvt";       // written with its NUL: 7 bytes
 constexpr std::size_t kConsumedBytes = 8;  // what one wait takes out of the pipe
 constexpr std::int64_t kMicroseconds = 1000000;
@@ -23,6 +25,12 @@ std::int64_t NowInMicroseconds() {
         tovabase::ThrowSystemError(kUnit, __LINE__, errno);
     }
     return static_cast<std::int64_t>(now.tv_sec) * kMicroseconds + now.tv_usec;
+}
+
+// Takes one signal out of the pipe; false, with errno set, when that fails.
+bool ReadSignal(int descriptor) {
+    char buffer[kConsumedBytes];
+    return read(descriptor, buffer, sizeof buffer) >= 0;
 }
 
 }  // namespace
@@ -46,10 +54,18 @@ void Event::Set() {
 }
 
 void Event::Consume() {
-    char buffer[kConsumedBytes];
-    if (read(m_read.get(), buffer, sizeof buffer) < 0) {
+    if (!ReadSignal(m_read.get())) {
         tovabase::ThrowSystemError(kUnit, __LINE__, errno);
     }
+}
+
+bool Event::Poll(int timeoutMs) {
+    pollfd entry{m_read.get(), POLLIN, 0};
+    const int ready = poll(&entry, 1, timeoutMs);
+    if (ready < 0 || (ready > 0 && !ReadSignal(m_read.get()))) {
+        tovabase::ThrowSystemError(kUnit, kPollLine, errno);
+    }
+    return ready > 0;
 }
 
 std::uint32_t Event::WaitMultiple(std::vector<Event*>& events, bool waitAll, unsigned int timeoutMs) {

@@ -6,8 +6,8 @@
 #include <cstdio>
 #include <ctime>
 #include <memory>
-#include <mutex>
 
+#include "local-time.h"
 #include "server-util.h"
 
 namespace {
@@ -20,13 +20,7 @@ constexpr int kBackupPathBytes = 4092;    // of the path, before ".bak"
 std::size_t Stamp(char* buffer, std::size_t size, bool milliseconds) {
     timeval now{};
     tm local{};
-    {
-        // localtime_r alone would keep the time zone that the service was started in. The C library guards
-        // tzset itself, out of the thread sanitizer's sight.
-        static std::mutex zoneLock;
-        const std::lock_guard<std::mutex> zone(zoneLock);
-        tzset();
-    }
+    tovaserverutil::FollowTimeZone();
     if (gettimeofday(&now, nullptr) != 0 || localtime_r(&now.tv_sec, &local) == nullptr) {
         return 0;
     }

@@ -61,6 +61,11 @@ public:
     // twice stays readable. Throws TOVAExcpt when the read fails.
     void Consume();
 
+    // Waits with poll, so for this event alone and whatever the number of its descriptor, at most timeoutMs
+    // milliseconds. True when it was set: the signal is consumed then. Throws TOVAExcpt when poll or read
+    // fails.
+    bool Poll(int timeoutMs);
+
     // Waits for one event (waitAll false: its index in the list is returned) or for every event (waitAll
     // true: 0 is returned), at most timeoutMs milliseconds; kTimeout when the time is over. Every event of
     // the list is used: a null pointer in it is the caller's mistake (WaitAny drops them). An empty list

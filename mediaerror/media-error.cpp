@@ -1,32 +1,30 @@
 #include "media-error.h"
 
-#include "log-manager.h"
-#include "service-param.h"
-#include "stop-wait.h"
+#include <chrono>
+#include <thread>
+
+#include "media-error-cycle.h"
+#include "megaraid.h"
+#include "smart-array.h"
+
+std::uint64_t m_media_error_count = 0;
+std::uint64_t m_media_error_period = 0;
+std::uint64_t m_media_error_intermittently_count = 0;
+std::uint64_t m_media_error_intermittently_period = 0;
 
 namespace {
 
-constexpr const char* kUnit = "media-error";
+constexpr std::chrono::seconds kReportSettles{30};  // the tool may still write when its command has ended
 
-constexpr unsigned int kPeriodMs = 60u * 60000u;  // one hour
-
-void Run(tovaserverutil::Event* stopEvent, tovaserverutil::LogManager& log) {
-    tovaserverutil::StopWait stop(stopEvent);
-    log.WriteLog("<VK0900> [TR] Start cyclic Media Error search.");
-    while (!stop.Wait(kPeriodMs)) {
-    }
-    log.WriteLog("<VK0900> [TR] Break MediaErrorRoutine by StopEvent.");
+void LetReportSettle() {
+    std::this_thread::sleep_for(kReportSettles);
 }
 
 }  // namespace
 
 std::uint64_t MediaErrorRoutine(void* stopEvent) {
-    tovaserverutil::TraceLog& trace = Parameter->Log();
-    try {
-        tovaserverutil::LogManager log(&trace);
-        Run(static_cast<tovaserverutil::Event*>(stopEvent), log);
-    } catch (...) {
-        tovaserverutil::LogCurrentException(trace, kUnit, __LINE__);
-    }
+    tovaserverutil::ShellRunner runner;
+    RunMediaErrorSearch({*Parameter, *static_cast<tovaserverutil::Event*>(stopEvent), runner,
+                         &LetReportSettle, &check_serialLog, &check_MegaRaid_Event});
     return 0;
 }

@@ -1,34 +1,16 @@
 #include "serial-log.h"
 
-#include "log-manager.h"
-#include "service-param.h"
-#include "stop-wait.h"
-
-namespace {
-
-// The one place where this thread's failures are written.
-constexpr const char* kUnit = "service";
-constexpr int kLine = 1540;
-
-constexpr unsigned int kPeriodMs = 10080u * 60000u;  // seven days
-
-void Run(tovaserverutil::Event* stopEvent, tovaserverutil::LogManager& log) {
-    tovaserverutil::StopWait stop(stopEvent);
-    log.WriteLog("<VK0900> [TR] Start cyclic serial log saving.");
-    while (!stop.Wait(kPeriodMs)) {
-    }
-    log.WriteLog("<VK0900> [TR] Break SerialLogRoutine by StopEvent.");
-}
-
-}  // namespace
+#include "serial-log-cycle.h"
 
 std::uint64_t SerialLogRoutine(void* stopEvent) {
-    tovaserverutil::TraceLog& trace = Parameter->Log();
     try {
-        tovaserverutil::LogManager log(&trace);
-        Run(static_cast<tovaserverutil::Event*>(stopEvent), log);
+        tovaserverutil::StopWait wait(static_cast<tovaserverutil::Event*>(stopEvent));
+        tovaserverutil::ShellRunner runner;
+        const tovaserverutil::WallClock clock;
+        RunSerialLog({*Parameter, wait, runner, clock});
     } catch (...) {
-        tovaserverutil::LogCurrentException(trace, kUnit, kLine);
+        // RunSerialLog traces its own failures; this is one of what it needs.
+        tovaserverutil::LogCurrentException(Parameter->Log(), kSerialLogFailureUnit, kSerialLogFailureLine);
     }
     return 0;
 }

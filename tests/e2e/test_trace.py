@@ -10,7 +10,7 @@ from typing import Callable, List
 import pytest
 from watched import Watched, mega_disk, wait_until
 
-from simhost import SimHost
+from simtools.tools import Tools
 
 START = [
     "<VK0900> [TR] MainRoutine started.",
@@ -37,6 +37,8 @@ FREE = {
     "<VK0900> [TR] Start cyclic Media Error search.": "<VK0900> [TR] Break MediaErrorRoutine by StopEvent.",
 }
 
+TOOLS_SAY = re.compile(r"Generating diagnostic report\.\.\.done|Archive:  ADUReport\.zip| +inflating: ADUReport/\S+ *|")
+
 
 def assert_trace(trace: List[str], expected: List[str]) -> None:
     """The trace is `expected` plus, once each and before their end, the first lines of the other threads."""
@@ -46,16 +48,16 @@ def assert_trace(trace: List[str], expected: List[str]) -> None:
     assert [line for line in trace if line not in FREE] == expected
 
 
-def quiet_tools(host: SimHost) -> None:
-    """Diagnostic tools that find nothing to report."""
-    host.install_tool("/opt/smartstorageadmin/ssacli/bin/ssacli", "#!/bin/sh\nexit 0\n")
-    host.install_tool("/opt/MegaRAID/storcli/storcli64", "#!/bin/sh\nexit 0\n")
+def files(folder: Path) -> List[str]:
+    return sorted(path.name for path in folder.iterdir() if path.name != "__pycache__")
 
 
 @pytest.mark.parametrize("stand_alone", [False, True])
-def test_idle_run(watch: Callable[..., Watched], stand_alone: bool) -> None:
+def test_idle_run(watch: Callable[..., Watched], tmp_path: Path, stand_alone: bool) -> None:
     watched = watch(None, stand_alone=stand_alone, speed=1, config={"media error": {"check": "true"}}, copy_runtime=True)
-    quiet_tools(watched.host)
+    tools = watched.host.install_tools(Tools.create(tmp_path / "tools"))
+    tools.add_drive(tools.add_smart_array())
+    before = files(watched.host.runtime)
     watched.start()
     watched.wait_line("Ready to wait stop event.")
     for line in FREE:
@@ -68,7 +70,11 @@ def test_idle_run(watch: Callable[..., Watched], stand_alone: bool) -> None:
                     "<VK0902> [TR] Receive signal 15", *END, "<VK0900> [TR] Service stopped."]
     assert_trace(watched.trace(), expected)
     assert watched.host.syslog_entries() == []
-    assert watched.host.service_output() == ""
+    # In the foreground what the tools say about their work is seen; the service itself says nothing.
+    said = watched.host.service_output().splitlines()
+    assert [line for line in said if not (stand_alone and TOOLS_SAY.fullmatch(line))] == []
+    assert [command.line for command in tools.commands()] == ["ssacli ctrl all diag file=ADUReport.zip", "storcli64 show"]
+    assert files(watched.host.runtime) == before
 
 
 def test_watching_run(start_sim: Callable, watch: Callable[..., Watched]) -> None:

@@ -75,6 +75,63 @@ TEST(Event, SetWithoutReader_ThrowsAndLeavesTheFlagDown) {
     EXPECT_FALSE(event.IsSet());
 }
 
+TEST(EventPoll, Set_ReturnsTrueAndConsumesTheSignal) {
+    Event event;
+    event.Set();
+    EXPECT_TRUE(event.Poll(60000));
+    EXPECT_EQ(BytesIn(event), 0);
+    EXPECT_FALSE(event.Poll(0));
+    EXPECT_TRUE(event.IsSet());
+}
+
+TEST(EventPoll, SetTwice_StaysReadable) {
+    Event event;
+    event.Set();
+    event.Set();
+    EXPECT_TRUE(event.Poll(60000));
+    EXPECT_EQ(BytesIn(event), 14 - 8);
+    EXPECT_TRUE(event.Poll(60000));
+}
+
+TEST(EventPoll, NotSet_WaitsTheWholeTime) {
+    Event event;
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_FALSE(event.Poll(60));
+    EXPECT_GE(std::chrono::steady_clock::now() - start, 55ms);
+}
+
+TEST(EventPoll, SetMeanwhile_EndsTheWait) {
+    Event event;
+    std::thread setter([&] {
+        std::this_thread::sleep_for(20ms);
+        event.Set();
+    });
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_TRUE(event.Poll(60000));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 10s);
+    setter.join();
+}
+
+TEST(EventPoll, PollFails_ThrowsTheErrorNumber) {
+    Event event;
+    std::string text;
+    int code = 0;
+    {
+        const DescriptorLimit limit(0);  // not even one descriptor may be polled
+        text = FailureText([&] { event.Poll(0); }, &code);
+    }
+    EXPECT_EQ(text, "server-util 151 (Err: 22)");
+    EXPECT_EQ(code, 0x10001);
+}
+
+TEST(EventPoll, ReadFails_ThrowsTheErrorNumber) {
+    Event event;
+    ReplaceDescriptor(event.ReadEnd(), "/dev/null", O_WRONLY);
+    int code = 0;
+    EXPECT_EQ(FailureText([&] { event.Poll(60000); }, &code), "server-util 151 (Err: 9)");
+    EXPECT_EQ(code, 0x10001);
+}
+
 TEST(WaitMultiple, EmptyList_ReturnsZeroAtOnce) {
     std::vector<Event*> none;
     EXPECT_EQ(Event::WaitMultiple(none, false, 60000), 0u);

@@ -9,7 +9,6 @@
 #include <thread>
 #include <vector>
 
-#include "log-manager.h"
 #include "server-util.h"
 #include "test-io.h"
 #include "test-root.h"
@@ -273,19 +272,6 @@ TEST_F(TraceLogTest, ManyWritersWithRotation_KeepBothFilesWithinTheLimit) {
     }
     EXPECT_EQ(Current().size(), 1000u);
     EXPECT_EQ(Backup().size(), 1000u);
-}
-
-TEST_F(TraceLogTest, LogManager_ForwardsToItsLog) {
-    TraceLog log(Path(), kNoLimit, true);
-    tovaserverutil::LogManager manager(&log);
-    manager.WriteLog("%s %d", "forwarded", 3);
-    EXPECT_EQ(WithoutStamp(Current()), "forwarded 3\n");
-}
-
-TEST_F(TraceLogTest, LogManagerWithoutLog_DoesNothing) {
-    tovaserverutil::LogManager manager(nullptr);
-    manager.WriteLog("%s", "nowhere");
-    EXPECT_TRUE(std::filesystem::is_empty(root.path()));
 }
 
 template <typename Thrown>

@@ -1,0 +1,29 @@
+// The media-error thread's work: a fresh diagnostic report per cycle, and the searches for medium errors.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+
+#include "server-util.h"
+#include "service-param.h"
+#include "shell.h"
+
+// What the thread works with; everything is borrowed.
+struct MediaErrorDesk {
+    tova_service::ServiceParameter& parameter;
+    tovaserverutil::Event& stop;
+    tovaserverutil::CommandRunner& runner;
+    std::function<void()> letReportSettle;  // the pause between the diagnostic command and the searches
+    std::function<void()> searchSmartArray;
+    std::function<void()> searchMegaRaid;
+};
+
+// The time between two cycles in milliseconds, as poll takes it, of a setting in minutes: the product is one
+// of 32 bits, deliberately so, and what is beyond the largest int is that.
+int MediaErrorWait(std::uint32_t minutes);
+
+// The thread's body, until the stop: a cycle, a wait, a cycle ... The stop is deliberately looked for in the
+// wait alone; one that comes during a cycle is honoured at its end. An exception that leaves the cycle is
+// traced and ends the thread. Either way the files that the cycles left in the working directory are removed.
+// Throws nothing but failures of the trace log and std::bad_alloc.
+void RunMediaErrorSearch(const MediaErrorDesk& desk);
