@@ -48,6 +48,7 @@ void RunSerialLog(const SerialLogDesk& desk) {
     try {
         RunCycles(desk);
     } catch (...) {
-        tovaserverutil::LogCurrentException(desk.parameter.Log(), kSerialLogFailureUnit, kSerialLogFailureLine);
+        tovaserverutil::LogCurrentException(desk.parameter.Log(), kSerialLogFailureUnit,
+                                            kSerialLogFailureLine);
     }
 }
