@@ -28,12 +28,9 @@ std::string_view TitleOf(std::string_view line) {
 }
 
 std::string_view LastPart(std::string_view line) {
-    constexpr std::string_view kEmptyPart = " :";
-    if (line.ends_with(kEmptyPart)) {
-        line.remove_suffix(kEmptyPart.size());
-    }
-    const std::size_t last = line.rfind(" : ");
-    return last == std::string_view::npos ? line : line.substr(last + 3);
+    constexpr std::string_view kJoint = " : ";
+    const std::size_t last = line.rfind(kJoint);
+    return last == std::string_view::npos ? line : line.substr(last + kJoint.size());
 }
 
 bool IsController(std::string_view title) {

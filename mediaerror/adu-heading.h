@@ -8,7 +8,7 @@
 // The heading's first part.
 std::string_view TitleOf(std::string_view line);
 
-// The heading's last part; one that is empty, as a drive's heading in the grouped form may end, is none.
+// The heading's last part. A " :" that ends the line, as it may in the grouped form, belongs to it.
 std::string_view LastPart(std::string_view line);
 
 // Does the first part look like a controller, "Smart Array P840 in slot 1"?

@@ -124,9 +124,7 @@ private:
         if (m_kind == Kind::kStatus && drive.starts_with(kDriveWithKind) && HoldsKind(drive)) {
             const AduHeading heading(line, kStatusHeading);
             ++m_statusDrives;
-            if (!heading.location.empty()) {
-                m_numbers[heading.location] = m_statusDrives;
-            }
+            m_numbers[heading.location] = m_statusDrives;
             m_status.emplace(m_statusDrives, heading);
         } else if (m_kind == Kind::kErrorLog && HoldsKind(drive)) {
             const AduHeading heading(line, kErrorLogHeading);

@@ -199,6 +199,13 @@ TEST(AduReport, GroupedTape_IsSkippedAndNotCounted) {
     }
 }
 
+TEST(AduReport, HeadingWithoutBracketInAStatusSection_IsSkippedAndNotCounted) {
+    EXPECT_THAT(Records(kP840 + " : Physical Drive Status\n" + GroupedDrive("1I:1:1", "") +
+                        "   Physical Drive 1I:1:2 SAS HDD\n" + StatusLines("SN2", "1I", 1, 2) +
+                        GroupedDrive("1I:1:3", "")),
+                ElementsAre("drive 1 [] 1I:1:1 port 1 box 1 bay 1", "drive 2 [] 1I:1:3 port 1 box 1 bay 3"));
+}
+
 TEST(AduReport, SolidStateDrive_IsADrive) {
     EXPECT_THAT(Records(kP840 + " : Physical Drive (480 GB SATA SSD) 1I:1:1 : Physical Drive Status\n"),
                 ElementsAre("drive 1 [] 1I:1:1 port 1 box 1 bay 1"));
@@ -243,6 +250,18 @@ TEST(AduReport, NextController_CountsFromOne) {
                                              testing::StartsWith("drive 1 [] 1I:1:1"),
                                              testing::StartsWith("log 1 [" + other + "] 1I:1:1"),
                                              testing::StartsWith("drive 2 [] 1I:1:2")));
+}
+
+TEST(AduReport, ErrorLogsOfTheNextController_KnowNothingOfTheOneBefore) {
+    const std::string other = "Smart Array P410i in Embedded Slot";
+    EXPECT_THAT(
+        Records(DriveSection(kP840, "1I:1:1", kStatus, "") + DriveSection(kP840, "1I:1:2", kStatus, "") +
+                DriveSection(kP840, "1I:1:1", kErrorLog, "") + DriveSection(kP840, "1I:1:2", kErrorLog, "") +
+                DriveSection(other, "1I:1:2", kErrorLog, "") + DriveSection(other, "1I:1:1", kErrorLog, "")),
+        ElementsAre(testing::StartsWith("drive 1 "), testing::StartsWith("drive 2 "),
+                    testing::StartsWith("log 1 "), testing::StartsWith("log 2 "),
+                    testing::StartsWith("log 1 [" + other + "] 1I:1:2"),
+                    testing::StartsWith("log 2 [" + other + "] 1I:1:1")));
 }
 
 TEST(AduReport, NumberOfAnErrorLog_IsThatOfTheLocationInTheStatusSections) {
