@@ -4,12 +4,16 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <iterator>
 #include <sstream>
+#include <vector>
 
 #include "ctl-error.h"
 #include "fake-commands.h"
 #include "monitor-loop.h"
+#include "serial-log-cycle.h"
 #include "settings.h"
+#include "table-text.h"
 #include "test-root.h"
 
 namespace {
@@ -17,6 +21,7 @@ namespace {
 using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
+using tova_service::Setting;
 
 class NoTerminal : public Terminal {
 public:
@@ -159,26 +164,40 @@ TEST_F(ConfigCommandTest, CheckInColour_ColoursTheLevelAlone) {
 
 // ---- show ----
 
-TEST_F(ConfigCommandTest, ShowAsTable_AlignsValuesDefaultsAndOrigins) {
+TEST_F(ConfigCommandTest, ShowAsTable_HasARowForEachSetting) {
     Configure("[iLo]\ninterval=5\nurl=https://ilo\n");
-    EXPECT_EQ(Show(ConfigCommand::Format::kTable),
-              "SECTION      KEY             VALUE        DEFAULT  UNIT          FROM\n"
-              "log file     max log size    4096         4096     kilobytes     default\n"
-              "iLo          interval        3000         60000    milliseconds  " +
-                  file +
-                  ":2\n"
-                  "iLo          url             https://ilo  -        -             " +
-                  file +
-                  ":3\n"
-                  "iLo          account         -            -        -             default\n"
-                  "iLo          password        -            -        -             default\n"
-                  "iLo          max trials      100          100      -             default\n"
-                  "iLo          trial interval  10           10       milliseconds  default\n"
-                  "serial log   interval        10080        10080    minutes       default\n"
-                  "serial log   max file count  100          100      archives      default\n"
-                  "media error  check           true         true     -             default\n"
-                  "media error  interval        60           60       minutes       default\n"
-                  "iLO host     report          true         true     -             default\n");
+    std::istringstream table(Show(ConfigCommand::Format::kTable));
+    std::vector<std::string> rows;
+    for (std::string line; std::getline(table, line);) {
+        rows.push_back(line);
+    }
+    ASSERT_EQ(rows.size(), std::size(tova_service::kSettings) + 1);
+    EXPECT_THAT(rows[0], testing::ContainsRegex("^SECTION +KEY +VALUE +DEFAULT +UNIT +FROM$"));
+    EXPECT_THAT(rows[1], testing::ContainsRegex("^log file +max log size +4096 +4096 +kilobytes +default$"));
+    EXPECT_THAT(rows[2],
+                testing::ContainsRegex("^iLo +interval +3000 +60000 +milliseconds +" + file + ":2$"));
+    EXPECT_THAT(rows[3], testing::ContainsRegex("^iLo +url +https://ilo +- +- +" + file + ":3$"));
+    EXPECT_THAT(rows.back(), testing::ContainsRegex("^iLO host +report +true +true +- +default$"));
+    for (std::size_t i = 0; i < std::size(tova_service::kSettings); ++i) {
+        const Setting& setting = *tova_service::kSettings[i];
+        EXPECT_THAT(rows[i + 1],
+                    testing::ContainsRegex(std::string("^") + setting.section + " +" + setting.key));
+    }
+}
+
+TEST(TextTable, Columns_AreAsWideAsTheirWidestText) {
+    TextTable table({"A", "LONG TITLE", "C"});
+    table.Add({"longer", "x", ""});
+    table.Add({"故障", "y", "z"});
+    std::ostringstream out;
+    table.Write(out, Paint(false));
+    EXPECT_EQ(out.str(),
+              "A       LONG TITLE  C\n"
+              "longer  x\n"
+              "故障      y           z\n");
+    out.str("");
+    table.Write(out, Paint(true));
+    EXPECT_THAT(out.str(), StartsWith("\033[1mA       LONG TITLE  C\033[0m\nlonger"));
 }
 
 TEST_F(ConfigCommandTest, ShowOfTheAccount_IsWhatTheServiceUses) {
@@ -220,6 +239,11 @@ TEST_F(ConfigCommandTest, ShowWithoutFile_Fails) {
 TEST(Settings, PollingInterval_HasTheLimitsOfTheMonitoringThread) {
     EXPECT_EQ(tova_service::kControllerInterval.least, ClampPollingInterval(0));
     EXPECT_EQ(tova_service::kControllerInterval.most, ClampPollingInterval(UINT32_MAX));
+}
+
+TEST(Settings, SerialLogInterval_HasTheLimitsOfTheSerialLogThread) {
+    EXPECT_EQ(tova_service::kSerialLogInterval.least * 60000, SerialLogPeriod(0));
+    EXPECT_EQ(tova_service::kSerialLogInterval.most * 60000, SerialLogPeriod(UINT32_MAX));
 }
 
 }  // namespace
