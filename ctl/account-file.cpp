@@ -17,6 +17,7 @@
 #include "account-lock.h"
 #include "ctl-error.h"
 #include "file-descriptor.h"
+#include "file-writing.h"
 #include "ilo-account.h"
 
 using tovaserverutil::FileDescriptor;
@@ -30,32 +31,6 @@ constexpr const char* kFolder = "/etc";
 // What is written beside an account file while it is replaced; found later only when a run was killed.
 constexpr const char* kNew = ".new";
 constexpr const char* kPrevious = ".previous";
-
-const char* AdviceFor(int error) {
-    switch (error) {
-        case ENOSPC:
-        case EDQUOT:
-            return "free space there";
-        case EACCES:
-        case EPERM:
-        case EROFS:
-            return "make the folder writable";
-        case ENOENT:
-            return "make the folder";
-        case EISDIR:
-        case ENOTEMPTY:
-        case ELOOP:
-        case EFBIG:
-            return "remove what stands in its place";
-        default:
-            return "check the disk";
-    }
-}
-
-[[noreturn]] void Fail(const std::string& action, const std::string& path, int error) {
-    throw CtlError("Cannot " + action + " " + path + ": " + std::strerror(error) + "; " + AdviceFor(error) +
-                   ", then try again.");
-}
 
 Bytes Encipher(int record, const std::string& uuid, const std::string& text) {
     const AccountKey key(record, uuid);
@@ -77,22 +52,6 @@ Bytes Encipher(int record, const std::string& uuid, const std::string& text) {
     return ciphertext;
 }
 
-// False with errno when not everything could be written.
-bool WriteAll(int file, const Bytes& content) {
-    std::size_t done = 0;
-    while (done < content.size()) {
-        const ssize_t wrote = write(file, content.data() + done, content.size() - done);
-        if (wrote < 0 && errno == EINTR) {
-            continue;
-        }
-        if (wrote < 0) {
-            return false;
-        }
-        done += static_cast<std::size_t>(wrote);
-    }
-    return true;
-}
-
 // A file's content; nothing when there is no such file. What is too large for an account file fails.
 std::optional<Bytes> ReadAll(const std::string& path) {
     constexpr std::size_t kMost = 65536;  // bytes
@@ -102,7 +61,7 @@ std::optional<Bytes> ReadAll(const std::string& path) {
         if (errno == ENOENT) {
             return std::nullopt;
         }
-        Fail(kAction, path, errno);
+        FailOnFile(kAction, path, errno);
     }
     Bytes content(kMost);
     std::size_t done = 0;
@@ -112,7 +71,7 @@ std::optional<Bytes> ReadAll(const std::string& path) {
             continue;
         }
         if (got < 0) {
-            Fail(kAction, path, errno);
+            FailOnFile(kAction, path, errno);
         }
         if (got == 0) {
             content.resize(done);
@@ -120,7 +79,7 @@ std::optional<Bytes> ReadAll(const std::string& path) {
         }
         done += static_cast<std::size_t>(got);
     }
-    Fail(kAction, path, EFBIG);
+    FailOnFile(kAction, path, EFBIG);
 }
 
 // A complete file beside the one whose place it is to take; removed on destruction unless it has.
@@ -131,15 +90,15 @@ public:
         const FileDescriptor file(
             open(m_path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
         if (!file.valid()) {
-            Fail("write", m_path, errno);
+            FailOnFile("write", m_path, errno);
         }
         const bool written = fchmod(file.get(), S_IRUSR | S_IWUSR) == 0 &&
                              (geteuid() != 0 || fchown(file.get(), 0, 0) == 0) &&
-                             WriteAll(file.get(), content) && fsync(file.get()) == 0;
+                             WriteAll(file.get(), content.data(), content.size()) && fsync(file.get()) == 0;
         if (!written) {
             const int error = errno;
             unlink(m_path.c_str());
-            Fail("write", m_path, error);
+            FailOnFile("write", m_path, error);
         }
     }
     ~Replacement() {
@@ -152,7 +111,7 @@ public:
 
     void TakePlace() {
         if (rename(m_path.c_str(), m_target.c_str()) != 0) {
-            Fail("replace", m_target, errno);
+            FailOnFile("replace", m_target, errno);
         }
         m_path.clear();
     }
@@ -189,7 +148,7 @@ bool Remove(const std::string& path) {
         return true;
     }
     if (errno != ENOENT) {
-        Fail("remove", path, errno);
+        FailOnFile("remove", path, errno);
     }
     return false;
 }

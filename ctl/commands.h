@@ -33,6 +33,7 @@ struct CtlDoors {
     std::function<std::unique_ptr<RestBridge>()> makeBridge;
     Paint paint{false};              // of results
     std::string programFolder = {};  // where this program lies, beside the service and its catalogue
+    int progress = -1;               // descriptor of a terminal for what goes on meanwhile; -1 for none
 };
 
 // What the command line asks for. A command whose statuses 1 and 2 are findings names others for its failures
@@ -54,3 +55,4 @@ struct Action {
 void AddAccountCommand(CLI::App& app, const CtlDoors& doors, Action& chosen);
 void AddConfigCommand(CLI::App& app, const CtlDoors& doors, Action& chosen);
 void AddEventsCommand(CLI::App& app, const CtlDoors& doors, Action& chosen);
+void AddStatusCommand(CLI::App& app, const CtlDoors& doors, Action& chosen);

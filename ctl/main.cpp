@@ -42,7 +42,8 @@ int main(int argc, char** argv) {
                          .messages = std::cerr,
                          .makeBridge = [] { return std::make_unique<iLoRestHelper>(ExecutableFolder()); },
                          .paint = Paint(WantsColour(STDOUT_FILENO)),
-                         .programFolder = ExecutableFolder()};
+                         .programFolder = ExecutableFolder(),
+                         .progress = isatty(STDERR_FILENO) == 1 ? STDERR_FILENO : -1};
     Action chosen;
     app.set_version_flag("--version", "baywardctl " BAYWARD_VERSION, "Show the version and exit");
     app.set_help_flag("-h,--help", "Show this help and exit");
@@ -56,6 +57,7 @@ int main(int argc, char** argv) {
     AddAccountCommand(app, doors, chosen);
     AddConfigCommand(app, doors, chosen);
     AddEventsCommand(app, doors, chosen);
+    AddStatusCommand(app, doors, chosen);
 
     try {
         app.parse(argc, argv);

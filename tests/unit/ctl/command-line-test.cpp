@@ -39,7 +39,7 @@ TEST(CommandLine, Version_IsNameAndNumber) {
 
 TEST(CommandLine, HelpAtEachLevel_HasExamplesAndIsAResult) {
     for (const char* level : {"", "account ", "account set ", "account check ", "account remove ", "config ",
-                              "config check ", "config show ", "events "}) {
+                              "config check ", "config show ", "events ", "status "}) {
         const Outcome outcome = RunTool(std::string(level) + "--help");
         EXPECT_EQ(outcome.status, 0) << level;
         EXPECT_THAT(outcome.out, HasSubstr("Example")) << level;
@@ -49,10 +49,10 @@ TEST(CommandLine, HelpAtEachLevel_HasExamplesAndIsAResult) {
 }
 
 TEST(CommandLine, WrongUsage_IsOneSentenceOnStandardErrorAndStatusTwo) {
-    for (const char* arguments :
-         {"", "account", "unknown", "account unknown", "account set a hunter2",
-          "account set --password=hunter2", "account est a hunter2", "account check extra",
-          "account check --unknown", "account remove extra", "--login"}) {
+    for (const char* arguments : {"", "account", "unknown", "account unknown", "account set a hunter2",
+                                  "account set --password=hunter2", "account est a hunter2",
+                                  "account check extra", "account check --unknown", "account remove extra",
+                                  "status --format xml", "status extra", "status --output", "--login"}) {
         const Outcome outcome = RunTool(arguments);
         EXPECT_EQ(outcome.status, 2) << arguments;
         EXPECT_EQ(outcome.out, "") << arguments;

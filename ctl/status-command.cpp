@@ -1,0 +1,130 @@
+#include "status-command.h"
+
+#include <unistd.h>
+
+#include "account-text.h"
+#include "clock.h"
+#include "controller-access.h"
+#include "file-writing.h"
+#include "status-model.h"
+#include "status-progress.h"
+#include "status-read.h"
+#include "status-signals.h"
+#include "system-info.h"
+
+using tova_service::MessageCatalogue;
+
+namespace {
+
+constexpr int kSignalStatus = 128;  // the exit status after a signal is this and its number
+
+std::string HostName() {
+    char name[256] = {};
+    return gethostname(name, sizeof name - 1) == 0 ? Printable(name) : std::string();
+}
+
+}  // namespace
+
+int StatusCommand::Run() {
+    std::string sentence;
+    try {
+        return ShowStatus();
+    } catch (const CtlError& failure) {
+        sentence = failure.what();
+    } catch (const tovabase::TOVAExcpt& failure) {
+        sentence = std::string("The system refused a call (") + failure.text() + "); try again.";
+    }
+    if (m_format == StatusFormat::kNagios) {
+        Put(RenderNagiosFailure(sentence));
+        return kNagiosUnknown;
+    }
+    if (m_format == StatusFormat::kPrometheus) {
+        Put(RenderPrometheusFailure());
+    }
+    throw CtlError(sentence);
+}
+
+int StatusCommand::ShowStatus() {
+    if (m_doors.user != 0) {
+        throw CtlError("\"baywardctl status\" needs root; run it with sudo.");
+    }
+    const std::optional<StatusReport> report = Read();
+    if (!report) {
+        m_doors.messages << "baywardctl: Stopped before the controller was read; its session is closed.\n";
+        return kSignalStatus + m_signal;
+    }
+    Put(Render(*report));
+    return m_format == StatusFormat::kNagios ? static_cast<int>(NagiosStatusOf(*report))
+                                             : static_cast<int>(kDone);
+}
+
+std::optional<StatusReport> StatusCommand::Read() {
+    const ControllerSettings settings = ReadControllerSettings(m_doors.root);
+    const MessageCatalogue catalogue = LoadCatalogue();
+    RegisteredAccount account;
+    ReadRegisteredAccount(m_doors.root, m_doors.commands, account);
+
+    SignalStop stop;
+    Progress progress(m_doors.progress);
+    StatusReport report;
+    report.readAt = tovaserverutil::WallClock().Now();
+    const ControllerRead read =
+        ReadController(m_doors.makeBridge(), m_doors.commands, settings, account, stop.wait(),
+                       [&](unsigned requests) { progress.Show(requests); });
+    m_signal = stop.signal();
+    if (!read.complete) {
+        return std::nullopt;
+    }
+    report.host = HostName();
+    report.url = Printable(read.url);
+    report.version = Printable(read.version);
+    report.duration = read.duration;
+    report.requests = read.requests;
+    report.systems = DescribeSystems(read.snapshot, catalogue, Language());
+    return report;
+}
+
+MessageCatalogue StatusCommand::LoadCatalogue() const {
+    const std::string path = m_doors.programFolder + "/" + tova_service::kMessageFile;
+    MessageCatalogue catalogue;
+    try {
+        catalogue.Load(path);
+    } catch (const tovabase::TOVAExcpt&) {
+        throw CtlError("The message catalogue " + Printable(path) +
+                       " cannot be read; install bayward again.");
+    }
+    return catalogue;
+}
+
+// The service does not start without a locale file; a look at the controller does.
+std::string StatusCommand::Language() const {
+    try {
+        return tova_service::system_info(m_doors.root).get_country_region();
+    } catch (const tovabase::TOVAExcpt&) {
+        return tova_service::kDefaultLanguage;
+    }
+}
+
+std::string StatusCommand::Render(const StatusReport& report) const {
+    switch (m_format) {
+        case StatusFormat::kTable:
+            return RenderTable(report, m_file.empty() ? m_doors.paint : Paint(false));
+        case StatusFormat::kJson:
+            return RenderJson(report);
+        case StatusFormat::kPrometheus:
+            return RenderPrometheus(report);
+        case StatusFormat::kNagios:
+            return RenderNagios(report);
+        case StatusFormat::kHtml:
+            break;
+    }
+    return RenderHtml(report);
+}
+
+void StatusCommand::Put(const std::string& text) {
+    if (m_file.empty()) {
+        m_doors.out << text;
+    } else {
+        ReplaceFile(m_file, text);
+    }
+}

@@ -1,0 +1,70 @@
+// The command line of "baywardctl status".
+#include <CLI/CLI.hpp>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "commands.h"
+#include "status-command.h"
+
+namespace {
+
+struct Options {
+    StatusFormat format = StatusFormat::kTable;
+    std::string file;
+};
+
+const std::map<std::string, StatusFormat> kFormats = {{"table", StatusFormat::kTable},
+                                                      {"json", StatusFormat::kJson},
+                                                      {"prometheus", StatusFormat::kPrometheus},
+                                                      {"nagios", StatusFormat::kNagios},
+                                                      {"html", StatusFormat::kHtml}};
+
+}  // namespace
+
+void AddStatusCommand(CLI::App& app, const CtlDoors& doors, Action& chosen) {
+    CLI::App* const status = app.add_subcommand(
+        "status", "Read the controller once and show every controller, logical drive and physical drive");
+    const auto options = std::make_shared<Options>();
+    status
+        ->add_option_function<std::string>(
+            "--format",
+            [&chosen, options](const std::string& name) {
+                options->format = kFormats.at(name);
+                if (options->format == StatusFormat::kNagios) {
+                    chosen.failed = kNagiosUnknown;
+                    chosen.wrongUsage = kNagiosUnknown;
+                }
+            },
+            "table (default), json, prometheus, nagios or html")
+        ->check(CLI::IsMember(kFormats))
+        ->type_name("FORMAT")
+        ->trigger_on_parse();
+    status
+        ->add_option("--output", options->file,
+                     "Write to this file instead of standard output: its old content stays until the new "
+                     "one is complete")
+        ->type_name("FILE");
+    status->footer(
+        "Reads with the configuration and the registered account of the service, so it needs root. It opens "
+        "a\n"
+        "session of its own and closes it, also after Ctrl+C. A state that began before the service was "
+        "started,\n"
+        "which the service does not report, is shown here.\n\n"
+        "Examples:\n"
+        "  baywardctl status\n"
+        "  baywardctl status --format json | jq '.systems[].controllers[].drives[] | select(.level != "
+        "\"ok\")'\n"
+        "  baywardctl status --format prometheus --output /var/lib/prometheus/node-exporter/bayward.prom\n"
+        "  baywardctl status --format html --output /var/www/html/storage.html\n\n"
+        "Exit status: 0 done (whatever the state of the drives), 1 failed, 2 wrong usage, 128 and the number "
+        "of\n"
+        "the signal after a signal. With --format nagios: 0 OK, 1 WARNING, 2 CRITICAL, 3 UNKNOWN, which is "
+        "also\n"
+        "any failure; the sentence that tells it goes to standard output. With --format prometheus a "
+        "failure\n"
+        "still writes \"bayward_up 0\", and ends with status 1.");
+    status->callback([&doors, &chosen, options] {
+        chosen = [&doors, options] { return StatusCommand(doors, options->format, options->file).Run(); };
+    });
+}

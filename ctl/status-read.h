@@ -1,0 +1,28 @@
+// One look at the controller, as the service looks at it.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "controller-access.h"
+#include "rest-bridge.h"
+#include "shell.h"
+#include "stop-wait.h"
+#include "storage-model.h"
+
+struct ControllerRead {
+    bool complete = false;  // false: a stop was seen, the rest has no meaning
+    std::string url;        // that was used: of the virtual NIC, where this host has it
+    std::string version;    // of the controller's firmware
+    unsigned requests = 0;  // without log-in and log-out
+    std::chrono::milliseconds duration{};
+    ServiceRoot snapshot;
+};
+
+// Logs in, reads everything with the service's reader and logs out, whatever happens. `onRequest` is called
+// before each request with how many it makes; a stop ends the read at the next one. Throws CtlError.
+ControllerRead ReadController(std::unique_ptr<RestBridge> bridge, tovaserverutil::CommandRunner& commands,
+                              const ControllerSettings& settings, const RegisteredAccount& account,
+                              tovaserverutil::StopWait& stop, const std::function<void(unsigned)>& onRequest);

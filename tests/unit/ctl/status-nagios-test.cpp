@@ -1,0 +1,92 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "status-render.h"
+#include "status-reports.h"
+
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+
+namespace {
+
+TEST(StatusNagios, GoodServer_IsOkInOneLine) {
+    const StatusReport report = GoodReport();
+    EXPECT_EQ(NagiosStatusOf(report), kNagiosOk);
+    EXPECT_EQ(RenderNagios(report),
+              "BAYWARD OK - 2 drives, 1 logical drive, all well | controllers=1;;;0 "
+              "controllers_warning=0;0;;0;1 controllers_critical=0;;0;0;1 logical_drives=1;;;0 "
+              "logical_drives_warning=0;0;;0;1 logical_drives_critical=0;;0;0;1 drives=2;;;0 "
+              "drives_warning=0;0;;0;2 drives_critical=0;;0;0;2 life_left_min=98%;21:;6:;0;100 "
+              "requests=38;;;0 time=1234ms;;;0\n");
+}
+
+TEST(StatusNagios, BadServer_IsCriticalAndNamesTheItems) {
+    const StatusReport report = BadReport();
+    EXPECT_EQ(NagiosStatusOf(report), kNagiosCritical);
+    EXPECT_THAT(
+        RenderNagios(report),
+        StartsWith("BAYWARD CRITICAL - HPE Smart Array P408i-a SR Gen10 [Slot 0] logical drive 1 "
+                   "offline; HPE Smart Array P408i-a SR Gen10 [Slot 0] drive 1I:1:2 failed (2 drives, "
+                   "1 logical drive) | "));
+}
+
+TEST(StatusNagios, WarningWithoutEvent_SaysHealthAndState) {
+    StatusReport report = GoodReport();
+    LogicalDriveStatus& drive = report.systems.front().controllers.front().logicalDrives.front();
+    drive.health = "Warning";
+    drive.state = "Degraded";
+    drive.level = Level::kWarning;
+    EXPECT_EQ(NagiosStatusOf(report), kNagiosWarning);
+    EXPECT_THAT(RenderNagios(report), HasSubstr("WARNING - HPE Smart Array P408i-a SR Gen10 [Slot 0] logical "
+                                                "drive 1 Warning, Degraded (2 drives"));
+}
+
+TEST(StatusNagios, ManyProblems_ShowTheWorstAndCountTheRest) {
+    StatusReport report = BadReport();
+    ControllerStatus& controller = report.systems.front().controllers.front();
+    controller.logicalDrives.clear();
+    controller.drives.front().level = Level::kWarning;
+    controller.drives.front().health = "Warning";
+    for (int bay = 3; bay < 10; ++bay) {
+        controller.drives.push_back(FailedDrive("1I:1:" + std::to_string(bay)));
+    }
+    const std::string line = RenderNagios(report);
+    EXPECT_THAT(line, HasSubstr("drive 1I:1:5 failed; and 5 more (9 drives, 0 logical drives) | "));
+    EXPECT_THAT(line, Not(HasSubstr("drive 1I:1:1 ")));
+}
+
+TEST(StatusNagios, HostileTexts_StayOneLineWithOneBar) {
+    const std::string line = RenderNagios(HostileReport());
+    EXPECT_EQ(std::count(line.begin(), line.end(), '\n'), 1);
+    EXPECT_EQ(std::count(line.begin(), line.end(), '|'), 1);
+    EXPECT_EQ(line.find('\x1b'), std::string::npos);
+    EXPECT_LT(line.size(), 1500U);
+}
+
+TEST(StatusNagios, LongTextOfWideCharacters_IsCutBetweenCharacters) {
+    StatusReport report = BadReport();
+    std::string wide;
+    for (int i = 0; i < 200; ++i) {
+        wide += "ド";  // 3 bytes
+    }
+    report.systems.front().controllers.front().model = wide;
+    const std::string line = RenderNagios(report);
+    const std::size_t cut = line.find("...");
+    ASSERT_NE(cut, std::string::npos);
+    EXPECT_EQ(line.substr(cut - 3, 3), "ド");
+}
+
+TEST(StatusNagios, EmptyServer_IsOkWithoutLifeLeft) {
+    const std::string line = RenderNagios(EmptyReport());
+    EXPECT_THAT(line, StartsWith("BAYWARD OK - 0 drives, 0 logical drives, all well | controllers=0;;;0 "));
+    EXPECT_THAT(line, Not(HasSubstr("life_left_min")));
+}
+
+TEST(StatusNagios, Failure_IsUnknownWithoutPerformanceData) {
+    EXPECT_EQ(RenderNagiosFailure("It | failed\nbadly."), "BAYWARD UNKNOWN - It / failed badly.\n");
+}
+
+}  // namespace
