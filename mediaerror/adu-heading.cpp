@@ -46,8 +46,14 @@ std::string_view DrivePart(std::string_view line) {
     if (drive == std::string_view::npos) {
         return {};
     }
+    // Two colons make a place: "Physical Drive Type: SSD" is a value.
     std::string_view rest = line.substr(drive + kDrive.size());
-    return Contains(TakeWord(rest), ":") ? line.substr(drive) : std::string_view();
+    for (std::string_view word = TakeWord(rest); !word.empty(); word = TakeWord(rest)) {
+        if (std::count(word.begin(), word.end(), ':') >= 2) {
+            return line.substr(drive);
+        }
+    }
+    return {};
 }
 
 bool HoldsKind(std::string_view drivePart) {
@@ -67,12 +73,14 @@ void getLocation(std::string_view line, std::string& title, std::string& locatio
         return;
     }
     title.assign(TitleOf(line));
-    // Not the line's first bracket: names of controllers and cages may hold some.
-    const std::size_t bracket = line.find(") ", drive);
+    // The drive's last bracket: its size may hold some, and so may the names of controllers and cages.
+    std::string_view rest = line.substr(drive);
+    rest = rest.substr(0, rest.find(" : "));
+    const std::size_t bracket = rest.rfind(") ");
     if (bracket == std::string_view::npos) {
         return;
     }
-    std::string_view rest = line.substr(bracket + 2);
+    rest.remove_prefix(bracket + 2);
     std::string_view place = TakeWord(rest);
     location.assign(place);
     port.assign(TakePart(place));

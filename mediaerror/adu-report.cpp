@@ -47,15 +47,18 @@ public:
     // The end of a drive's section, also at the end of the report.
     void EndDrive() {
         if (m_status) {
-            const auto drive = m_status->End();
+            auto drive = m_status->End();
             m_status.reset();
             if (drive) {
+                drive->controller = m_controller;
                 m_sink.drive(*drive);
             }
         }
         if (m_errorLog) {
-            m_sink.errorLog(m_errorLog->End());
+            AduErrorLog log = m_errorLog->End();
             m_errorLog.reset();
+            log.controller = m_controller;
+            m_sink.errorLog(log);
         }
     }
 

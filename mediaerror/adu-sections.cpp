@@ -67,6 +67,12 @@ bool HoldsMediumError(std::string_view value) {
     return false;
 }
 
+// Does the key in the line begin a longer label, as in "Sense Key Specific 0x00"?
+bool IsLongerLabel(std::string_view line, std::string_view key) {
+    const std::string_view rest = line.substr(line.find(key) + key.size());
+    return rest.size() > 1 && rest[0] == ' ' && IsLetter(rest[1]);
+}
+
 // Labels have inner blanks and stand two of them, or a tab, apart.
 std::size_t LabelSize(std::string_view labels) {
     std::size_t end = 0;
@@ -216,10 +222,12 @@ void ErrorLogSection::TakeSenseKey(std::string_view text) {
         return;
     }
     const std::string_view value(m_value);
-    m_pending = HoldsMediumError(value.substr(0, value.find(kReferenceTime)));
-    if (m_pending) {
+    if (HoldsMediumError(value.substr(0, value.find(kReferenceTime)))) {
         ++m_log.count;
+        m_pending = true;
         TakeReferenceTime(text);  // in case the whole entry stands in one line
+    } else if (!IsLongerLabel(text, kSenseKey)) {
+        m_pending = false;  // the next error
     }
 }
 

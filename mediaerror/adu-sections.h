@@ -7,15 +7,17 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "adu-heading.h"
 #include "error-times.h"
 
 // A drive's status section. Texts are printable.
 struct AduDrive {
-    int number = 0;        // the drive's order among those of its controller, from 1
-    std::string serial;    // empty when the drive does not tell it
-    std::string location;  // as the heading prints it, "1I:1:11"
+    std::string controller;  // its title, as it stands in the headings
+    int number = 0;          // the drive's order among those of its controller, from 1
+    std::string serial;      // empty when the drive does not tell it
+    std::string location;    // as the heading prints it, "1I:1:11"
     int port = 0;
     int box = 0;
     int bay = 0;
@@ -23,6 +25,7 @@ struct AduDrive {
 
 // A drive's error log. Texts are printable.
 struct AduErrorLog {
+    std::string controller;
     // The number that the status section gave the location; when there was none, the drive's order among the
     // error logs of its controller.
     int number = 0;
@@ -69,9 +72,10 @@ public:
     // Throws what std::stoi throws when a part of the heading's location is no number.
     ErrorLogSection(int number, const AduHeading& heading);
 
-    // Throws what std::stoul throws when the time of a medium error is no hexadecimal number.
+    // Throws what std::stoul throws when the time behind the sense key of a medium error is no hexadecimal
+    // number; a line of the table with such a word is no row.
     void Take(std::string_view line);
-    const AduErrorLog& End() const { return m_log; }
+    AduErrorLog End() { return std::move(m_log); }  // to be called once
 
 private:
     // kExpected: a header may still come. kSeen: the next letter ends the table.

@@ -2,8 +2,11 @@
 
 #include <algorithm>
 #include <limits>
+#include <map>
 #include <memory>
 #include <set>
+#include <string>
+#include <utility>
 
 #include "adu-report.h"
 #include "medium-error-event.h"
@@ -28,11 +31,12 @@ std::unique_ptr<LineSource> Open(tovaserverutil::CommandRunner& runner) {
     if (auto lines = FileLines::OpenFirst({kTestReport})) {
         return lines;
     }
-    // Unzip has unpacked everything when it ends with 1; it only found something to grumble about. Any other
-    // failure may leave half a report, or the one of an earlier search.
+    // What unzip got out of a damaged archive is worth reading. Any other failure leaves nothing, or the
+    // report of an earlier run of the service.
+    constexpr int kDamaged = 3;  // and less: from a warning to a severe error in the archive's format
     const CommandResult result = runner.Execute(kUnpack, kListingDeadline);
     const bool unpacked =
-        result.Succeeded() || (result.started && !result.timedOut && result.exitStatus == 1);
+        result.started && !result.timedOut && result.exitStatus >= 0 && result.exitStatus <= kDamaged;
     return unpacked ? FileLines::OpenFirst({kReport}) : nullptr;
 }
 
@@ -42,14 +46,21 @@ public:
     DriveFacts(pd_addr_map& drives, const MediumErrorReporter& report) : m_drives(drives), m_report(report) {}
 
     void Take(const AduDrive& drive) {
+        m_known[{drive.controller, drive.location}] = {drive.serial, false};
         Start(drive, drive.serial);
         m_drives.set_serial(drive.location, drive.serial);
     }
 
     void Take(const AduErrorLog& log) {
-        // Afresh, so that nothing is left from the report before, and nothing from a drive that has the same
-        // port and number on another controller.
-        Start(log, m_drives.find_serial(log.location));
+        // Another controller may have a drive in the same place.
+        Known& drive = m_known[{log.controller, log.location}];
+        m_drives.set_serial(log.location, drive.serial);
+        if (!drive.logged) {
+            // Afresh, so that nothing is left from the report before, and nothing from a drive that has the
+            // same port and number on another controller.
+            Start(log, drive.serial);
+            drive.logged = true;
+        }
         for (const std::uint64_t time : log.times.Times()) {
             m_drives.add_reference_time(log.port, log.number, log.location, time);
         }
@@ -67,6 +78,12 @@ public:
     }
 
 private:
+    // What the report has told of a drive so far.
+    struct Known {
+        std::string serial;
+        bool logged = false;  // an error log of it has been seen
+    };
+
     // The first drive of a port replaces what the map held of that port; the other ones join it.
     template <typename Record>
     void Start(const Record& drive, const std::string& serial) {
@@ -81,7 +98,8 @@ private:
 
     pd_addr_map& m_drives;
     const MediumErrorReporter& m_report;
-    std::set<int> m_ports;  // in this report
+    std::set<int> m_ports;                                         // in this report
+    std::map<std::pair<std::string, std::string>, Known> m_known;  // by controller and location
 };
 
 }  // namespace

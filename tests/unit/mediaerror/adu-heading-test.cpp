@@ -71,6 +71,11 @@ TEST(GetLocation, Bracket_IsRequiredInStatusSectionsOnly) {
               "Physical Drive [SAS HDD (4 TB) 1I:1:1|1I:1:1|1I|1|1");
 }
 
+TEST(GetLocation, BracketsInTheSize_AreNotTheEndOfIt) {
+    EXPECT_EQ(Location("X : Physical Drive (2 TB (SAS) HDD) 1I:1:1 : Physical Drive Status", kStatusHeading),
+              "X|1I:1:1|1I|1|1");
+}
+
 TEST(GetLocation, IncompleteLocation_LeavesTheMissingPartsEmpty) {
     EXPECT_EQ(Location("X : Physical Drive (SAS HDD) 1I:7", kErrorLogHeading), "X|1I:7|1I|7|");
     EXPECT_EQ(Location("X : Physical Drive (SAS HDD) ::", kErrorLogHeading), "X|::|||");

@@ -206,6 +206,26 @@ TEST(AduReport, HeadingWithoutBracketInAStatusSection_IsSkippedAndNotCounted) {
                 ElementsAre("drive 1 [] 1I:1:1 port 1 box 1 bay 1", "drive 2 [] 1I:1:3 port 1 box 1 bay 3"));
 }
 
+TEST(AduReport, ValuesThatNameThePhysicalDrive_AreNoHeadings) {
+    for (const std::string value : {"   Physical Drive State: OK\n", "   Physical Drive Type: SAS HDD\n",
+                                    "   Physical Drive Type   SSD\n"}) {
+        EXPECT_THAT(Records(DriveSection(kP840, "1I:1:1", kStatus, value + StatusLines("SN1", "1I", 1, 1)) +
+                            DriveSection(kP840, "1I:1:1", kErrorLog, value + Entry(3, 16))),
+                    ElementsAre("drive 1 [SN1] 1I:1:1 port 1 box 1 bay 1",
+                                "log 1 [" + kP840 + "] 1I:1:1 port 1 box 1 bay 1 count 1 times 16"))
+            << value;
+    }
+}
+
+TEST(AduReport, HeadingInAnErrorLogWithAWordBeforeItsBracket_IsTheNextDrive) {
+    EXPECT_THAT(
+        Records(kP840 + " : " + kErrorLog + "\n" + GroupedDrive("1I:1:1", Entry(3, 16)) +
+                "   Physical Drive 2 (2 TB SAS HDD) 1I:1:2 :\n" + Entry(3, 32)),
+        ElementsAre(
+            "log 1 [Physical Drive (2 TB SAS HDD) 1I:1:1] 1I:1:1 port 1 box 1 bay 1 count 1 times 16",
+            "log 2 [Physical Drive 2 (2 TB SAS HDD) 1I:1:2] 1I:1:2 port 1 box 1 bay 2 count 1 times 32"));
+}
+
 TEST(AduReport, SolidStateDrive_IsADrive) {
     EXPECT_THAT(Records(kP840 + " : Physical Drive (480 GB SATA SSD) 1I:1:1 : Physical Drive Status\n"),
                 ElementsAre("drive 1 [] 1I:1:1 port 1 box 1 bay 1"));

@@ -135,6 +135,17 @@ TEST(AduSections, EntryOfOneLine_IsCounted) {
               "count 1 times 10");
 }
 
+TEST(AduSections, LongerLabelThatBeginsWithTheSenseKey_IsNoEntry) {
+    EXPECT_EQ(
+        LogOf("   Sense Key            0x03\n   Sense Key Specific   0x00\n   Reference Time       0x10\n"),
+        "count 1 times 16");
+}
+
+TEST(AduSections, NextErrorBeforeTheTime_TakesTheTime) {
+    EXPECT_EQ(LogOf("   Sense Key   0x03\n   Sense Key   0x01\n   Reference Time   0x10\n"), "count 1 times");
+    EXPECT_EQ(LogOf("   Sense Key: 0x03\n   Sense Key: 0x01\n   Reference Time   0x10\n"), "count 1 times");
+}
+
 TEST(AduSections, SenseKeyValue_HoldsTheWholeNumber) {
     EXPECT_EQ(LogOf("   Sense Key   0x03 (Medium Error)\n"), "count 1 times");
     EXPECT_EQ(LogOf("   Sense Key   3 (0x03)\n"), "count 1 times");

@@ -8,6 +8,7 @@
 #include <limits>
 #include <stdexcept>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "adu-texts.h"
@@ -153,7 +154,8 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         Unpacking{"Success", {.started = true, .timedOut = false, .exitStatus = 0, .output = {}}, true},
         Unpacking{"Warnings", {.started = true, .timedOut = false, .exitStatus = 1, .output = {}}, true},
-        Unpacking{"Damage", {.started = true, .timedOut = false, .exitStatus = 3, .output = {}}, false},
+        Unpacking{"Damage", {.started = true, .timedOut = false, .exitStatus = 3, .output = {}}, true},
+        Unpacking{"NoArchive", {.started = true, .timedOut = false, .exitStatus = 9, .output = {}}, false},
         Unpacking{"NoUnzip", {.started = true, .timedOut = false, .exitStatus = 127, .output = {}}, false},
         Unpacking{"Signal", {.started = true, .timedOut = false, .exitStatus = -1, .output = {}}, false},
         Unpacking{"Deadline", {.started = true, .timedOut = true, .exitStatus = 1, .output = {}}, false},
@@ -275,6 +277,40 @@ TEST_F(SmartArrayTest, ControllersWithEqualPlaces_KeepTheirDrivesApart) {
     EXPECT_EQ(told[0].drive, told[1].drive);
     EXPECT_FALSE(told[0].marked);
     EXPECT_FALSE(told[1].marked);  // 10 and 10 are not 20
+}
+
+TEST_F(SmartArrayTest, ControllersWithEqualPlacesInGroupedOrder_KeepTheirSerialNumbers) {
+    const std::string other = "Smart Array P440 in slot 2";
+    std::string statuses;
+    std::string logs;
+    for (const auto& [controller, serial, count] :
+         {std::tuple(kP840, "SN-A", 19u), std::tuple(other, "SN-B", 1u)}) {
+        statuses += DriveSection(controller, "1I:1:1", kStatus, StatusLines(serial, "1I", 1, 1));
+        logs += DriveSection(controller, "1I:1:1", kErrorLog, Errors(Minutes(100, count)));
+    }
+    Search(statuses + logs);
+    ASSERT_EQ(told.size(), 2u);
+    EXPECT_EQ(told[0].serial, "SN-A");
+    EXPECT_TRUE(told[0].marked);
+    EXPECT_EQ(told[1].serial, "SN-B");
+    EXPECT_FALSE(told[1].marked);
+}
+
+TEST_F(SmartArrayTest, PlaceThatOnlyAnotherControllerKnows_HasNoSerialNumber) {
+    Search(DriveSection(kP840, "1I:1:1", kStatus, StatusLines("SN-A", "1I", 1, 1)) +
+           DriveSection("Smart Array P440 in slot 2", "1I:1:1", kErrorLog, Errors({1})));
+    ASSERT_EQ(told.size(), 1u);
+    EXPECT_EQ(told[0].serial, "");
+}
+
+TEST_F(SmartArrayTest, TwoLogsOfOneDrive_AreOneListOfTimes) {
+    Search(DriveSection(kP840, "1I:1:1", kStatus, StatusLines("SN1", "1I", 1, 1)) +
+           DriveSection(kP840, "1I:1:1", kErrorLog, Errors(Minutes(100, 10))) +
+           DriveSection(kP840, "1I:1:1", kErrorLog, Errors(Minutes(200, 9))));
+    ASSERT_EQ(told.size(), 2u);
+    EXPECT_FALSE(told[0].marked);
+    EXPECT_TRUE(told[1].marked);
+    EXPECT_EQ(told[1].count, 9);
 }
 
 TEST_F(SmartArrayTest, DrivesOfOnePort_AreAllKept) {
