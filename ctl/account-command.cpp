@@ -91,12 +91,14 @@ void AccountCommand::Check(bool login) {
 void AccountCommand::LogIn(const RegisteredAccount& registered) {
     const ControllerSettings settings = ReadControllerSettings(m_doors.root);
     std::string failure;
+    bool verified = false;
     const std::unique_ptr<RestBridge> bridge = m_doors.makeBridge();
     try {
         std::string secret = OrNone(registered.password);
         const WipeOnExit wipe(secret);
         bridge->init(settings.url.c_str(), OrNone(registered.account).c_str(), secret.c_str(),
                      settings.trials, settings.trialInterval);
+        verified = bridge->isVerified();
     } catch (const char* text) {
         failure = *text != '\0' ? text : "no reason given";
     }
@@ -108,7 +110,8 @@ void AccountCommand::LogIn(const RegisteredAccount& registered) {
     if (!failure.empty()) {
         FailOnController(settings, failure);
     }
-    m_doors.out << "The controller at " << Printable(settings.url) << " accepted the account (200).\n";
+    m_doors.out << "The controller at " << Printable(settings.url) << " accepted the account (200).\n"
+                << (verified ? "Its certificate is verified.\n" : "");
 }
 
 // ---- remove ----

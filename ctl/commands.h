@@ -30,6 +30,7 @@ struct CtlDoors {
     Terminal& terminal;
     std::ostream& out;       // results
     std::ostream& messages;  // everything else
+    // With the configured connection settings; throws CtlError when they cannot be read.
     std::function<std::unique_ptr<RestBridge>()> makeBridge;
     Paint paint{false};              // of results
     std::string programFolder = {};  // where this program lies, beside the service and its catalogue

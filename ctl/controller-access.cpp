@@ -9,7 +9,6 @@
 #include "account-text.h"
 #include "ctl-error.h"
 #include "ilo-account.h"
-#include "rest-bridge.h"
 #include "secret.h"
 #include "server-profile.h"
 #include "service-param.h"
@@ -34,6 +33,15 @@ std::uint32_t Bounded(std::int32_t configured, std::uint32_t most) {
 [[noreturn]] void FailUnreadable(const std::string& file) {
     throw CtlError("The account file " + file +
                    " cannot be deciphered, it is damaged or was made on another machine; " + kRegister);
+}
+
+void ReadConfiguration(const std::string& file, tovaserverutil::Profile& profile) {
+    try {
+        profile.ReadProfile();
+    } catch (const tovabase::TOVAExcpt&) {
+        throw CtlError("The configuration file " + file +
+                       " cannot be read; without it no controller is known, so put it there.");
+    }
 }
 
 bool ReadRecord(int record, const std::string& root, tovaserverutil::CommandRunner& commands,
@@ -94,12 +102,7 @@ ControllerSettings ReadControllerSettings(const std::string& root) {
     ControllerSettings settings;
     settings.configuration = root + tova_service::kConfigurationFile;
     tovaserverutil::Profile profile(settings.configuration);
-    try {
-        profile.ReadProfile();
-    } catch (const tovabase::TOVAExcpt&) {
-        throw CtlError("The configuration file " + settings.configuration +
-                       " cannot be read; without it no controller is known, so put it there.");
-    }
+    ReadConfiguration(settings.configuration, profile);
     settings.url = ReadText(profile, tova_service::kControllerUrl);
     if (settings.url.empty()) {
         settings.url = kInBandUrl;
@@ -107,6 +110,13 @@ ControllerSettings ReadControllerSettings(const std::string& root) {
     settings.trials = Bounded(ReadSigned(profile, tova_service::kMaxTrials), kMostTrials);
     settings.trialInterval = Bounded(ReadSigned(profile, tova_service::kTrialInterval), kMostTrialInterval);
     return settings;
+}
+
+ConnectionSettings ReadConnectionSettings(const std::string& root) {
+    const std::string file = root + tova_service::kConfigurationFile;
+    tovaserverutil::Profile profile(file);
+    ReadConfiguration(file, profile);
+    return {ReadText(profile, tova_service::kCaFile)};
 }
 
 void FailOnController(const ControllerSettings& settings, const std::string& failure) {

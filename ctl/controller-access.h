@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 
+#include "rest-bridge.h"
 #include "shell.h"
 
 // The account that the service logs in with. Its password is wiped on destruction.
@@ -35,6 +36,9 @@ struct ControllerSettings {
 
 // As the service reads them; `root` goes before the configuration file's path. Throws CtlError.
 ControllerSettings ReadControllerSettings(const std::string& root);
+
+// How the service connects to it. Throws CtlError.
+ConnectionSettings ReadConnectionSettings(const std::string& root);
 
 // Throws the CtlError that tells why the controller gave nothing. `failure` is the bridge's text.
 [[noreturn]] void FailOnController(const ControllerSettings& settings, const std::string& failure);

@@ -6,9 +6,11 @@
 #include <csignal>
 #include <filesystem>
 #include <iostream>
+#include <memory>
 #include <string>
 
 #include "commands.h"
+#include "controller-access.h"
 #include "ctl-error.h"
 #include "ilorest-helper.h"
 
@@ -22,6 +24,10 @@ int Complain(const std::string& sentence, int status) {
 // The helper module lies beside the executable.
 std::string ExecutableFolder() {
     return std::filesystem::read_symlink("/proc/self/exe").parent_path().string();
+}
+
+std::unique_ptr<RestBridge> MakeBridge() {
+    return std::make_unique<iLoRestHelper>(ExecutableFolder(), ReadConnectionSettings({}));
 }
 
 }  // namespace
@@ -40,7 +46,7 @@ int main(int argc, char** argv) {
                          .terminal = terminal,
                          .out = std::cout,
                          .messages = std::cerr,
-                         .makeBridge = [] { return std::make_unique<iLoRestHelper>(ExecutableFolder()); },
+                         .makeBridge = &MakeBridge,
                          .paint = Paint(WantsColour(STDOUT_FILENO)),
                          .programFolder = ExecutableFolder(),
                          .progress = isatty(STDERR_FILENO) == 1 ? STDERR_FILENO : -1};

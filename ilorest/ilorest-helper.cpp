@@ -9,6 +9,8 @@
 #include <thread>
 #include <utility>
 
+#include "text.h"
+
 namespace {
 
 constexpr const char* kUnit = "ilorest-helper";
@@ -27,6 +29,8 @@ constexpr const char* kRefusedText = "value=InvalidCredentialsError, SecuritySta
 constexpr const char* kOtherErrorText = "value=etc error";
 
 constexpr const char* kNoText = "None";
+
+constexpr const char* kInBandScheme = "blobstore://";
 
 // What failure texts may show of a password.
 const char* Masked(const char* password) {
@@ -73,7 +77,11 @@ const char* ErrorText(long answer) {
 }  // namespace
 
 iLoRestHelper::iLoRestHelper(std::string moduleFolder, PythonRuntime::RestartPolicy policy)
-    : m_runtime(std::move(moduleFolder), policy) {}
+    : iLoRestHelper(std::move(moduleFolder), ConnectionSettings{}, policy) {}
+
+iLoRestHelper::iLoRestHelper(std::string moduleFolder, ConnectionSettings settings,
+                             PythonRuntime::RestartPolicy policy)
+    : m_runtime(std::move(moduleFolder), policy), m_settings(std::move(settings)) {}
 
 void iLoRestHelper::init(const char* host, const char* account, const char* password,
                          std::uint32_t retryCount, std::uint32_t retryInterval) {
@@ -99,11 +107,13 @@ void iLoRestHelper::init(const char* host, const char* account, const char* pass
         if (result) {
             const long answer = ReadInteger(result.get());
             m_iLOInitialized = answer == kSuccess;
+            m_sessionVerified = m_verifies && !tovaserverutil::Contains(host, kInBandScheme);
             resultText = answer == kRefused ? kRefusedText : kOtherErrorText;
         }
         LogPendingError(__LINE__);
     }
     if (!m_iLOInitialized) {
+        LogReport();
         (void)std::snprintf(
             m_message, sizeof m_message,
             "%s %u iLoRestReader initialize failed. result=%s(fnc=%s para1=%s para2=%s para3=%s)", kUnit,
@@ -329,7 +339,47 @@ void iLoRestHelper::Import() {
     }
     if (!m_module) {
         m_runtime.Finalize();
+        return;
     }
+    Configure();
+}
+
+// Hands the settings to a module that wants them. Whatever comes of it, the module is used.
+void iLoRestHelper::Configure() {
+    m_verifies = false;
+    const PyRef function = FindFunction("configure");
+    if (!function) {
+        if (!m_settings.caFile.empty()) {
+            writeLog("The helper module knows no CA file; connections are not verified.");
+        }
+        return;
+    }
+    const PyRef path(PyUnicode_DecodeFSDefault(m_settings.caFile.c_str()));
+    const PyRef settings(PyDict_New());
+    const bool filled = path && settings && PyDict_SetItemString(settings.get(), "ca file", path.get()) == 0;
+    const PyRef done(filled ? PyObject_CallFunctionObjArgs(function.get(), settings.get(), nullptr)
+                            : nullptr);
+    m_verifies = done && !m_settings.caFile.empty();
+    if (!done) {
+        const char* failure = PyExceptionClass_Name(PyErr_Occurred());
+        writeLog(std::string("The helper module did not take the settings (") +
+                 tovaserverutil::Printable(failure) + ").");
+        PyErr_Clear();
+    }
+}
+
+// Why the call before failed, as the module tells it.
+void iLoRestHelper::LogReport() {
+    if (m_logger == nullptr || !m_module) {
+        return;
+    }
+    const PyRef function = FindFunction("take_report");
+    const PyRef result = function ? Call(function, {}) : PyRef();
+    const char* text = result && PyUnicode_Check(result.get()) ? PyUnicode_AsUTF8(result.get()) : nullptr;
+    if (text != nullptr && *text != '\0') {
+        writeLog(tovaserverutil::Printable(text));
+    }
+    PyErr_Clear();
 }
 
 // Empty when the module has no such attribute or it cannot be called.
@@ -377,6 +427,7 @@ void iLoRestHelper::LogPendingError(int line) {
 }
 
 void iLoRestHelper::ThrowGetFailed(int line, const char* resultText) {
+    LogReport();
     (void)std::snprintf(m_message, sizeof m_message,
                         "%s %u iLoRestReader get failed.result=%s(fnc=%s para1=%s)", kUnit,
                         static_cast<unsigned>(line), resultText, fnc.c_str(), para1.c_str());

@@ -10,6 +10,9 @@
 #include "python-runtime.h"
 #include "rest-bridge.h"
 
+// Where the service's module lies: in the working directory.
+inline constexpr const char* kModuleFolder = ".";
+
 // Starts the interpreter on first use, ends it with finalize() or destruction and starts it again on the next
 // use. States: no interpreter -> module loaded -> session open -> module loaded (close) -> no interpreter
 // (finalize).
@@ -22,14 +25,21 @@
 //
 // Passwords go to Python only: what is recorded of them is "***".
 //
+// Two functions of the module are optional. `configure`, called after every import with a dict of the
+// settings
+// ("ca file": its path, empty for none), raises nothing; a failure of it is one trace line and changes
+// nothing else. `take_report`, called after a failed call when there is a logger, returns why it failed in
+// one line without secrets, or an empty text; the line goes to the trace log.
+//
 // Every call, the destructor included, comes from one thread; there are no locks. Python errors never stay
 // pending.
 class iLoRestHelper : public RestBridge {
 public:
-    // The module lies in the working directory.
-    iLoRestHelper() : iLoRestHelper(".") {}
+    iLoRestHelper() : iLoRestHelper(kModuleFolder) {}
     explicit iLoRestHelper(std::string moduleFolder,
                            PythonRuntime::RestartPolicy policy = PythonRuntime::DefaultPolicy());
+    iLoRestHelper(std::string moduleFolder, ConnectionSettings settings,
+                  PythonRuntime::RestartPolicy policy = PythonRuntime::DefaultPolicy());
     ~iLoRestHelper() override = default;
     iLoRestHelper(const iLoRestHelper&) = delete;
     iLoRestHelper& operator=(const iLoRestHelper&) = delete;
@@ -64,6 +74,7 @@ public:
     void set_vNIC(bool vNIC) override { m_vNIC = vNIC; }
     bool get_vNIC() const override { return m_vNIC; }
     bool isiLOInitialized() const override { return m_iLOInitialized; }
+    bool isVerified() const override { return m_iLOInitialized && m_sessionVerified; }
     bool isPyInitialized() const { return static_cast<bool>(m_module); }
     LastCall lastCall() const override { return {fnc, para1, para2, para3}; }
     void clearError() override;
@@ -95,6 +106,8 @@ private:
                 const char* third = "");
     void ClearMessage();
     void Import();
+    void Configure();
+    void LogReport();
     PyRef FindFunction(const char* name) const;
     PyRef FindFunctionOrImport(const char* name);
     [[noreturn]] void GiveUpOnModule();
@@ -123,6 +136,9 @@ private:
     char m_value[18196] = {};           // the last result text
     [[maybe_unused]] std::uint32_t m_reserved = 0;
     bool m_iLOInitialized = false;
+    ConnectionSettings m_settings;
+    bool m_verifies = false;  // the imported module has taken the CA file
+    bool m_sessionVerified = false;
     bool m_vNIC = false;
     tovaserverutil::TraceLog* m_logger = nullptr;
 };

@@ -11,7 +11,7 @@
 namespace {
 
 // Python's own remarks (warnings, exceptions in destructors) go nowhere. What a module logs still reaches the
-// error stream: that is where a foreground run and baywardctl show why a controller cannot be reached.
+// error stream: that is where baywardctl, which has no trace log, shows why a controller cannot be reached.
 constexpr const char* kQuieten = R"(
 import sys, warnings
 

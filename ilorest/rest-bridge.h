@@ -6,6 +6,14 @@
 
 #include "server-util.h"
 
+// How the connection to a controller is made.
+struct ConnectionSettings {
+    // Absolute path of a PEM file, read at each log-in: the controller's certificate is verified with it, and
+    // a log-in whose certificate fails, or whose file is of no use, fails as "other error". Empty: the
+    // connection is encrypted, but the certificate is not verified.
+    std::string caFile;
+};
+
 // One session with a management controller. Failures are thrown as C strings (const char*) that stay valid
 // until the next call of the same object. Used by one thread.
 class RestBridge {
@@ -40,6 +48,9 @@ public:
     virtual void set_vNIC(bool vNIC) = 0;
     virtual bool get_vNIC() const = 0;
     virtual bool isiLOInitialized() const = 0;
+    // Was the controller's certificate verified when the open session was opened? False without a session,
+    // without a CA file and for the in-band channel, which has no certificate.
+    virtual bool isVerified() const { return false; }
     virtual LastCall lastCall() const = 0;
     // Forgets an error that the interpreter still holds.
     virtual void clearError() = 0;

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "ilorest-helper.h"
 #include "secret.h"
 
 using tovabase::TOVAExcpt;
@@ -23,10 +24,12 @@ std::string TextOr(const std::string& text, const char* replacement) {
 
 iLoRestManager::iLoRestManager() : iLoRestManager(nullptr) {}
 
-iLoRestManager::iLoRestManager(TraceLog* log)
+iLoRestManager::iLoRestManager(TraceLog* log) : iLoRestManager(log, ConnectionSettings{}) {}
+
+iLoRestManager::iLoRestManager(TraceLog* log, const ConnectionSettings& settings)
     : m_log(log),
       m_commands(m_shell),
-      m_reader(std::make_unique<iLoRestReader>()),
+      m_reader(std::make_unique<iLoRestReader>(std::make_unique<iLoRestHelper>(kModuleFolder, settings))),
       m_rules([this](const std::string& text) { writeLog(text); }) {}
 
 iLoRestManager::iLoRestManager(TraceLog* log, std::unique_ptr<iLoRestReader> reader, CommandRunner& commands)

@@ -18,6 +18,8 @@ public:
     iLoRestManager();
     // The trace log is borrowed; null for none.
     explicit iLoRestManager(tovaserverutil::TraceLog* log);
+    // The settings are those of its connections.
+    iLoRestManager(tovaserverutil::TraceLog* log, const ConnectionSettings& settings);
     // With other doors to the controller and to commands (borrowed).
     iLoRestManager(tovaserverutil::TraceLog* log, std::unique_ptr<iLoRestReader> reader,
                    tovaserverutil::CommandRunner& commands);

@@ -9,10 +9,12 @@ std::uint64_t MonitorLogRoutine(void* stopEvent) {
     try {
         tovaserverutil::StopWait wait(static_cast<tovaserverutil::Event*>(stopEvent));
         const tovaserverutil::Clock clock;
-        RunMonitor(*Parameter, *LocalSystemInfo, std::make_unique<iLoRestManager>(&Parameter->Log()), wait,
-                   clock, [](int record, unsigned char* buffer, std::size_t length) {
-                       return DecryptAccount(record, buffer, length);
-                   });
+        RunMonitor(
+            *Parameter, *LocalSystemInfo,
+            std::make_unique<iLoRestManager>(&Parameter->Log(), ConnectionSettings{Parameter->caFile()}),
+            wait, clock, [](int record, unsigned char* buffer, std::size_t length) {
+                return DecryptAccount(record, buffer, length);
+            });
     } catch (...) {
         // RunMonitor traces its own failures; this is one of what it needs.
         tovaserverutil::LogCurrentException(Parameter->Log(), kFailureUnit, kThreadFailureLine);

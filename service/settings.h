@@ -49,6 +49,13 @@ inline constexpr Setting kControllerUrl{
     .key = "url",
     .kind = SettingKind::kText,
     .meaning = "Address of the management controller; empty: the local in-band channel."};
+inline constexpr Setting kCaFile{
+    .section = "iLo",
+    .key = "ca file",
+    .kind = SettingKind::kText,
+    .meaning =
+        "PEM file of the authorities that may vouch for the controller; empty: its certificate is not "
+        "verified."};
 inline constexpr Setting kAccount{
     .section = "iLo",
     .key = "account",
@@ -130,6 +137,7 @@ inline constexpr const Setting* kSettings[] = {
     &kMaxLogSize,
     &kControllerInterval,
     &kControllerUrl,
+    &kCaFile,
     &kAccount,
     &kPassword,
     &kMaxTrials,

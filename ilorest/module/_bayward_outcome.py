@@ -10,7 +10,8 @@ REFUSED = 401  # the credentials or the controller's security state
 OTHER = 10001  # every other failure
 
 _log = logging.getLogger("baywardilorest")
-_last_report = ""
+# Lines said: the last one logged, the last one noted for who takes reports, and that one while it is not taken.
+_logged = _noted = _untaken = ""
 
 _PRINTABLE = bytes(code if 0x20 <= code <= 0x7E else ord("?") for code in range(256))
 
@@ -64,15 +65,30 @@ def printable(text: str) -> str:
 
 
 def report(text: str) -> None:
-    """Say why something failed, in one line; a cause that stays is said once, not in every cycle."""
-    global _last_report
+    """Say why something failed, in one line; a cause that stays is logged once, not at every request."""
+    global _logged, _noted, _untaken
     line = printable(text[:300])
-    if line != _last_report:
-        _last_report = line
+    if line != _logged:
+        _logged = line
         _log.warning("%s", line)
+    if line != _noted:
+        _noted = _untaken = line
+
+
+def take_report() -> str:
+    """The last line that was said and not taken yet; empty when there is none. Each log-in may say the same anew."""
+    global _untaken
+    line, _untaken = _untaken, ""
+    return line
+
+
+def begin_attempt() -> None:
+    """A log-in begins, which says why it fails to who takes reports, also when that is what the last one said."""
+    global _noted
+    _noted = ""
 
 
 def forget_report() -> None:
     """Something worked again: the same failure is news when it comes back."""
-    global _last_report
-    _last_report = ""
+    global _logged, _noted
+    _logged = _noted = ""

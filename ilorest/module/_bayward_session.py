@@ -58,9 +58,10 @@ class RenewedSession:
 class HttpsSession(RenewedSession):
     """One session. The account is kept while the session is open, because an expired one has to be renewed."""
 
-    def __init__(self, target: Target) -> None:
+    def __init__(self, target: Target, ca_file: str = "") -> None:
+        """The CA file, when there is one, is read here. Raises Failure when it is of no use."""
         super().__init__()
-        self._connection = Connection(target)
+        self._connection = Connection(target, ca_file)
         self._account = ""
         self._password = ""
         self._token = ""

@@ -10,6 +10,9 @@ from _bayward_outcome import OTHER, Failure
 _IN_BAND_SCHEME = "blobstore://"
 IN_BAND_URL = f"{_IN_BAND_SCHEME}."
 _HTTPS_PORT = 443
+# The two ends of the virtual-NIC link, the same in every server.
+VNIC_HOST = "16.1.15.2"
+VNIC_CONTROLLER = "16.1.15.1"
 # What a request target may hold unquoted; "%" too, as ids come quoted already.
 _PATH_CHARACTERS = "/%:?[]@!$&'()*+,;=~"
 

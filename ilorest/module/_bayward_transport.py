@@ -8,7 +8,7 @@ import urllib.parse
 
 from _bayward_outcome import OTHER, Answer, Deadline, Failure
 from _bayward_target import Target, quoted_path
-from _bayward_wire import Http, make_tls_context
+from _bayward_wire import Http
 
 MAX_BODY_BYTES = 1024 * 1024  # answers have some kilobytes; with 200 drives inlined, half a megabyte
 MAX_REDIRECTS = 3
@@ -24,9 +24,9 @@ class _Unanswered(Failure):
 class Connection:
     """Requests to one controller over one kept-alive connection, opened when needed. For one thread."""
 
-    def __init__(self, target: Target) -> None:
+    def __init__(self, target: Target, ca_file: str = "") -> None:
         self._target = target
-        self._http = Http(target, make_tls_context())
+        self._http = Http(target, ca_file)
 
     def close(self) -> None:
         """Close the connection; the next request opens it again. Never raises."""

@@ -6,10 +6,8 @@ import io
 
 from _bayward_command import output_of
 from _bayward_outcome import OTHER, Failure
-from _bayward_target import parse_target
+from _bayward_target import VNIC_CONTROLLER, VNIC_HOST, parse_target
 
-HOST_ADDRESS = "16.1.15.2"
-CONTROLLER_ADDRESS = "16.1.15.1"
 LIST_SECONDS = 10.0
 
 
@@ -22,7 +20,7 @@ def is_assigned(host: str) -> bool | None:
     target = parse_target(host)
     if target.in_band:
         raise Failure(OTHER, "The in-band channel has no address.")
-    wanted = HOST_ADDRESS if target.host == CONTROLLER_ADDRESS else target.host
+    wanted = VNIC_HOST if target.host == VNIC_CONTROLLER else target.host
     listing = output_of("ip", "addr", "show", seconds=LIST_SECONDS)
     return None if listing is None else any(_address(line) == wanted for line in io.BytesIO(listing))
 

@@ -3,15 +3,21 @@
 from __future__ import annotations
 
 import http.client
+import os
 import select
 import socket
 import ssl
+import stat
 
-from _bayward_outcome import Deadline
-from _bayward_target import Target
+from _bayward_outcome import OTHER, Deadline, Failure
+from _bayward_target import VNIC_CONTROLLER, VNIC_HOST, Target
 
 CONNECT_SECONDS = 5.0  # for the TCP connection over all addresses, and again for the TLS handshake
 READ_SECONDS = 30.0    # without a byte from the controller
+
+# A certificate in the CA file is trusted itself, also without the one that signed it: many controllers send nothing but
+# their own, signed by an authority that only their maker has. (Python names the flag since 3.10.)
+_PARTIAL_CHAIN = 0x80000
 
 
 class _LimitedSocket(ssl.SSLSocket):
@@ -52,14 +58,40 @@ class _Response(http.client.HTTPResponse):
         return version, http.client.CONTINUE if interim else status, reason
 
 
-def make_tls_context() -> ssl.SSLContext:
-    """The one place where TLS is set up. Controllers leave the factory with self-signed certificates: not verified."""
+def make_tls_context(ca_file: str = "", names: bool = True) -> ssl.SSLContext:
+    """The one place where TLS is set up. Raises Failure(OTHER) when the CA file is of no use.
+
+    Controllers leave the factory with self-signed certificates, so without a CA file nothing is verified. With one the
+    chain is, and unless `names` is False the host name as well.
+    """
     context = ssl.SSLContext(ssl.PROTOCOL_TLS_CLIENT)
     context.minimum_version = ssl.TLSVersion.TLSv1_2
-    context.check_hostname = False
-    context.verify_mode = ssl.CERT_NONE
     context.sslsocket_class = _LimitedSocket
+    context.check_hostname = bool(ca_file) and names
+    if ca_file:
+        context.verify_mode = ssl.CERT_REQUIRED
+        context.verify_flags |= _PARTIAL_CHAIN
+        _load(context, ca_file)
+    else:
+        context.verify_mode = ssl.CERT_NONE
     return context
+
+
+def _load(context: ssl.SSLContext, ca_file: str) -> None:
+    """Trust the certificates of the file, and no others."""
+    try:
+        if not os.path.isabs(ca_file):
+            raise OSError("it is no absolute path")
+        if not stat.S_ISREG(os.stat(ca_file).st_mode):
+            raise OSError("it is no file")  # a pipe would never end
+        context.load_verify_locations(cafile=ca_file)
+        if not context.cert_store_stats()["x509"]:
+            raise OSError("it holds no certificate")
+    except ssl.SSLError:
+        raise Failure(OTHER, f'The CA file "{ca_file}" cannot be used: it holds no certificate in PEM form.') from None
+    except (OSError, ValueError) as error:
+        reason = getattr(error, "strerror", None) or str(error)
+        raise Failure(OTHER, f'The CA file "{ca_file}" cannot be used: {reason}.') from None
 
 
 class Http(http.client.HTTPConnection):
@@ -68,9 +100,14 @@ class Http(http.client.HTTPConnection):
     default_port = 443
     response_class = _Response
 
-    def __init__(self, target: Target, context: ssl.SSLContext) -> None:
+    def __init__(self, target: Target, ca_file: str = "") -> None:
         super().__init__(target.host, target.port)
-        self._context = context
+        # On the virtual-NIC link no certificate can name the controller, whose address every server has. Instead of the
+        # name counts that the connection leaves from this server's end of the link, so that it goes nowhere else.
+        on_link = bool(ca_file) and target.host == VNIC_CONTROLLER
+        self._source = VNIC_HOST if on_link else ""
+        self._target = target
+        self._context = make_tls_context(ca_file, names=not on_link)
         self._addresses: list = []
         self.deadline = Deadline(0)
 
@@ -82,6 +119,10 @@ class Http(http.client.HTTPConnection):
         try:
             plain.settimeout(self.deadline.left(CONNECT_SECONDS))
             self.sock = self._context.wrap_socket(plain, server_hostname=self.host.partition("%")[0])
+        except ssl.SSLCertVerificationError as error:
+            reason = error.verify_message.rstrip(".")
+            raise Failure(OTHER, f"{self._target}: The controller's certificate is not trusted: {reason}; check the CA "
+                                 "file and the URL.") from None
         finally:
             plain.close()  # wrapping took the descriptor over; without it this closes a failed connection
 
@@ -92,7 +133,7 @@ class Http(http.client.HTTPConnection):
         for index, entry in enumerate(self._addresses):
             share = limit.left(CONNECT_SECONDS) / (len(self._addresses) - index)
             try:
-                plain = _connected(entry, share)
+                plain = _connected(entry, share, self._source)
             except OSError as error:
                 failure = error
             else:
@@ -102,12 +143,14 @@ class Http(http.client.HTTPConnection):
         raise failure
 
 
-def _connected(entry: tuple, seconds: float) -> socket.socket:
-    """A TCP connection to one of getaddrinfo's entries. Raises OSError."""
+def _connected(entry: tuple, seconds: float, source: str) -> socket.socket:
+    """A TCP connection to one of getaddrinfo's entries, from the address `source` if there is one. Raises OSError."""
     family, kind, protocol, _, address = entry
     plain = socket.socket(family, kind, protocol)
     try:
         plain.settimeout(seconds)
+        if source:
+            plain.bind((source, 0))
         plain.connect(address)
         plain.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
     except BaseException:

@@ -1,7 +1,8 @@
 """The service's door to the management controller: every function takes texts and returns, whatever happens.
 
 A result code is 200 (session open), 401 (credentials or security state refused) or 10001 (any other failure).
-One thread uses the module; one session is open at a time.
+One thread uses the module; one session is open at a time. Why something failed is logged as a warning and, for a host
+without a terminal, can be fetched with `take_report`.
 
 Time limits over HTTPS: connecting 5 s and the TLS handshake 5 s, 30 s without a byte, 45 s for a whole log-in or `get`
 (with redirects and a renewed session), 5 s for a log-out. Two waits have no limit of ours:
@@ -18,7 +19,8 @@ import _bayward_resources
 import _bayward_session
 import _bayward_shaping
 import _bayward_vnic
-from _bayward_outcome import OPENED, OTHER, Deadline, Failure, forget_report, report
+from _bayward_outcome import OPENED, OTHER, Deadline, Failure, begin_attempt, forget_report, report
+from _bayward_outcome import take_report  # noqa: F401: one of the module's functions
 from _bayward_target import Target, parse_target
 
 SERVICE_ROOT = "/redfish/v1/"
@@ -34,6 +36,7 @@ class _Open:
 
 
 _open: _Open | None = None
+_ca_file = ""
 
 
 def _answered(function):  # type: ignore[no-untyped-def]
@@ -67,6 +70,17 @@ def _unexpected(error: BaseException, function: str) -> str:
         place = place.tb_next
     where = "" if place is None else f" at {os.path.basename(place.tb_frame.f_code.co_filename)}:{place.tb_lineno}"
     return f"An error of the service itself: {type(error).__name__} in {function}(){where}; please report it."
+
+
+def configure(settings: dict) -> None:
+    """Take over the settings, from the next log-in on. Unknown ones are ignored.
+
+    "ca file"   absolute path of a PEM file, read at each log-in: the certificate's chain and host name are verified
+                with it, and a log-in whose certificate fails, or whose CA file is of no use, is 10001. Empty or absent:
+                the connection is encrypted but not verified.
+    """
+    global _ca_file
+    _ca_file = settings.get("ca file", "")
 
 
 @_answered
@@ -123,6 +137,7 @@ def close() -> None:
 
 def _log_in(host: str, account: str, password: str) -> None:
     global _open
+    begin_attempt()
     _close()
     target = parse_target(host)
     session = _session_for(target)
@@ -144,7 +159,7 @@ def _close() -> None:
 
 def _session_for(target: Target):  # type: ignore[no-untyped-def]
     if not target.in_band:
-        return _bayward_session.HttpsSession(target)
+        return _bayward_session.HttpsSession(target, _ca_file)
     import _bayward_inband  # only servers that are reached in-band pay for it
 
     return _bayward_inband.InbandSession()

@@ -11,7 +11,7 @@ import time
 import pytest
 from raw_server import answer, with_sessions
 
-import _bayward_transport
+import _bayward_wire
 
 UNAUTHORIZED = {"error": {"@Message.ExtendedInfo": [{"MessageId": "iLO.2.34.UnauthorizedLoginAttempt"}]}}
 SESSION_LIMIT = {"error": {"@Message.ExtendedInfo": [{"MessageId": "Base.1.18.SessionLimitExceeded"}]}}
@@ -130,7 +130,7 @@ def test_handshake_that_hangs_ends_with_the_connect_limit(module, short_limits):
 
 
 def test_tls_older_than_1_2_is_not_offered():
-    context = _bayward_transport.make_tls_context()
+    context = _bayward_wire.make_tls_context()
     assert context.minimum_version == ssl.TLSVersion.TLSv1_2
 
 

@@ -33,6 +33,7 @@ public:
         calls;  // "init HOST ACCOUNT PASSWORD COUNT INTERVAL", "close", "reset", "clearError", ...;
                 // "init ignored" for an init that an open session makes do nothing
     bool initialized = false;
+    bool verified = false;
     std::string sessionHost;  // whom the helper module has a session with; empty for none
     bool vNIC = false;
     LastCall last;
@@ -93,6 +94,7 @@ public:
     void set_vNIC(bool on) override { vNIC = on; }
     bool get_vNIC() const override { return vNIC; }
     bool isiLOInitialized() const override { return initialized; }
+    bool isVerified() const override { return verified; }
     LastCall lastCall() const override { return last; }
     void clearError() override { calls.emplace_back("clearError"); }
     void setLogger(tovaserverutil::TraceLog* log) override { logger = log; }
@@ -161,6 +163,7 @@ public:
     void set_vNIC(bool on) override { m_bridge.set_vNIC(on); }
     bool get_vNIC() const override { return m_bridge.get_vNIC(); }
     bool isiLOInitialized() const override { return m_bridge.isiLOInitialized(); }
+    bool isVerified() const override { return m_bridge.isVerified(); }
     LastCall lastCall() const override { return m_bridge.lastCall(); }
     void clearError() override { m_bridge.clearError(); }
     void setLogger(tovaserverutil::TraceLog* log) override { m_bridge.setLogger(log); }

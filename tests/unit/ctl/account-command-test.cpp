@@ -258,6 +258,23 @@ TEST_F(AccountCommandTest, CheckLogin_AcceptedAccountIs200AndLogsOut) {
     Command().Check(true);
     EXPECT_THAT(out.str(), HasSubstr("The controller at https://ilo accepted the account (200).\n"));
     EXPECT_THAT(bridge.calls, ElementsAre("init https://ilo monitor secret 100 10", "close"));
+    EXPECT_THAT(out.str(), Not(HasSubstr("verified")));
+}
+
+TEST_F(AccountCommandTest, CheckLoginOverAVerifiedConnection_SaysSo) {
+    Register("monitor", "secret");
+    bridge.verified = true;
+    Command().Check(true);
+    EXPECT_THAT(out.str(), HasSubstr("accepted the account (200).\nIts certificate is verified.\n"));
+}
+
+TEST_F(AccountCommandTest, ConnectionSettings_AreTheServices) {
+    root.Write("etc/opt/tarn/bayward/bayward.conf", "[iLo]\nca file=/etc/ssl/ilo.pem\n");
+    EXPECT_EQ(ReadConnectionSettings(root.path()).caFile, "/etc/ssl/ilo.pem");
+    root.Write("etc/opt/tarn/bayward/bayward.conf", "[iLo]\nurl=https://ilo\n");
+    EXPECT_EQ(ReadConnectionSettings(root.path()).caFile, "");
+    std::filesystem::remove(root / "etc/opt/tarn/bayward/bayward.conf");
+    EXPECT_THAT(FailureOf<CtlError>([&] { ReadConnectionSettings(root.path()); }), HasSubstr("bayward.conf"));
 }
 
 TEST_F(AccountCommandTest, CheckLogin_UsesTheConfiguredTrialsAndTheInBandChannel) {
