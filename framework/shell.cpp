@@ -129,6 +129,15 @@ bool WaitForEnd(pid_t pid, OutputReader& output, milliseconds limit) {
     return true;
 }
 
+// The whole grace, even when the shell ends at once: it may only have wrapped the program that is still
+// cleaning up, and while the shell is not reaped nothing tells whether its group is empty.
+void LetGroupEnd(OutputReader& output) {
+    const SteadyClock::time_point end = SteadyClock::now() + kEndGrace;
+    while (SteadyClock::now() < end) {
+        output.ReadPiece(kSlice);
+    }
+}
+
 CommandResult Run(const std::string& command, milliseconds deadline, int writeEnd, FileDescriptor* toClose,
                   OutputReader& output) {
     CommandResult result;
@@ -143,7 +152,7 @@ CommandResult Run(const std::string& command, milliseconds deadline, int writeEn
     if (!WaitForEnd(*pid, output, deadline)) {
         result.timedOut = true;
         kill(-*pid, SIGTERM);
-        WaitForEnd(*pid, output, kEndGrace);
+        LetGroupEnd(output);
         kill(-*pid, SIGKILL);
     }
     result.exitStatus = Reap(*pid);

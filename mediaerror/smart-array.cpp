@@ -31,12 +31,13 @@ std::unique_ptr<LineSource> Open(tovaserverutil::CommandRunner& runner) {
     if (auto lines = FileLines::OpenFirst({kTestReport})) {
         return lines;
     }
-    // What unzip got out of a damaged archive is worth reading. Any other failure leaves nothing, or the
-    // report of an earlier run of the service.
-    constexpr int kDamaged = 3;  // and less: from a warning to a severe error in the archive's format
+    // What unzip got out of a damaged archive, or onto a full disk, is worth reading. Without an archive, or
+    // without unzip, there is nothing, or the report of an earlier run of the service.
+    constexpr int kNoArchive = 9;
+    constexpr int kNotRun = 126;  // and above: the shell's own
     const CommandResult result = runner.Execute(kUnpack, kListingDeadline);
-    const bool unpacked =
-        result.started && !result.timedOut && result.exitStatus >= 0 && result.exitStatus <= kDamaged;
+    const bool unpacked = result.started && !result.timedOut && result.exitStatus >= 0 &&
+                          result.exitStatus != kNoArchive && result.exitStatus < kNotRun;
     return unpacked ? FileLines::OpenFirst({kReport}) : nullptr;
 }
 

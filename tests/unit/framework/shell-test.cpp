@@ -115,6 +115,17 @@ TEST(ShellRunner, PastTheDeadline_TheWholeGroupIsEnded) {
     EXPECT_TRUE(EndsSoon(std::stoi(result.output)));
 }
 
+TEST(ShellRunner, ProgramThatTheShellWraps_HasTimeToCleanUpPastTheDeadline) {
+    const TestRoot folder;
+    const std::string file = folder.path() + "/cleaned";
+    const CommandResult result =
+        ShellRunner().Execute("sh -c 'trap \"sleep 0.3; echo yes > " + file +
+                                  "; exit 0\" TERM; while :; do sleep 0.05; done'; true",
+                              300ms);
+    EXPECT_TRUE(result.timedOut);
+    EXPECT_TRUE(std::ifstream(file).good());
+}
+
 TEST(ShellRunner, CommandThatIgnoresSigterm_IsKilled) {
     const auto start = Steady::now();
     const CommandResult result =

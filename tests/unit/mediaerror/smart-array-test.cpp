@@ -155,6 +155,7 @@ INSTANTIATE_TEST_SUITE_P(
         Unpacking{"Success", {.started = true, .timedOut = false, .exitStatus = 0, .output = {}}, true},
         Unpacking{"Warnings", {.started = true, .timedOut = false, .exitStatus = 1, .output = {}}, true},
         Unpacking{"Damage", {.started = true, .timedOut = false, .exitStatus = 3, .output = {}}, true},
+        Unpacking{"FullDisk", {.started = true, .timedOut = false, .exitStatus = 50, .output = {}}, true},
         Unpacking{"NoArchive", {.started = true, .timedOut = false, .exitStatus = 9, .output = {}}, false},
         Unpacking{"NoUnzip", {.started = true, .timedOut = false, .exitStatus = 127, .output = {}}, false},
         Unpacking{"Signal", {.started = true, .timedOut = false, .exitStatus = -1, .output = {}}, false},
