@@ -78,6 +78,7 @@ std::optional<StatusReport> StatusCommand::Read() {
     report.host = HostName();
     report.url = Printable(read.url);
     report.version = Printable(read.version);
+    report.connectionVerified = read.verified;
     report.duration = read.duration;
     report.requests = read.requests;
     report.systems = DescribeSystems(read.snapshot, catalogue, Language());

@@ -1,4 +1,5 @@
 // "baywardctl status --format html": one page without script that loads nothing.
+#include <algorithm>
 #include <cstdio>
 
 #include "events-table.h"
@@ -238,6 +239,21 @@ std::string Controller(const ControllerStatus& controller) {
     return html + "</section>\n";
 }
 
+// On a screen that shows no more than the beginning, the beginning shows what is wrong.
+std::vector<const ControllerStatus*> WorstFirst(const StatusReport& report) {
+    std::vector<const ControllerStatus*> controllers;
+    for (const SystemStatus& system : report.systems) {
+        for (const ControllerStatus& controller : system.controllers) {
+            controllers.push_back(&controller);
+        }
+    }
+    std::stable_sort(controllers.begin(), controllers.end(),
+                     [](const ControllerStatus* left, const ControllerStatus* right) {
+                         return WorstLevel(*left) > WorstLevel(*right);
+                     });
+    return controllers;
+}
+
 }  // namespace
 
 std::string RenderHtml(const StatusReport& report) {
@@ -253,10 +269,8 @@ std::string RenderHtml(const StatusReport& report) {
     if (TallyControllers(report).total == 0) {
         html += "<section><p>The management controller lists no storage controller.</p></section>\n";
     }
-    for (const SystemStatus& system : report.systems) {
-        for (const ControllerStatus& controller : system.controllers) {
-            html += Controller(controller);
-        }
+    for (const ControllerStatus* controller : WorstFirst(report)) {
+        html += Controller(*controller);
     }
     return html + "</main><footer>Made by baywardctl status.</footer></body></html>\n";
 }

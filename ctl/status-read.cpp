@@ -40,6 +40,7 @@ public:
     void set_vNIC(bool vNIC) override { m_bridge->set_vNIC(vNIC); }
     bool get_vNIC() const override { return m_bridge->get_vNIC(); }
     bool isiLOInitialized() const override { return m_bridge->isiLOInitialized(); }
+    bool isVerified() const override { return m_bridge->isVerified(); }
     LastCall lastCall() const override { return m_bridge->lastCall(); }
     void clearError() override { m_bridge->clearError(); }
     void setLogger(tovaserverutil::TraceLog* logger) override { m_bridge->setLogger(logger); }
@@ -80,6 +81,7 @@ ControllerRead ReadController(std::unique_ptr<RestBridge> bridge, tovaserverutil
     {
         auto counted =
             std::make_unique<CountingBridge>(std::move(bridge), [&] { onRequest(++read.requests); });
+        const RestBridge& session = *counted;
         auto owned = std::make_unique<iLoRestReader>(std::move(counted));
         iLoRestReader& reader = *owned;
         iLoRestManager manager(nullptr, std::move(owned), commands);
@@ -89,6 +91,7 @@ ControllerRead ReadController(std::unique_ptr<RestBridge> bridge, tovaserverutil
                          static_cast<std::int32_t>(settings.trials),
                          static_cast<std::int32_t>(settings.trialInterval));
             read.complete = reader.readILoRest(read.snapshot);
+            read.verified = session.isVerified();
         });
         read.url = manager.isVNICEverEnabled() ? kVnicUrl : settings.url;
         read.version = reader.versionText();

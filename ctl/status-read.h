@@ -16,6 +16,7 @@ struct ControllerRead {
     bool complete = false;  // false: a stop was seen, the rest has no meaning
     std::string url;        // that was used: of the virtual NIC, where this host has it
     std::string version;    // of the controller's firmware
+    bool verified = false;  // its certificate was
     unsigned requests = 0;  // without log-in and log-out
     std::chrono::milliseconds duration{};
     ServiceRoot snapshot;

@@ -61,13 +61,21 @@ Tally TallyLogicalDrives(const StatusReport& report) {
     return tally;
 }
 
+Level WorstLevel(const ControllerStatus& controller) {
+    Level worst = controller.level;
+    for (const LogicalDriveStatus& drive : controller.logicalDrives) {
+        worst = std::max(worst, drive.level);
+    }
+    for (const DriveStatus& drive : controller.drives) {
+        worst = std::max(worst, drive.level);
+    }
+    return worst;
+}
+
 Level WorstLevel(const StatusReport& report) {
     Level worst = Level::kOk;
-    for (const Tally& tally : {TallyControllers(report), TallyDrives(report), TallyLogicalDrives(report)}) {
-        worst = std::max(worst, tally.critical != 0  ? Level::kCritical
-                                : tally.warning != 0 ? Level::kWarning
-                                                     : Level::kOk);
-    }
+    ForEachController(
+        report, [&](const ControllerStatus& controller) { worst = std::max(worst, WorstLevel(controller)); });
     return worst;
 }
 

@@ -77,10 +77,10 @@ struct SystemStatus {
 
 struct StatusReport {
     std::string host;
-    std::string url;      // of the management controller
-    std::string version;  // of its firmware
-    bool connectionVerified = false;
-    std::uint64_t readAt = 0;  // seconds since the epoch
+    std::string url;                  // of the management controller
+    std::string version;              // of its firmware
+    bool connectionVerified = false;  // the certificate, with the configured CA file
+    std::uint64_t readAt = 0;         // seconds since the epoch
     std::chrono::milliseconds duration{};
     unsigned requests = 0;  // without log-in and log-out
     std::vector<SystemStatus> systems;
@@ -99,6 +99,8 @@ struct Tally {
 Tally TallyControllers(const StatusReport& report);
 Tally TallyDrives(const StatusReport& report);
 Tally TallyLogicalDrives(const StatusReport& report);
+// Of the controller and everything on it.
+Level WorstLevel(const ControllerStatus& controller);
 Level WorstLevel(const StatusReport& report);
 
 // Of a drive or logical drive, for people: the health, and the state where it is not the usual one.

@@ -131,6 +131,12 @@ TEST_F(StatusCommandTest, Table_ShowsTheDriveAndEndsTheSession) {
     EXPECT_EQ(messages.str(), "");
 }
 
+TEST_F(StatusCommandTest, VerifiedConnection_IsSaid) {
+    bridge.verified = true;
+    EXPECT_EQ(Run(StatusFormat::kPrometheus), kDone);
+    EXPECT_THAT(out.str(), HasSubstr("\nbayward_connection_verified 1\n"));
+}
+
 TEST_F(StatusCommandTest, Nagios_EndsWithTheStateOfTheServer) {
     EXPECT_EQ(Run(StatusFormat::kNagios), kNagiosCritical);
     EXPECT_THAT(out.str(), StartsWith("BAYWARD CRITICAL - Array [Slot 0] drive 1I:3:1 failed ("));

@@ -143,6 +143,14 @@ TEST(StatusHtml, GapBetweenBays_IsAnEmptyBay) {
     EXPECT_EQ(Count(RenderHtml(report), "<div class=\"bay empty\">"), 2U);
 }
 
+TEST(StatusHtml, WorstController_ComesFirst) {
+    StatusReport report = GoodReport();
+    report.systems.front().controllers.push_back(BadReport().systems.front().controllers.front());
+    report.systems.front().controllers.back().model = "Bad";
+    const std::string page = RenderHtml(report);
+    EXPECT_LT(page.find("<h2>Bad [Slot 0]</h2>"), page.find("<h2>HPE Smart Array"));
+}
+
 TEST(StatusHtml, HostileTexts_AreEscaped) {
     const std::string page = RenderHtml(HostileReport());
     EXPECT_THAT(page, Not(HasSubstr("<script")));
