@@ -92,6 +92,7 @@ std::vector<BayRow> ArrangeBays(const ControllerStatus& controller) {
         }
     }
     std::vector<BayRow> rows;
+    rows.reserve(boxes.size() + 1);
     for (auto& [box, drives] : boxes) {
         rows.push_back(Row(box, std::move(drives)));
     }
