@@ -10,7 +10,8 @@ from pathlib import Path
 from typing import List, Optional, Sequence
 
 _PROGRAMS = {"debootstrap": "debootstrap", "systemd-nspawn": "systemd-container", "unshare": "util-linux",
-             "nsenter": "util-linux", "setpriv": "util-linux", "rpm": "rpm", "lintian": "lintian", "systemd-analyze": "systemd"}
+             "nsenter": "util-linux", "setpriv": "util-linux", "rpm": "rpm", "lintian": "lintian",
+             "systemd-analyze": "systemd"}
 ROOT = Path(__file__).resolve().parents[2]  # of the sources
 NEWER = "99.0"  # the package's next version
 

@@ -112,7 +112,8 @@ def test_upgrade_keeps_the_edited_configuration(tree: Tree, newer: Callable[...,
     configuration.write_text(edited)
     tree.path(TRACE).write_text("a line\n")
     tree.install(newer())
-    assert tree.run("dpkg-query", "-W", "-f", "${Version} ${db:Status-Status}", "bayward").stdout == f"{NEWER} installed"
+    known = tree.run("dpkg-query", "-W", "-f", "${Version} ${db:Status-Status}", "bayward").stdout
+    assert known == f"{NEWER} installed"
     assert configuration.read_text() == edited
     assert _mode(tree, CONFIGURATION) == 0o600
     assert tree.path(TRACE).read_text() == "a line\n"
