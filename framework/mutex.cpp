@@ -3,7 +3,7 @@
 namespace {
 constexpr const char* kUnit = "server-util";
 constexpr int kLockLine = 649;  // the line that the failure of any lock is traced with
-}
+}  // namespace
 
 namespace tovaserverutil {
 
