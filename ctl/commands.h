@@ -56,4 +56,5 @@ struct Action {
 void AddAccountCommand(CLI::App& app, const CtlDoors& doors, Action& chosen);
 void AddConfigCommand(CLI::App& app, const CtlDoors& doors, Action& chosen);
 void AddEventsCommand(CLI::App& app, const CtlDoors& doors, Action& chosen);
+void AddHealthCommand(CLI::App& app, const CtlDoors& doors, Action& chosen);
 void AddStatusCommand(CLI::App& app, const CtlDoors& doors, Action& chosen);

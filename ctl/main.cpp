@@ -63,6 +63,7 @@ int main(int argc, char** argv) {
     AddAccountCommand(app, doors, chosen);
     AddConfigCommand(app, doors, chosen);
     AddEventsCommand(app, doors, chosen);
+    AddHealthCommand(app, doors, chosen);
     AddStatusCommand(app, doors, chosen);
 
     try {

@@ -1,58 +1,13 @@
 // "baywardctl status --format prometheus".
 #include <cstdio>
-#include <utility>
-#include <vector>
 
 #include "events-table.h"
+#include "prometheus-text.h"
 #include "status-render.h"
 
+using Labels = Metric::Labels;
+
 namespace {
-
-using Labels = std::vector<std::pair<const char*, std::string>>;
-
-std::string Escaped(const std::string& text) {
-    std::string escaped;
-    for (const char character : text) {
-        switch (character) {
-            case '\\':
-                escaped += "\\\\";
-                break;
-            case '"':
-                escaped += "\\\"";
-                break;
-            case '\n':
-                escaped += "\\n";
-                break;
-            default:
-                escaped += character;
-        }
-    }
-    return escaped;
-}
-
-// One metric: its samples stand together below its description.
-class Metric {
-public:
-    Metric(std::string name, const std::string& help)
-        : m_name(std::move(name)),
-          m_head("# HELP " + m_name + " " + help + "\n# TYPE " + m_name + " gauge\n") {}
-
-    void Add(const Labels& labels, const std::string& value) {
-        m_samples += m_name;
-        for (const auto& [name, text] : labels) {
-            m_samples +=
-                (name == labels.front().first ? "{" : ",") + std::string(name) + "=\"" + Escaped(text) + "\"";
-        }
-        m_samples += (labels.empty() ? " " : "} ") + value + "\n";
-    }
-    // Empty without samples.
-    std::string Text() const { return m_samples.empty() ? std::string() : m_head + m_samples; }
-
-private:
-    std::string m_name;
-    std::string m_head;
-    std::string m_samples;
-};
 
 // Of a ratio or a time that is known to a thousandth.
 std::string Thousandths(std::int64_t thousandths) {

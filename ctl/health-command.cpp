@@ -1,0 +1,110 @@
+#include "health-command.h"
+
+#include <fstream>
+
+#include "clock.h"
+#include "ctl-error.h"
+#include "file-writing.h"
+#include "health-process.h"
+#include "health-trace.h"
+#include "local-time.h"
+#include "server-profile.h"
+#include "service-param.h"
+#include "settings.h"
+#include "thread-names.h"
+
+namespace {
+
+constexpr const char* kTraceLog = "/bayward.log";
+constexpr const char* kBackup = ".bak";
+
+// The service reads its configuration at its start and cannot start without; what has become of it since is
+// no matter of its health.
+bool IsMediaErrorExpected(const std::string& root) {
+    tovaserverutil::Profile profile(root + tova_service::kConfigurationFile);
+    try {
+        profile.ReadProfile();
+    } catch (const tovabase::TOVAExcpt&) {
+        return tova_service::kMediaErrorCheck.absent != 0;
+    }
+    return ReadFlag(profile, tova_service::kMediaErrorCheck);
+}
+
+TraceReading ReadTrace(const std::string& root) {
+    tovaserverutil::FollowTimeZone();
+    const std::string log = root + tova_service::kLogDirectory + kTraceLog;
+    TraceReading trace;
+    for (const std::string& file : {log + kBackup, log}) {
+        std::ifstream lines(file, std::ios::binary);
+        trace.Read(lines);
+    }
+    return trace;
+}
+
+}  // namespace
+
+HealthReport ReadHealth(const CtlDoors& doors) {
+    if (doors.user != 0) {
+        throw CtlError("\"baywardctl health\" needs root; run it with sudo.");
+    }
+    HealthReport report;
+    report.readAt = tovaserverutil::WallClock().Now();
+    const std::optional<ServiceProcess> service = FindService(doors.root, doors.programFolder + "/bayward");
+    if (!service) {
+        return report;
+    }
+    report.running = true;
+    report.pid = service->pid;
+    report.startedAt = report.readAt - std::min(report.readAt, service->ageSeconds);
+    report.replaced = service->replaced;
+    report.descriptors = service->descriptors;
+    report.mostDescriptors = service->mostDescriptors;
+    report.connections = service->connections;
+    report.residentBytes = service->residentBytes;
+    const TraceReading trace = ReadTrace(doors.root);
+    for (const char* name : {kOsLogThread, kSerialLogThread, kMediaErrorThread}) {
+        ThreadHealth thread;
+        thread.name = name;
+        thread.expected = name != std::string(kMediaErrorThread) || IsMediaErrorExpected(doors.root);
+        thread.lives = service->threads.count(name) != 0;
+        thread.trace = trace.Of(name);
+        report.threads.push_back(std::move(thread));
+    }
+    return report;
+}
+
+int HealthCommand::Run() {
+    try {
+        const HealthReport report = ReadHealth(m_doors);
+        Put(Render(report));
+        return static_cast<int>(HealthLevelOf(report));
+    } catch (const CtlError& failure) {
+        if (m_format != HealthFormat::kNagios) {
+            throw;
+        }
+        m_doors.out << RenderHealthNagiosFailure(failure.what());
+        return static_cast<int>(HealthLevel::kUnknown);
+    }
+}
+
+std::string HealthCommand::Render(const HealthReport& report) const {
+    switch (m_format) {
+        case HealthFormat::kTable:
+            return RenderHealthTable(report, m_file.empty() ? m_doors.paint : Paint(false));
+        case HealthFormat::kJson:
+            return RenderHealthJson(report);
+        case HealthFormat::kPrometheus:
+            return RenderHealthPrometheus(report);
+        case HealthFormat::kNagios:
+            break;
+    }
+    return RenderHealthNagios(report);
+}
+
+void HealthCommand::Put(const std::string& text) {
+    if (m_file.empty()) {
+        m_doors.out << text;
+    } else {
+        ReplaceFile(m_file, text);
+    }
+}

@@ -1,0 +1,33 @@
+// What "baywardctl health" does.
+#pragma once
+
+#include <string>
+
+#include "commands.h"
+#include "health-report.h"
+
+enum class HealthFormat { kTable, kJson, kPrometheus, kNagios };
+
+// What the system and the trace log tell of the service; asks neither the service nor the controller. Throws
+// CtlError when that cannot be found out.
+HealthReport ReadHealth(const CtlDoors& doors);
+
+// Shows it; changes nothing but the file that it is told to write.
+class HealthCommand {
+public:
+    // An empty `file` stands for standard output.
+    HealthCommand(const CtlDoors& doors, HealthFormat format, std::string file)
+        : m_doors(doors), m_format(format), m_file(std::move(file)) {}
+
+    // Returns the exit status, a HealthLevel. Throws CtlError; in the format for Nagios the failure is a
+    // result.
+    int Run();
+
+private:
+    std::string Render(const HealthReport& report) const;
+    void Put(const std::string& text);
+
+    const CtlDoors& m_doors;
+    HealthFormat m_format;
+    std::string m_file;
+};

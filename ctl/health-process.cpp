@@ -1,0 +1,158 @@
+#include "health-process.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <limits>
+#include <sstream>
+#include <system_error>
+#include <vector>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr const char* kReplaced = " (deleted)";  // how the kernel marks an executable that is gone
+
+// A process may end while it is looked at: what cannot be read is empty.
+std::string Content(const fs::path& file) {
+    std::ifstream in(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+std::string Target(const fs::path& link) {
+    std::error_code error;
+    const fs::path target = fs::read_symlink(link, error);
+    return error ? std::string() : target.string();
+}
+
+std::vector<fs::path> Entries(const fs::path& folder) {
+    std::error_code error;
+    std::vector<fs::path> entries;
+    for (fs::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error)) {
+        entries.push_back(entry->path());
+    }
+    return entries;
+}
+
+// Clock ticks since the system's start; nothing when the process has ended. The second field, the program's
+// name in parentheses, may hold anything.
+std::optional<std::uint64_t> StartTicks(const fs::path& process) {
+    constexpr int kFieldsToStart = 20;  // from the third on
+    const std::string stat = Content(process / "stat");
+    const std::size_t name = stat.rfind(')');
+    if (name == std::string::npos) {
+        return std::nullopt;
+    }
+    std::istringstream fields(stat.substr(name + 1));
+    std::string field;
+    for (int i = 0; i < kFieldsToStart; ++i) {
+        fields >> field;
+    }
+    std::istringstream number(field);
+    std::uint64_t ticks = 0;
+    return number >> ticks ? std::optional(ticks) : std::nullopt;
+}
+
+std::uint64_t AgeSeconds(const fs::path& proc, std::uint64_t startTicks) {
+    double sinceStart = 0;
+    std::istringstream(Content(proc / "uptime")) >> sinceStart;
+    const double started = static_cast<double>(startTicks) / static_cast<double>(sysconf(_SC_CLK_TCK));
+    return static_cast<std::uint64_t>(std::max(0.0, sinceStart - started));
+}
+
+std::uint64_t DescriptorLimit(const fs::path& process) {
+    constexpr const char* kLimit = "Max open files";
+    std::istringstream limits(Content(process / "limits"));
+    for (std::string line; std::getline(limits, line);) {
+        if (line.rfind(kLimit, 0) == 0) {
+            std::uint64_t soft = 0;
+            std::istringstream(line.substr(std::char_traits<char>::length(kLimit))) >> soft;
+            return soft;  // 0 for "unlimited"
+        }
+    }
+    return 0;
+}
+
+// Inodes of the established TCP connections of the process's network.
+std::set<std::string> EstablishedInodes(const fs::path& process) {
+    constexpr const char* kEstablished = "01";
+    std::set<std::string> inodes;
+    for (const char* file : {"net/tcp", "net/tcp6"}) {
+        std::istringstream rows(Content(process / file));
+        std::string row;
+        std::getline(rows, row);  // titles
+        while (std::getline(rows, row)) {
+            std::istringstream words(row);
+            std::vector<std::string> fields{std::istream_iterator<std::string>(words), {}};
+            if (fields.size() > 9 && fields[3] == kEstablished) {
+                inodes.insert(fields[9]);
+            }
+        }
+    }
+    return inodes;
+}
+
+void CountDescriptors(const fs::path& process, ServiceProcess& service) {
+    constexpr const char* kSocket = "socket:[";
+    const std::set<std::string> established = EstablishedInodes(process);
+    for (const fs::path& descriptor : Entries(process / "fd")) {
+        ++service.descriptors;
+        std::string target = Target(descriptor);
+        if (target.rfind(kSocket, 0) == 0) {
+            target = target.substr(std::char_traits<char>::length(kSocket));
+            target.pop_back();
+            service.connections += established.count(target);
+        }
+    }
+}
+
+std::uint64_t ResidentBytes(const fs::path& process) {
+    std::uint64_t all = 0;
+    std::uint64_t resident = 0;
+    std::istringstream(Content(process / "statm")) >> all >> resident;
+    return resident * static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE));
+}
+
+bool IsNumber(const std::string& text) {
+    return !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
+}
+
+}  // namespace
+
+std::optional<ServiceProcess> FindService(const std::string& root, const std::string& executable) {
+    const fs::path proc = root + "/proc";
+    std::uint64_t oldest = std::numeric_limits<std::uint64_t>::max();
+    fs::path process;
+    for (const fs::path& entry : Entries(proc)) {
+        const std::string target =
+            IsNumber(entry.filename().string()) ? Target(entry / "exe") : std::string();
+        if (target != executable && target != executable + kReplaced) {
+            continue;
+        }
+        const std::optional<std::uint64_t> ticks = StartTicks(entry);
+        if (ticks && *ticks < oldest) {
+            oldest = *ticks;
+            process = entry;
+        }
+    }
+    if (process.empty()) {
+        return std::nullopt;
+    }
+    ServiceProcess service;
+    service.pid = std::stoi(process.filename().string());
+    service.ageSeconds = AgeSeconds(proc, oldest);
+    service.replaced = Target(process / "exe") != executable;
+    for (const fs::path& task : Entries(process / "task")) {
+        std::string name = Content(task / "comm");
+        name.resize(std::min(name.find('\n'), name.size()));
+        service.threads.insert(name);
+    }
+    CountDescriptors(process, service);
+    service.mostDescriptors = DescriptorLimit(process);
+    service.residentBytes = ResidentBytes(process);
+    return service;
+}

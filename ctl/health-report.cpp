@@ -1,0 +1,65 @@
+#include "health-report.h"
+
+#include "health-text.h"
+
+namespace {
+
+// So many of the descriptors in use leave room for nothing but the next failure.
+constexpr std::uint64_t kTooFullPercent = 80;
+
+std::string Quoted(const std::string& name) {
+    return "\"" + name + "\"";
+}
+
+}  // namespace
+
+std::string AgeText(std::uint64_t seconds) {
+    constexpr std::uint64_t kMinute = 60;
+    constexpr std::uint64_t kHour = 60 * kMinute;
+    constexpr std::uint64_t kDay = 24 * kHour;
+    if (seconds < 2 * kMinute) {
+        return std::to_string(seconds) + " s";
+    }
+    if (seconds < 2 * kHour) {
+        return std::to_string(seconds / kMinute) + " min";
+    }
+    return seconds < 2 * kDay ? std::to_string(seconds / kHour) + " h"
+                              : std::to_string(seconds / kDay) + " days";
+}
+
+std::uint64_t AgeOf(const HealthReport& report, std::uint64_t time) {
+    return report.readAt > time ? report.readAt - time : 0;
+}
+
+std::vector<std::string> HealthProblems(const HealthReport& report) {
+    if (!report.running) {
+        return {"The service is not running; start it with \"systemctl start bayward\"."};
+    }
+    std::vector<std::string> problems;
+    for (const ThreadHealth& thread : report.threads) {
+        if (thread.expected && !thread.lives) {
+            problems.push_back("The thread " + Quoted(thread.name) +
+                               " has ended or never started; see the trace log and restart the service.");
+        } else if (thread.lives && thread.trace.failing) {
+            problems.push_back("The thread " + Quoted(thread.name) + " fails since " +
+                               AgeText(AgeOf(report, thread.trace.outcomeAt)) + ": " + thread.trace.outcome);
+        }
+    }
+    if (report.mostDescriptors != 0 && report.descriptors * 100 >= report.mostDescriptors * kTooFullPercent) {
+        problems.push_back("The service has " + std::to_string(report.descriptors) + " of " +
+                           std::to_string(report.mostDescriptors) +
+                           " descriptors in use; restart it and report this.");
+    }
+    if (report.replaced) {
+        problems.push_back(
+            "The service runs an executable that has been replaced; restart it to run the new one.");
+    }
+    return problems;
+}
+
+HealthLevel HealthLevelOf(const HealthReport& report) {
+    if (!report.running) {
+        return HealthLevel::kNotRunning;
+    }
+    return HealthProblems(report).empty() ? HealthLevel::kWell : HealthLevel::kOff;
+}

@@ -1,0 +1,55 @@
+// What "baywardctl health" knows about the running service: plain records, which the renderers show.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+// What a thread's lines in the trace log tell. Times are seconds since the epoch.
+struct ThreadTrace {
+    std::uint64_t lastAt = 0;  // of its last line of any kind; 0 for none. A healthy thread may be silent.
+    // The last line that tells whether its work succeeds; empty when there is none.
+    std::string outcome;
+    std::uint64_t outcomeAt = 0;
+    bool failing = false;  // it tells that it does not
+};
+
+struct ThreadHealth {
+    std::string name;
+    bool expected = true;  // by the configuration
+    bool lives = false;
+    ThreadTrace trace;
+};
+
+struct HealthReport {
+    bool running = false;  // false: only `readAt` has a meaning
+    std::uint64_t readAt = 0;
+    int pid = 0;
+    std::uint64_t startedAt = 0;
+    bool replaced = false;  // its executable is no longer the one on disk
+    std::vector<ThreadHealth> threads;
+    std::uint64_t descriptors = 0;
+    std::uint64_t mostDescriptors = 0;  // the limit; 0 for none
+    std::uint64_t connections = 0;      // TCP connections, which are sessions with the controller
+    std::uint64_t residentBytes = 0;
+};
+
+// What it comes to, as exit status and for monitoring systems.
+enum class HealthLevel : int { kWell = 0, kOff = 1, kNotRunning = 2, kUnknown = 3 };
+
+// One sentence for each thing that is off, none with control characters; empty when all is well.
+std::vector<std::string> HealthProblems(const HealthReport& report);
+HealthLevel HealthLevelOf(const HealthReport& report);
+
+// ---- Renderers: pure functions to text ----
+
+class Paint;
+
+std::string RenderHealthTable(const HealthReport& report, const Paint& paint);
+std::string RenderHealthJson(const HealthReport& report);
+std::string RenderHealthPrometheus(const HealthReport& report);
+// One line, performance data behind "|".
+std::string RenderHealthNagios(const HealthReport& report);
+// The same when the health could not be told; `sentence` says why.
+std::string RenderHealthNagiosFailure(const std::string& sentence);

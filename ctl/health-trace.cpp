@@ -1,0 +1,118 @@
+#include "health-trace.h"
+
+#include <ctime>
+#include <string_view>
+
+#include "account-text.h"
+#include "thread-names.h"
+
+namespace {
+
+constexpr std::string_view kRunBegins = "<VK0900> [TR] MainRoutine started.";
+constexpr std::string_view kReason = "<VK0888> [TR] ";
+
+enum class Tells { kSuccess, kFailure, kActivity };
+
+// Which thread writes the lines that begin so, and what they tell. Success and failure are told by lines that
+// undo each other alone: a failed look at the controller, say, is followed by none when the next one
+// succeeds.
+struct Mark {
+    std::string_view start;
+    const char* thread;
+    Tells tells;
+};
+
+constexpr Mark kMarks[] = {
+    {"<VK0900> [TR] Start to monitor.", kOsLogThread, Tells::kSuccess},
+    {"<VK0900> [TR] Retry accessing vNIC.", kOsLogThread, Tells::kFailure},
+    {"<VK0900> [TR] Break MonitorLogRoutine", kOsLogThread, Tells::kActivity},
+    {"<VK0900> [ER] Failed to build RAID information.", kOsLogThread, Tells::kFailure},
+    {"<VK0902> [ER] service 1450 ", kOsLogThread, Tells::kFailure},
+    {"<VK0902> [ER] service 1454 ", kOsLogThread, Tells::kFailure},
+    {"<VK0910> ", kOsLogThread, Tells::kFailure},
+    {"<VK0911> ", kOsLogThread, Tells::kFailure},
+    {"<VK0912> ", kOsLogThread, Tells::kFailure},
+    {"<VK0913> ", kOsLogThread, Tells::kFailure},
+    {"<VK0914> ", kOsLogThread, Tells::kFailure},
+    {"<VK0950> ", kOsLogThread, Tells::kSuccess},
+    {"<VK0954> ", kOsLogThread, Tells::kFailure},
+    {"<VK0956> ", kOsLogThread, Tells::kFailure},
+    {"<VK0999> ", kOsLogThread, Tells::kActivity},
+    {"<VK0900> [TR] Start cyclic serial log saving.", kSerialLogThread, Tells::kSuccess},
+    {"<VK0900> [TR] Break SerialLogRoutine", kSerialLogThread, Tells::kActivity},
+    {"<VK0902> [ER] service 1537 ", kSerialLogThread, Tells::kFailure},
+    {"<VK0902> [ER] service 1540 ", kSerialLogThread, Tells::kFailure},
+    {"<VK0900> [TR] Start cyclic Media Error search.", kMediaErrorThread, Tells::kSuccess},
+    {"<VK0900> [TR] Break MediaErrorRoutine", kMediaErrorThread, Tells::kActivity},
+    {"<VK0902> [ER] media-error ", kMediaErrorThread, Tells::kFailure},
+    {"[EV] (", kMediaErrorThread, Tells::kActivity},
+};
+
+// "YYYY/MM/DD HH:MM:SS.mmm ", local time; 0 for anything else.
+constexpr std::size_t kStampBytes = 24;
+
+std::uint64_t TimeOf(const std::string& line) {
+    std::tm local{};
+    const char* rest =
+        line.size() > kStampBytes ? strptime(line.c_str(), "%Y/%m/%d %H:%M:%S.", &local) : nullptr;
+    if (rest == nullptr || line[kStampBytes - 1] != ' ') {
+        return 0;
+    }
+    local.tm_isdst = -1;
+    const std::time_t time = std::mktime(&local);
+    return time < 0 ? 0 : static_cast<std::uint64_t>(time);
+}
+
+// The text without "<VK0956> [ER] ".
+std::string Sentence(std::string_view line) {
+    const std::size_t kind = line.find("] ");
+    return Printable(std::string(kind == std::string_view::npos ? line : line.substr(kind + 2)));
+}
+
+}  // namespace
+
+void TraceReading::Read(std::istream& lines) {
+    for (std::string line; std::getline(lines, line);) {
+        TakeLine(line);
+    }
+}
+
+ThreadTrace TraceReading::Of(const std::string& thread) const {
+    const auto found = m_threads.find(thread);
+    return found == m_threads.end() ? ThreadTrace{} : found->second;
+}
+
+void TraceReading::TakeLine(const std::string& line) {
+    const std::uint64_t time = TimeOf(line);
+    if (time == 0) {
+        return;
+    }
+    const std::string_view text = std::string_view(line).substr(kStampBytes);
+    if (text.substr(0, kRunBegins.size()) == kRunBegins) {
+        m_threads.clear();
+        m_reason.clear();
+        return;
+    }
+    if (text.substr(0, kReason.size()) == kReason) {
+        m_threads[kOsLogThread].lastAt = time;
+        m_reason = Sentence(text);
+        return;
+    }
+    for (const Mark& mark : kMarks) {
+        if (text.substr(0, mark.start.size()) != mark.start) {
+            continue;
+        }
+        ThreadTrace& thread = m_threads[mark.thread];
+        thread.lastAt = time;
+        if (mark.tells != Tells::kActivity) {
+            thread.failing = mark.tells == Tells::kFailure;
+            thread.outcomeAt = time;
+            thread.outcome = Sentence(text);
+            if (mark.thread == kOsLogThread) {
+                thread.outcome += thread.failing && !m_reason.empty() ? " (" + m_reason + ")" : "";
+                m_reason.clear();
+            }
+        }
+        return;
+    }
+}

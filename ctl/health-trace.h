@@ -1,0 +1,24 @@
+// What the trace log tells about the service's threads.
+#pragma once
+
+#include <istream>
+#include <map>
+#include <string>
+
+#include "health-report.h"
+
+// Reads trace lines, oldest first, and keeps what the last ones of the present run tell, by the threads'
+// names. Lines that no thread can be told for are passed over, and so is what is no trace line at all.
+class TraceReading {
+public:
+    void Read(std::istream& lines);
+    // Empty for a thread without lines.
+    ThreadTrace Of(const std::string& thread) const;
+
+private:
+    void TakeLine(const std::string& line);
+
+    std::map<std::string, ThreadTrace> m_threads;
+    std::string
+        m_reason;  // why the controller could not be asked, told just before the failure it belongs to
+};

@@ -1,0 +1,68 @@
+"""baywardctl health beside the real service."""
+
+import json
+from pathlib import Path
+from typing import Callable
+
+from watched import Watched
+
+
+def health(watched: Watched) -> "tuple[int, dict]":
+    done = watched.ctl("health", "--format", "json")
+    assert done.stderr == ""
+    return done.returncode, json.loads(done.stdout)
+
+
+def test_threads_carry_their_names(natural: Watched) -> None:
+    natural.wait_line("Start cyclic serial log saving.")
+    names = sorted((task / "comm").read_text(encoding="ascii").strip()
+                   for task in Path(f"/proc/{natural.host.pid}/task").iterdir())
+    assert names == ["OS log", "Serial log", "Signals", "bayward"]
+
+
+def test_running_service_is_well(start_sim: Callable, watch: Callable[..., Watched]) -> None:
+    sim = start_sim("--drives", 1, "--ssd", 1)
+    watched = watch(sim, speed=1, config={"iLo": {"interval": 3000}}).start()
+    watched.wait_line("<VK0900> [TR] Start to monitor.", 60)
+    status, found = health(watched)
+    assert (status, found["problems"], found["running"]) == (0, [], True)
+    threads = {thread["name"]: thread for thread in found["threads"]}
+    assert {name: (thread["expected"], thread["lives"]) for name, thread in threads.items()} == {
+        "OS log": (True, True), "Serial log": (True, True), "Media Error": (False, False)}
+    assert threads["OS log"]["outcome"] == "Start to monitor."
+    assert found["connections"] == 1
+    assert 0 <= found["uptime_seconds"] < 120
+    assert found["descriptors"] == len(watched.host.descriptors())
+    assert 2 ** 20 < found["resident_bytes"] < 2 ** 28
+    assert watched.ctl("health").stdout.endswith("All is well.\n")
+
+    sim.control.call("status", "*", 503, "forever")
+    watched.wait_line("<VK0956>", 60)
+    status, found = health(watched)
+    assert status == 1
+    assert "HTTP status 503" in found["problems"][0]
+
+    assert watched.stop() == 0
+    for form, told in (("table", "The service is not running"), ("nagios", "BAYWARD SERVICE CRITICAL - "),
+                       ("prometheus", "bayward_service_up 0"), ("json", '"running":false')):
+        done = watched.ctl("health", "--format", form)
+        assert (done.returncode, done.stderr) == (2, "")
+        assert told in done.stdout
+
+
+def test_thread_that_never_started_is_missed(start_sim: Callable, watch: Callable[..., Watched]) -> None:
+    """The configuration asks for it since the start; nobody restarted the service."""
+    watched = watch(start_sim("--drives", 1), speed=10).start()
+    watched.wait_line("Ready to wait stop event.")
+    config = watched.host.outer("/etc/opt/tarn/bayward/bayward.conf")
+    config.write_text(config.read_text(encoding="utf-8").replace("check=false", "check=true"), encoding="utf-8")
+    status, found = health(watched)
+    assert status == 1
+    assert any('"Media Error" has ended or never started' in problem for problem in found["problems"])
+
+
+def test_wrong_usage_cannot_be_taken_for_a_finding(watch: Callable[..., Watched]) -> None:
+    watched = watch(None, account=None, speed=1)
+    for arguments in (("--format", "yaml"), ("--bogus",), ("extra",)):
+        done = watched.ctl("health", *arguments)
+        assert (done.returncode, done.stdout) == (3, "")

@@ -1,0 +1,416 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <ctime>
+#include <filesystem>
+#include <sstream>
+
+#include "colour.h"
+#include "fake-bridge.h"
+#include "fake-commands.h"
+#include "health-command.h"
+#include "health-process.h"
+#include "health-trace.h"
+#include "test-root.h"
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+
+namespace {
+
+constexpr const char* kProgram = "/opt/bin/bayward";
+
+// ---- What the trace log tells ----
+
+std::string At(int minute, const std::string& text) {
+    char stamp[40];
+    std::snprintf(stamp, sizeof stamp, "2026/01/31 12:%02d:00.123 ", minute);
+    return stamp + text + "\n";
+}
+
+std::uint64_t Noon(int minute) {
+    std::tm time{};
+    time.tm_year = 126;
+    time.tm_mon = 0;
+    time.tm_mday = 31;
+    time.tm_hour = 12;
+    time.tm_min = minute;
+    time.tm_isdst = -1;
+    return static_cast<std::uint64_t>(std::mktime(&time));
+}
+
+ThreadTrace Tell(const std::string& lines, const std::string& thread = "OS log") {
+    std::istringstream in(lines);
+    TraceReading reading;
+    reading.Read(in);
+    return reading.Of(thread);
+}
+
+TEST(HealthTrace, NoLines_TellNothing) {
+    const ThreadTrace trace = Tell("");
+    EXPECT_EQ(trace.lastAt, 0U);
+    EXPECT_EQ(trace.outcome, "");
+    EXPECT_FALSE(trace.failing);
+}
+
+TEST(HealthTrace, FailedLogIn_IsFailingWithTheReasonBeforeIt) {
+    const ThreadTrace trace = Tell(At(1, "<VK0950> [TR] Initializing RaidManager succeed.") +
+                                   At(2, "<VK0888> [TR] The log-in took too long.") +
+                                   At(3, "<VK0956> [ER] Failed to initialize RaidManager."));
+    EXPECT_TRUE(trace.failing);
+    EXPECT_EQ(trace.outcome, "Failed to initialize RaidManager. (The log-in took too long.)");
+    EXPECT_EQ(trace.outcomeAt, Noon(3));
+    EXPECT_EQ(trace.lastAt, Noon(3));
+}
+
+TEST(HealthTrace, LogInAfterAFailure_IsNoLongerFailing) {
+    const ThreadTrace trace = Tell(
+        At(1, "<VK0888> [TR] Refused.") + At(1, "<VK0954> [ER] Login to iLO was failed. Please") +
+        At(2, "<VK0950> [TR] Initializing RaidManager succeed.") + At(9, "<VK0999> [TR] ilorest-reader 1 x"));
+    EXPECT_FALSE(trace.failing);
+    EXPECT_EQ(trace.outcome, "Initializing RaidManager succeed.");
+    EXPECT_EQ(trace.outcomeAt, Noon(2));
+    EXPECT_EQ(trace.lastAt, Noon(9)) << "reading the controller is activity";
+}
+
+TEST(HealthTrace, EveryKindOfFailure_IsSeen) {
+    for (const char* line :
+         {"<VK0910> [ER] Login", "<VK0911> [ER] Failed", "<VK0912> [ER] Failed", "<VK0913> [ER] Failed",
+          "<VK0914> [ER] Login", "<VK0954> [ER] Login", "<VK0956> [ER] Failed",
+          "<VK0900> [ER] Failed to build RAID information. : retry count=0",
+          "<VK0900> [TR] Retry accessing vNIC.", "<VK0902> [ER] service 1450 (Err: Bad Alloc)"}) {
+        EXPECT_TRUE(Tell(At(1, "<VK0900> [TR] Start to monitor.") + At(2, line)).failing) << line;
+        EXPECT_FALSE(Tell(At(2, line) + At(3, "<VK0900> [TR] Start to monitor.")).failing) << line;
+    }
+}
+
+TEST(HealthTrace, OtherThreads_AreToldApart) {
+    const std::string lines = At(1, "<VK0900> [TR] Start cyclic serial log saving.") +
+                              At(2, "<VK0900> [TR] Start cyclic Media Error search.") +
+                              At(3, "<VK0902> [ER] media-error 67 (Err: Unknown)");
+    EXPECT_EQ(Tell(lines, "Serial log").outcome, "Start cyclic serial log saving.");
+    EXPECT_FALSE(Tell(lines, "Serial log").failing);
+    EXPECT_TRUE(Tell(lines, "Media Error").failing);
+    EXPECT_EQ(Tell(lines).lastAt, 0U);
+}
+
+TEST(HealthTrace, LinesOfAnEarlierRun_AreForgotten) {
+    const ThreadTrace trace = Tell(At(1, "<VK0956> [ER] Failed to initialize RaidManager.") +
+                                   At(2, "<VK0900> [TR] MainRoutine started."));
+    EXPECT_EQ(trace.lastAt, 0U);
+    EXPECT_FALSE(trace.failing);
+}
+
+TEST(HealthTrace, LinesThatAreNone_ArePassedOver) {
+    for (const char* line : {"\n", "x\n", "2026/01/31 12:01:00.123\n", "2026/13/31 12:01:00.123 <VK0956> x\n",
+                             "<VK0956> [ER] Failed, without a stamp and long enough\n",
+                             "2026/01/31 12:01:00.1234<VK0956> [ER] x\n"}) {
+        EXPECT_EQ(Tell(line).lastAt, 0U) << line;
+    }
+    EXPECT_EQ(Tell(At(1, "<VK0956> [ER] a\x1B[2J\xFF")).outcome, "a?[2J?");
+}
+
+// ---- What the system shows ----
+
+// A /proc with the service in it.
+class FakeProc {
+public:
+    FakeProc() { root.Write("proc/uptime", "5000.25 9000.00\n"); }
+
+    void Add(int pid, const std::string& executable, long startTicks,
+             const std::vector<std::string>& threads = {}) {
+        const std::string folder = "proc/" + std::to_string(pid) + "/";
+        root.Write(folder + "stat", std::to_string(pid) +
+                                        " (a) b (c) S 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 " +
+                                        std::to_string(startTicks) + " 23 24\n");
+        root.Write(folder + "statm", "1000 256 3 4\n");
+        root.Write(folder + "limits",
+                   "Limit                     Soft Limit           Hard Limit           Units\n"
+                   "Max open files            " +
+                       limit + "                 4096                 files\n");
+        root.Write(folder + "net/tcp",
+                   "  sl  local_address rem_address   st tx_queue rx_queue tr tm->when retrnsmt   uid  "
+                   "timeout inode\n"
+                   "   0: 0100007F:A000 0100007F:01BB 01 00000000:00000000 00:00000000 00000000     0        "
+                   "0 700 1\n"
+                   "   1: 0100007F:A001 0100007F:01BB 06 00000000:00000000 00:00000000 00000000     0        "
+                   "0 701 1\n"
+                   "   2: 0100007F:A002 0100007F:01BB 01 00000000:00000000 00:00000000 00000000     0        "
+                   "0 999 1\n");
+        int task = pid;
+        for (const std::string& name : threads) {
+            root.Write(folder + "task/" + std::to_string(task++) + "/comm", name + "\n");
+        }
+        std::filesystem::create_directories(root / (folder + "fd"));
+        const char* const targets[] = {"/dev/null", "socket:[700]", "socket:[701]", "pipe:[5]"};
+        for (std::size_t i = 0; i < std::size(targets); ++i) {
+            std::filesystem::create_symlink(targets[i], root / (folder + "fd/" + std::to_string(i)));
+        }
+        std::filesystem::create_symlink(executable, root / (folder + "exe"));
+    }
+
+    TestRoot root;
+    std::string limit = "1024";
+};
+
+std::uint64_t Ticks(std::uint64_t seconds) {
+    return seconds * static_cast<std::uint64_t>(sysconf(_SC_CLK_TCK));
+}
+
+TEST(HealthProcess, Service_IsFoundWithWhatItUses) {
+    FakeProc proc;
+    proc.Add(7, "/usr/bin/other", 1);
+    proc.Add(41, kProgram, static_cast<long>(Ticks(4000)), {"bayward", "Signals", "OS log"});
+    const auto service = FindService(proc.root.path(), kProgram);
+    ASSERT_TRUE(service);
+    EXPECT_EQ(service->pid, 41);
+    EXPECT_EQ(service->ageSeconds, 1000U);
+    EXPECT_FALSE(service->replaced);
+    EXPECT_THAT(service->threads, ElementsAre("OS log", "Signals", "bayward"));
+    EXPECT_EQ(service->descriptors, 4U);
+    EXPECT_EQ(service->mostDescriptors, 1024U);
+    EXPECT_EQ(service->connections, 1U) << "established ones, of its own";
+    EXPECT_EQ(service->residentBytes, 256U * static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE)));
+}
+
+TEST(HealthProcess, ToolThatIsAboutToStart_IsNotTakenForTheService) {
+    FakeProc proc;
+    proc.Add(40, kProgram, 900);
+    proc.Add(41, kProgram, 100);
+    EXPECT_EQ(FindService(proc.root.path(), kProgram)->pid, 41);
+}
+
+TEST(HealthProcess, ReplacedExecutable_IsStillTheService) {
+    FakeProc proc;
+    proc.Add(41, std::string(kProgram) + " (deleted)", 100);
+    EXPECT_TRUE(FindService(proc.root.path(), kProgram)->replaced);
+}
+
+TEST(HealthProcess, NoProcessOfTheExecutable_IsNone) {
+    FakeProc proc;
+    EXPECT_FALSE(FindService(proc.root.path(), kProgram));
+    proc.Add(41, "/opt/bin/baywardctl", 100);
+    proc.root.Write("proc/net/exe", "");
+    EXPECT_FALSE(FindService(proc.root.path(), kProgram));
+    EXPECT_FALSE(FindService("/nowhere", kProgram));
+}
+
+TEST(HealthProcess, ProcessThatEndsMeanwhile_IsNone) {
+    FakeProc proc;
+    proc.Add(41, kProgram, 100);
+    std::filesystem::remove(proc.root / "proc/41/stat");
+    EXPECT_FALSE(FindService(proc.root.path(), kProgram));
+}
+
+TEST(HealthProcess, UnlimitedDescriptors_AreNoLimit) {
+    FakeProc proc;
+    proc.limit = "unlimited";
+    proc.Add(41, kProgram, 100);
+    EXPECT_EQ(FindService(proc.root.path(), kProgram)->mostDescriptors, 0U);
+}
+
+// ---- What it comes to ----
+
+HealthReport Well() {
+    HealthReport report;
+    report.running = true;
+    report.readAt = 1769860800;
+    report.pid = 41;
+    report.startedAt = report.readAt - 7500;
+    report.descriptors = 14;
+    report.mostDescriptors = 1024;
+    report.connections = 1;
+    report.residentBytes = 30 * 1024 * 1024;
+    report.threads = {
+        {"OS log", true, true, {report.readAt - 12, "Start to monitor.", report.readAt - 7400, false}},
+        {"Serial log", true, true, {}},
+        {"Media Error", false, false, {}}};
+    return report;
+}
+
+TEST(HealthReport, AllWell_HasNoProblems) {
+    EXPECT_THAT(HealthProblems(Well()), IsEmpty());
+    EXPECT_EQ(HealthLevelOf(Well()), HealthLevel::kWell);
+}
+
+TEST(HealthReport, NotRunning_IsALevelOfItsOwn) {
+    EXPECT_EQ(HealthLevelOf(HealthReport{}), HealthLevel::kNotRunning);
+    EXPECT_THAT(HealthProblems(HealthReport{}), ElementsAre(HasSubstr("not running")));
+}
+
+TEST(HealthReport, EachThingThatIsOff_IsAProblem) {
+    HealthReport report = Well();
+    report.threads[1].lives = false;
+    EXPECT_THAT(HealthProblems(report), ElementsAre(HasSubstr("\"Serial log\" has ended")));
+    EXPECT_EQ(HealthLevelOf(report), HealthLevel::kOff);
+
+    report = Well();
+    report.threads[0].trace.failing = true;
+    report.threads[0].trace.outcome = "Failed (no route)";
+    EXPECT_THAT(HealthProblems(report),
+                ElementsAre(HasSubstr("\"OS log\" fails since 2 h: Failed (no route)")));
+
+    report = Well();
+    report.descriptors = 820;
+    EXPECT_THAT(HealthProblems(report), ElementsAre(HasSubstr("820 of 1024 descriptors")));
+    report.descriptors = 819;
+    EXPECT_THAT(HealthProblems(report), IsEmpty());
+
+    report = Well();
+    report.replaced = true;
+    EXPECT_THAT(HealthProblems(report), ElementsAre(HasSubstr("replaced")));
+}
+
+TEST(HealthReport, ThreadThatIsNotAskedFor_MayLiveOrNot) {
+    HealthReport report = Well();
+    report.threads[2].lives = true;
+    EXPECT_THAT(HealthProblems(report), IsEmpty());
+}
+
+// ---- Renderers ----
+
+TEST(HealthRender, Table_ShowsThreadsAndProblems) {
+    HealthReport report = Well();
+    EXPECT_EQ(RenderHealthTable(report, Paint(false)),
+              "bayward runs as process 41 since 2026-01-31T09:55:00Z (2 h)\n"
+              "14 descriptors of 1024, 1 connection to the controller, 30 MiB of memory\n\n"
+              "THREAD       STATE  LAST LINE  WHAT IT TELLS\n"
+              "OS log       lives  12 s ago   works: Start to monitor. (2 h ago)\n"
+              "Serial log   lives  -          -\n"
+              "Media Error  off    -          -\n\n"
+              "All is well.\n");
+    report.threads[1].lives = false;
+    EXPECT_THAT(
+        RenderHealthTable(report, Paint(true)),
+        testing::AllOf(HasSubstr("Serial log   ended"), HasSubstr("\033[31mThe thread \"Serial log\""),
+                       Not(HasSubstr("All is well"))));
+    EXPECT_EQ(RenderHealthTable(HealthReport{}, Paint(false)),
+              "The service is not running; start it with \"systemctl start bayward\".\n");
+}
+
+TEST(HealthRender, Json_HasEverything) {
+    EXPECT_EQ(
+        RenderHealthJson(Well()),
+        R"({"version":1,"read_at":"2026-01-31T12:00:00Z","running":true,"pid":41,)"
+        R"("started_at":"2026-01-31T09:55:00Z","uptime_seconds":7500,"executable_replaced":false,)"
+        R"("descriptors":14,"descriptor_limit":1024,"connections":1,"resident_bytes":31457280,"threads":[)"
+        R"({"name":"OS log","expected":true,"lives":true,"last_line_at":"2026-01-31T11:59:48Z",)"
+        R"("failing":false,"outcome":"Start to monitor.","outcome_at":"2026-01-31T09:56:40Z"},)"
+        R"({"name":"Serial log","expected":true,"lives":true,"last_line_at":null,"failing":false,)"
+        R"("outcome":null,"outcome_at":null},)"
+        R"({"name":"Media Error","expected":false,"lives":false,"last_line_at":null,"failing":false,)"
+        R"("outcome":null,"outcome_at":null}],"problems":[]})"
+        "\n");
+    HealthReport gone;
+    gone.readAt = 1769860800;
+    EXPECT_EQ(RenderHealthJson(gone),
+              R"({"version":1,"read_at":"2026-01-31T12:00:00Z","running":false,"problems":[)"
+              R"("The service is not running; start it with \"systemctl start bayward\"."]})"
+              "\n");
+}
+
+TEST(HealthRender, Prometheus_HasASampleForEachThread) {
+    const std::string text = RenderHealthPrometheus(Well());
+    for (const char* sample :
+         {"bayward_service_up 1\n", "bayward_service_thread_up{thread=\"OS log\"} 1\n",
+          "bayward_service_thread_up{thread=\"Media Error\"} 0\n",
+          "bayward_service_thread_expected{thread=\"Media Error\"} 0\n",
+          "bayward_service_thread_failing{thread=\"OS log\"} 0\n",
+          "bayward_service_thread_last_line_timestamp_seconds{thread=\"OS log\"} 1769860788\n",
+          "bayward_service_start_time_seconds 1769853300\n", "bayward_service_open_fds 14\n",
+          "bayward_service_max_fds 1024\n", "bayward_service_controller_connections 1\n",
+          "bayward_service_resident_memory_bytes 31457280\n"}) {
+        EXPECT_THAT(text, HasSubstr(std::string("\n") + sample));
+    }
+    EXPECT_THAT(text, Not(HasSubstr("timestamp_seconds{thread=\"Serial log\"}")));
+    EXPECT_THAT(RenderHealthPrometheus(HealthReport{}), testing::EndsWith("\nbayward_service_up 0\n"));
+}
+
+TEST(HealthRender, Nagios_IsOneLine) {
+    EXPECT_EQ(RenderHealthNagios(Well()),
+              "BAYWARD SERVICE OK - running for 2 h, 2 threads | threads=2;;;0 descriptors=14;;;0 "
+              "connections=1;;;0 "
+              "memory=31457280B;;;0 uptime=7500s;;;0\n");
+    HealthReport report = Well();
+    report.threads[0].trace.failing = true;
+    report.threads[0].trace.outcome = "a|b";
+    EXPECT_THAT(
+        RenderHealthNagios(report),
+        testing::AllOf(testing::StartsWith("BAYWARD SERVICE WARNING - The thread"), HasSubstr("a/b |")));
+    EXPECT_THAT(RenderHealthNagios(HealthReport{}), testing::StartsWith("BAYWARD SERVICE CRITICAL - "));
+    EXPECT_EQ(RenderHealthNagiosFailure("No."), "BAYWARD SERVICE UNKNOWN - No.\n");
+}
+
+// ---- The command ----
+
+class HealthCommandTest : public testing::Test {
+protected:
+    HealthCommandTest() { std::filesystem::create_directories(proc.root / "var/log/bayward"); }
+
+    int Run(HealthFormat format = HealthFormat::kJson, const std::string& file = {}) {
+        out.str("");
+        const CtlDoors doors{.root = proc.root.path(),
+                             .user = user,
+                             .commands = commands,
+                             .terminal = terminal,
+                             .out = out,
+                             .messages = out,
+                             .makeBridge = {},
+                             .programFolder = "/opt/bin"};
+        return HealthCommand(doors, format, file).Run();
+    }
+    void Configure(const std::string& text) { proc.root.Write("etc/opt/tarn/bayward/bayward.conf", text); }
+    void Start(const std::vector<std::string>& threads) { proc.Add(41, kProgram, 100, threads); }
+
+    FakeProc proc;
+    FakeCommands commands;
+    RealTerminal terminal;
+    std::ostringstream out;
+    uid_t user = 0;
+};
+
+TEST_F(HealthCommandTest, NotRunning_IsTwo) {
+    EXPECT_EQ(Run(), 2);
+    EXPECT_THAT(out.str(), HasSubstr("\"running\":false"));
+}
+
+TEST_F(HealthCommandTest, AllThreads_IsZero) {
+    Start({"bayward", "Signals", "OS log", "Serial log", "Media Error"});
+    EXPECT_EQ(Run(), 0) << out.str();
+}
+
+TEST_F(HealthCommandTest, MediaErrorThread_IsExpectedUnlessSwitchedOff) {
+    Start({"OS log", "Serial log"});
+    EXPECT_EQ(Run(), 1);
+    EXPECT_THAT(out.str(), HasSubstr("\\\"Media Error\\\" has ended"));
+    Configure("[media error]\ncheck=false\n");
+    EXPECT_EQ(Run(), 0) << out.str();
+    Configure("[media error]\ncheck=no\n");
+    EXPECT_EQ(Run(), 1);
+}
+
+TEST_F(HealthCommandTest, TraceLogs_AreReadBackupFirst) {
+    Start({"OS log", "Serial log", "Media Error"});
+    proc.root.Write("var/log/bayward/bayward.log.bak",
+                    At(1, "<VK0956> [ER] Failed to initialize RaidManager."));
+    EXPECT_EQ(Run(), 1);
+    proc.root.Write("var/log/bayward/bayward.log", At(2, "<VK0950> [TR] Initializing RaidManager succeed."));
+    EXPECT_EQ(Run(), 0) << out.str();
+}
+
+TEST_F(HealthCommandTest, AnyoneButRoot_CannotFindOut) {
+    user = 1000;
+    EXPECT_THROW(Run(), std::exception);
+    EXPECT_EQ(Run(HealthFormat::kNagios), 3);
+    EXPECT_EQ(out.str(), "BAYWARD SERVICE UNKNOWN - \"baywardctl health\" needs root; run it with sudo.\n");
+}
+
+TEST_F(HealthCommandTest, File_GetsTheResult) {
+    EXPECT_EQ(Run(HealthFormat::kPrometheus, proc.root / "health.prom"), 2);
+    EXPECT_EQ(out.str(), "");
+    EXPECT_EQ(proc.root.Read("health.prom"), RenderHealthPrometheus(HealthReport{}));
+}
+
+}  // namespace
