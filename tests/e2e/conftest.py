@@ -8,7 +8,7 @@ from typing import Any, Callable, Iterator
 
 import pytest
 
-pytest.register_assert_rewrite("watched")
+pytest.register_assert_rewrite("watched", "tooled")
 
 from watched import ControllerProcess, Watched, bin_dir  # noqa: E402
 
