@@ -4,14 +4,9 @@ from __future__ import annotations
 
 from typing import Any, Dict
 
+from simerrors import Failure, UseError
 
-class UseError(Exception):
-    """Wrong use: an unknown path, member, verb or option. Programs exit with 2."""
-
-
-class Failure(Exception):
-    """A right request that could not be carried out. Programs exit with 1."""
-
+__all__ = ["ErrorBodies", "Failure", "UseError"]
 
 # Version of the "Base" message registry by controller generation.
 _BASE_REGISTRY = {5: "Base.1.4", 6: "Base.1.12", 7: "Base.1.18"}

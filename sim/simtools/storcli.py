@@ -101,7 +101,8 @@ def controller_listing(number: int, controller: Controller) -> List[str]:
     lines = ["Generating detailed summary of the adapter, it may take a while to complete.", "",
              *envelope(number, drives), f"Product Name = {controller['model']}",
              f"Serial Number = {controller['serial']}", "SAS Address =  500062b200000000",
-             f"PCI Address = 00:{2 + number:02x}:00:00", "System Time = 11/21/2026 12:00:00", "FW Package Build = 52.16.1-4405", "Driver Name = megaraid_sas",
+             f"PCI Address = 00:{2 + number:02x}:00:00", "System Time = 11/21/2026 12:00:00",
+             "FW Package Build = 52.16.1-4405", "Driver Name = megaraid_sas",
              "Vendor Id = 0x1000", "Device Id = 0x10E2"]
     if controller["slot"] is not None:
         lines.append(f"PCI Slot Number = {controller['slot']}")

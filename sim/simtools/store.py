@@ -20,7 +20,8 @@ State = Dict[str, Any]
 
 def empty_state() -> State:
     """A server without controllers, whose tools work."""
-    return {"layout": {"headings": "drives", "entries": "table", "line_ends": "lf"}, "controllers": [], "faults": []}
+    return {"layout": {"headings": "drives", "entries": "table", "line_ends": "lf"}, "controllers": [], "faults": [],
+            "answers": 0}  # of these, how many files were ever made
 
 
 class Store:

@@ -7,7 +7,7 @@ import shlex
 import time
 from typing import Any, Callable, Dict, List, NamedTuple, Optional, Sequence, Union
 
-from simcontroller.errors import UseError
+from simerrors import UseError
 
 from .store import SSACLI, STORCLI, TOOLS, Store
 
@@ -81,7 +81,7 @@ class Tool:
         """Use this text for the listing, or for the report in the archive, and end with this status."""
         data = text.encode("utf-8", "surrogateescape") if isinstance(text, str) else text
         with self._store.change() as state:
-            state["answers"] = state.get("answers", 0) + 1
+            state["answers"] += 1
             name = f"answer-{state['answers']}"
             with open(self._store.path(name), "wb") as file:
                 file.write(data)
@@ -208,7 +208,10 @@ class Tools:
         with self._store.change() as state:
             found = _controller(state, controller)
             if member == "absent":
-                found[member] = bool(value)
+                try:
+                    found[member] = _truth(value)
+                except ValueError as error:
+                    raise UseError(f"The {member} of a controller {error}, not {value!r}.") from None
             elif member in ("model", "slot", "serial"):
                 found[member] = None if value is None else str(value)
             else:
@@ -270,14 +273,24 @@ def _drive(state: Dict[str, Any], controller: int, number: int) -> Dict[str, Any
     return drives[number - 1]
 
 
-def _times(value: Any) -> List[Optional[int]]:
-    if not isinstance(value, list) or any(not isinstance(one, int) and one is not None for one in value):
+def _is_number(value: Any) -> bool:
+    return isinstance(value, int) and not isinstance(value, bool) and value >= 0
+
+
+def _times(value: Any) -> List[int]:
+    if not isinstance(value, list) or not all(_is_number(one) for one in value):
         raise ValueError("is a list of whole numbers")
     return value
 
 
+def _times_or_none(value: Any) -> List[Optional[int]]:
+    if not isinstance(value, list) or not all(one is None or _is_number(one) for one in value):
+        raise ValueError("is a list of whole numbers and None")
+    return value
+
+
 def _number(value: Any) -> int:
-    if not isinstance(value, int) or isinstance(value, bool) or value < 0:
+    if not _is_number(value):
         raise ValueError("is a whole number")
     return value
 
@@ -306,12 +319,15 @@ def _text(value: Any) -> Optional[str]:
 _READERS: Dict[str, Callable[[Any], Any]] = {
     "times": _times, "other_times": _times, "did": _number, "enclosure": _optional_number, "group": _optional_number,
     "absent": _truth, "found_by": _found_by}
+# A MegaRAID controller may log a medium error before it knows the time.
+_MEGA_READERS: Dict[str, Callable[[Any], Any]] = {**_READERS, "times": _times_or_none}
 
 
 def _put(drive: Dict[str, Any], member: str, value: Any) -> None:
     if member not in drive or member == "number":
         raise UseError(f"A drive has no {member!r}; it has {', '.join(name for name in drive if name != 'number')}.")
+    readers = _MEGA_READERS if "did" in drive else _READERS
     try:
-        drive[member] = _READERS.get(member, _text)(value)
+        drive[member] = readers.get(member, _text)(value)
     except ValueError as error:
         raise UseError(f"The {member} of a drive {error}, not {value!r}.") from None

@@ -34,7 +34,7 @@ def cycles_of(counters: Dict[str, Dict[str, int]]) -> int:
 
 
 def wait_for_cycle(sim: ControllerProcess, host: SimHost, cycle: int) -> int:
-    """Waits until so many looks were seen and returns how many there are now. Raises HostError when they stop coming."""
+    """Waits until so many looks were seen and returns how many there are now. HostError when they stop coming."""
     seen, changed = -1, time.monotonic()
     while True:
         now = cycles_of(sim.control.call("counters"))
@@ -86,7 +86,8 @@ def measure(bin_dir: Path, cycles: int, options: Sequence[str]) -> None:
         print(f"zombies           {most_zombies:7} at most")
         print(f"requests served   {counters['total']:7} on {counters['connections']} connections")
         print(f"error lines       {errors:7} in the trace log")
-        print(f"time              {seconds:7.1f} s, {seconds / done * 1000:.0f} ms per cycle at {SPEED} times the speed")
+        print(f"time              {seconds:7.1f} s, {seconds / done * 1000:.0f} ms per cycle "
+              f"at {SPEED} times the speed")
         status = host.stop_service(60)
         if status != 0:
             raise HostError(f"the service ended with status {status}\n{host.report()}")

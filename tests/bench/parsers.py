@@ -1,5 +1,7 @@
 #!/usr/bin/python3
-"""Speed and memory of the readers of the RAID tools' outputs, beside grep over the same file. Prints figures, judges nothing.
+"""Speed and memory of the readers of the RAID tools' outputs, beside grep over the same file.
+
+Prints figures, judges nothing.
 
     parsers.py --program build/release/tests/parse-texts
 """
@@ -48,8 +50,8 @@ def measure(program: Path, kind: str, text: Path) -> None:
     megabytes = text.stat().st_size / 1e6
     our_rate = megabytes / statistics.median(ours[1:])
     grep_rate = megabytes / statistics.median(greps[1:])
-    print(f"{kind:<8} {megabytes:6.1f} MB {figures['errors']:7d} medium errors {our_rate:7.0f} MB/s   grep {grep_rate:7.0f} MB/s"
-          f"   {our_rate / grep_rate:5.2f} of grep   peak memory +{growth} KiB")
+    print(f"{kind:<8} {megabytes:6.1f} MB {figures['errors']:7d} medium errors {our_rate:7.0f} MB/s"
+          f"   grep {grep_rate:7.0f} MB/s   {our_rate / grep_rate:5.2f} of grep   peak memory +{growth} KiB")
 
 
 def main() -> int:

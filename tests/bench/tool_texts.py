@@ -14,8 +14,8 @@ OTHER_STRUCTURES = (
     "Mode Sense 10",
     "Workload Information",
 )
-ENTRY_HEADER = ("      Error Type   SCSI Operation Code   SCSI Status   CAM Status   Sense Key   ASC    ASCQ   Block Valid   "
-                "Block        Reference Time   Additional Information")
+ENTRY_HEADER = ("      Error Type   SCSI Operation Code   SCSI Status   CAM Status   Sense Key   ASC    ASCQ   "
+                "Block Valid   Block        Reference Time   Additional Information")
 
 
 def _value(key: str, value: str) -> str:
@@ -50,8 +50,9 @@ def _drive(controller: str, number: int, rng: random.Random) -> List[str]:
     entries = []
     for entry in range(ENTRIES_PER_DRIVE):
         sense = rng.choice(("0x03", "0x01", "0x05", "0x0b"))
-        entries.append(f"      0x01         0x28                  0x02          0x04         {sense}        0x11   0x00   0x01"
-                       f"          0x{rng.randrange(1 << 32):08x}   0x{0x50000 + entry * 700:08x}       0x0000")
+        entries.append(f"      0x01         0x28                  0x02          0x04         {sense}"
+                       f"        0x11   0x00   0x01          0x{rng.randrange(1 << 32):08x}"
+                       f"   0x{0x50000 + entry * 700:08x}       0x0000")
     lines += _structure(heading, "Serial SCSI Physical Drive Error Log", [
         _value("Errors Logged", str(ENTRIES_PER_DRIVE)), "", "   Physical Drive Error Log Entries", "",
         ENTRY_HEADER, "      " + "-" * (len(ENTRY_HEADER) - 6), *entries, "", _value("Reference Time", "0x0005f000"),
@@ -86,10 +87,11 @@ def write_event_log(path: Path, events: int) -> None:
     with path.open("w", encoding="ascii") as out:
         for number in range(events):
             device = rng.randrange(8, 32)
+            drive = f"PD {device:02x}(e0xfc/s{device - 8})"
             if number % 4 == 0:
-                what = f"Patrol Read corrected medium error on PD {device:02x}(e0xfc/s{device - 8}) at {rng.randrange(1 << 28):x}"
+                what = f"Patrol Read corrected medium error on {drive} at {rng.randrange(1 << 28):x}"
             else:
-                what = f"Unexpected sense: PD {device:02x}(e0xfc/s{device - 8}) Path 500000000000{device:04x}, CDB: 4d 00, Sense: 5/24/00"
+                what = f"Unexpected sense: {drive} Path 500000000000{device:04x}, CDB: 4d 00, Sense: 5/24/00"
             out.write(f"\n\nseqNum: 0x{number:08x}\nTime: Fri Oct {1 + number * 20 // events:2d} "
                       f"{number % 24:02d}:{number % 60:02d}:{number * 7 % 60:02d} 2026\n\n"
                       f"Code: 0x0000005d\nClass: 0\nLocale: 0x02\nEvent Description: {what}\nEvent Data:\n===========\n"

@@ -451,7 +451,11 @@ class TestState:
         (lambda tools: tools.set_drive(1, 1, "did", "ten"), ["did", "whole number", "'ten'"]),
         (lambda tools: tools.set_drive(1, 1, "found_by", "luck"), ["found_by", "patrol"]),
         (lambda tools: tools.set_drive(1, 1, "times", [1.5]), ["times", "list of whole numbers"]),
+        (lambda tools: tools.set_drive(1, 1, "times", [True]), ["times", "list of whole numbers"]),
+        (lambda tools: tools.set_drive(1, 1, "times", [-1]), ["times", "list of whole numbers"]),
+        (lambda tools: tools.set_drive(1, 1, "other_times", [None]), ["other_times", "list of whole numbers, not"]),
         (lambda tools: tools.set_drive(1, 1, "absent", "yes"), ["absent", "true or false"]),
+        (lambda tools: tools.set_controller(1, "absent", "no"), ["absent", "true or false", "'no'"]),
         (lambda tools: tools.set_controller(1, "colour", "red"), ["no 'colour'"]),
         (lambda tools: tools.add_mega_raid(number=1), ["controller 1 already"]),
         (lambda tools: tools.layout("sideways"), ["'sideways'", "grouped"]),
@@ -466,6 +470,11 @@ class TestState:
         for word in words:
             assert word in str(error.value)
         assert Store(mega.tools.folder).read() == before
+
+    def test_smart_array_logs_no_error_without_a_time(self, smart: Bench) -> None:
+        for member in ("times", "other_times"):
+            with pytest.raises(UseError, match=f"{member} of a drive is a list of whole numbers, not"):
+                smart.tools.set_drive(1, 1, member, [5, None])
 
     def test_changes_from_many_sides_are_all_there(self, mega: Bench) -> None:
         def add() -> None:
