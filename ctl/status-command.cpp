@@ -6,6 +6,7 @@
 #include "clock.h"
 #include "controller-access.h"
 #include "file-writing.h"
+#include "health-command.h"
 #include "status-model.h"
 #include "status-progress.h"
 #include "status-read.h"
@@ -39,7 +40,7 @@ int StatusCommand::Run() {
         return kNagiosUnknown;
     }
     if (m_format == StatusFormat::kPrometheus) {
-        Put(RenderPrometheusFailure());
+        Put(ServiceMetrics() + RenderPrometheusFailure());
     }
     throw CtlError(sentence);
 }
@@ -113,13 +114,19 @@ std::string StatusCommand::Render(const StatusReport& report) const {
         case StatusFormat::kJson:
             return RenderJson(report);
         case StatusFormat::kPrometheus:
-            return RenderPrometheus(report);
+            return ServiceMetrics() + RenderPrometheus(report);
         case StatusFormat::kNagios:
             return RenderNagios(report);
         case StatusFormat::kHtml:
             break;
     }
     return RenderHtml(report);
+}
+
+// A service that has ended sees no drive fail, so who collects the drives' states is told. Others than root
+// cannot find out.
+std::string StatusCommand::ServiceMetrics() const {
+    return m_doors.user == 0 ? RenderHealthPrometheus(ReadHealth(m_doors)) : std::string();
 }
 
 void StatusCommand::Put(const std::string& text) {

@@ -29,6 +29,7 @@ private:
     tova_service::MessageCatalogue LoadCatalogue() const;
     std::string Language() const;
     std::string Render(const StatusReport& report) const;
+    std::string ServiceMetrics() const;
     void Put(const std::string& text);
 
     const CtlDoors& m_doors;

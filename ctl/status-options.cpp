@@ -63,7 +63,8 @@ void AddStatusCommand(CLI::App& app, const CtlDoors& doors, Action& chosen) {
         "also\n"
         "any failure; the sentence that tells it goes to standard output. With --format prometheus a "
         "failure\n"
-        "still writes \"bayward_up 0\", and ends with status 1.");
+        "still writes \"bayward_up 0\", and ends with status 1; the metrics of \"baywardctl health\" come "
+        "first.");
     status->callback([&doors, &chosen, options] {
         chosen = [&doors, options] { return StatusCommand(doors, options->format, options->file).Run(); };
     });

@@ -35,6 +35,7 @@ def test_running_service_is_well(start_sim: Callable, watch: Callable[..., Watch
     assert found["descriptors"] == len(watched.host.descriptors())
     assert 2 ** 20 < found["resident_bytes"] < 2 ** 28
     assert watched.ctl("health").stdout.endswith("All is well.\n")
+    assert '\nbayward_service_thread_up{thread="OS log"} 1\n' in watched.ctl("status", "--format", "prometheus").stdout
 
     sim.control.call("status", "*", 503, "forever")
     watched.wait_line("<VK0956>", 60)

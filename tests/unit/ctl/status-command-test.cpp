@@ -137,6 +137,14 @@ TEST_F(StatusCommandTest, VerifiedConnection_IsSaid) {
     EXPECT_THAT(out.str(), HasSubstr("\nbayward_connection_verified 1\n"));
 }
 
+TEST_F(StatusCommandTest, Prometheus_TellsWhetherTheServiceRuns) {
+    Run(StatusFormat::kPrometheus);
+    EXPECT_THAT(out.str(), HasSubstr("\nbayward_service_up 0\n"));
+    bridge.failures["init"] = "etc error";
+    FailureOf(StatusFormat::kPrometheus);
+    EXPECT_THAT(out.str(), HasSubstr("\nbayward_service_up 0\n"));
+}
+
 TEST_F(StatusCommandTest, Nagios_EndsWithTheStateOfTheServer) {
     EXPECT_EQ(Run(StatusFormat::kNagios), kNagiosCritical);
     EXPECT_THAT(out.str(), StartsWith("BAYWARD CRITICAL - Array [Slot 0] drive 1I:3:1 failed ("));
