@@ -137,7 +137,8 @@ def test_hostile_texts_are_only_texts(watched: Tooled) -> None:
     watched.wait_line(f"CTRL({clean} [Slot={clean}]) PD(Port={clean},Box={clean},Bay=1)")
     watched.wait_cycles(1)
     events = [line for line in watched.trace() if "0x80008159" in line]
-    assert events[0].startswith(f"<VK0345> [EV] 0x80008159 CTRL(HPE {clean} in slot {clean}) PD(1I{command}:{command}1:1?;%n%s)")
+    assert events[0].startswith(
+        f"<VK0345> [EV] 0x80008159 CTRL(HPE {clean} in slot {clean}) PD(1I{command}:{command}1:1?;%n%s)")
     assert len(events) == 2
     entries = [entry.text() for entry in watched.host.syslog_entries()]
     assert len(entries) == 4

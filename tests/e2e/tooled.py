@@ -13,8 +13,6 @@ from simtools.tools import Tools
 
 REPORT = "ssacli ctrl all diag file=ADUReport.zip"
 OVERVIEW = "storcli64 show"
-WORKING_FILES = {"ADUReport", "ADUReport.zip", "storcli_show_all.log", "storcli_show_events.log", "storcli_cx_show.log",
-                 "storcli_device_show_all.log", "storcli.log"}
 SEARCHING = "<VK0900> [TR] Start cyclic Media Error search."
 ENDED = "<VK0900> [TR] Break MediaErrorRoutine by StopEvent."
 
