@@ -34,4 +34,15 @@ bool Mutex::Release() {
     return true;
 }
 
+LockGuard::~LockGuard() {
+    if (m_lock == nullptr) {
+        return;
+    }
+    try {
+        m_lock->Release();
+    } catch (const tovabase::TOVAExcpt&) {
+        // Only a lock that this thread does not hold cannot be released.
+    }
+}
+
 }  // namespace tovaserverutil

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <optional>
+#include <utility>
 
 #include "file-descriptor.h"
 
@@ -26,7 +27,7 @@ constexpr milliseconds kEndGrace{2000};  // between SIGTERM and SIGKILL
 constexpr std::size_t kReadBuffer = 64 * 1024;
 
 // Starts /bin/sh in a process group of its own. `output` becomes its standard output unless it is -1.
-std::optional<pid_t> Spawn(const std::string& command, int output) {
+std::optional<pid_t> Spawn(std::string command, int output) {
     posix_spawn_file_actions_t actions;
     if (posix_spawn_file_actions_init(&actions) != 0) {
         return std::nullopt;
@@ -52,8 +53,7 @@ std::optional<pid_t> Spawn(const std::string& command, int output) {
     if (result == 0) {
         char shell[] = "sh";
         char option[] = "-c";
-        std::string text = command;
-        char* const arguments[] = {shell, option, text.data(), nullptr};
+        char* const arguments[] = {shell, option, command.data(), nullptr};
         result = posix_spawn(&pid, "/bin/sh", &actions, &attributes, arguments, environ);
     }
     posix_spawnattr_destroy(&attributes);
@@ -61,23 +61,44 @@ std::optional<pid_t> Spawn(const std::string& command, int output) {
     return result == 0 ? std::optional<pid_t>(pid) : std::nullopt;
 }
 
-// Whether the shell has ended. It is not reaped yet, so its process group's number cannot be given to anybody
-// else.
-bool HasEnded(pid_t pid) {
-    siginfo_t info{};
-    return waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) != 0 ||
-           info.si_pid == pid;
-}
-
-int Reap(pid_t pid) {
-    int status = 0;
-    while (waitpid(pid, &status, 0) < 0) {
-        if (errno != EINTR) {
-            return -1;
+// A shell that runs, with its process group. Whoever leaves without reaping it, by an exception, ends both.
+class Child {
+public:
+    explicit Child(pid_t pid) : m_pid(pid) {}
+    ~Child() {
+        if (m_pid > 0) {
+            End(SIGKILL);
+            Reap();
         }
     }
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
+    Child(const Child&) = delete;
+    Child& operator=(const Child&) = delete;
+
+    // It is not reaped yet, so its process group's number cannot be given to anybody else.
+    bool HasEnded() const {
+        siginfo_t info{};
+        return waitid(P_PID, static_cast<id_t>(m_pid), &info, WEXITED | WNOHANG | WNOWAIT) != 0 ||
+               info.si_pid == m_pid;
+    }
+
+    // Sends the signal to the whole group.
+    void End(int signal) const { kill(-m_pid, signal); }
+
+    // Waits for the shell's end. Its exit status; -1 when there is none. To be called once.
+    int Reap() {
+        const pid_t pid = std::exchange(m_pid, -1);
+        int status = 0;
+        while (waitpid(pid, &status, 0) < 0) {
+            if (errno != EINTR) {
+                return -1;
+            }
+        }
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+
+private:
+    pid_t m_pid;  // -1: reaped
+};
 
 // The reading end of the command's output.
 class OutputReader {
@@ -117,9 +138,9 @@ private:
 };
 
 // Reads along until the shell has ended; false when the deadline came first.
-bool WaitForEnd(pid_t pid, OutputReader& output, milliseconds limit) {
+bool WaitForEnd(const Child& shell, OutputReader& output, milliseconds limit) {
     const SteadyClock::time_point deadline = SteadyClock::now() + limit;
-    while (!HasEnded(pid)) {
+    while (!shell.HasEnded()) {
         const auto left = std::chrono::ceil<milliseconds>(deadline - SteadyClock::now());
         if (left <= milliseconds(0)) {
             return false;
@@ -148,14 +169,15 @@ CommandResult Run(const std::string& command, milliseconds deadline, int writeEn
     if (!pid) {
         return result;
     }
+    Child shell(*pid);
     result.started = true;
-    if (!WaitForEnd(*pid, output, deadline)) {
+    if (!WaitForEnd(shell, output, deadline)) {
         result.timedOut = true;
-        kill(-*pid, SIGTERM);
+        shell.End(SIGTERM);
         LetGroupEnd(output);
-        kill(-*pid, SIGKILL);
+        shell.End(SIGKILL);
     }
-    result.exitStatus = Reap(*pid);
+    result.exitStatus = shell.Reap();
     output.Drain();
     result.output = output.Take();
     return result;

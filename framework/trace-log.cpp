@@ -68,9 +68,9 @@ bool TraceLog::vWrite(const char* format, va_list args) {
     }
     line[length++] = '\n';
 
-    m_lock.WaitOne(0);
+    LockGuard lock(m_lock);
     Append(line, length);
-    return m_lock.Release();
+    return lock.Release();
 }
 
 void TraceLog::Append(const char* line, std::size_t length) {

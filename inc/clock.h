@@ -6,6 +6,8 @@
 
 namespace tovaserverutil {
 
+inline constexpr std::uint32_t kMillisecondsPerMinute = 60000;
+
 // Monotonic time, for rules that span hours: a change of the wall clock neither shortens nor lengthens a
 // pause. Any thread may use it.
 class Clock {

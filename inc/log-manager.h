@@ -11,7 +11,11 @@
 
 namespace tovaserverutil {
 
-// The archives that a thread keeps: FOLDER BASENAME TIME EXTENSION.
+// The diagnostic tool's command; its options follow.
+inline constexpr const char* kDiagnosticCommand = "/opt/smartstorageadmin/ssacli/bin/ssacli ctrl all diag ";
+
+// The archives that a thread keeps: FOLDER BASENAME TIME EXTENSION. Such a path reaches the shell unquoted:
+// the parts are fixed texts without blanks and without characters that mean something to the shell.
 struct LogFileSet {
     std::string baseName;
     std::string extension;
@@ -30,8 +34,9 @@ public:
     // Forwards to the trace log when there is one; otherwise does nothing.
     void WriteLog(const char* format, ...) __attribute__((format(printf, 2, 3)));
 
-    // Runs the command with the path of a new archive behind it, named for `now` (seconds since the epoch) in
-    // local time: BASENAME yyyymmdd_hhmmss EXTENSION. Whatever the command wrote is kept, also when it fails.
+    // Runs the command, which the shell gets as it is, with the path of a new archive behind it, named for
+    // `now` (seconds since the epoch) in local time: BASENAME yyyymmdd_hhmmss EXTENSION. Whatever the command
+    // wrote is kept, also when it fails.
     void SaveArchive(const std::string& command, std::uint64_t now);
 
     // Removes the files with the smallest names until no more than the maximum are left. Regular files whose
@@ -39,8 +44,8 @@ public:
     // up; no younger one goes in its place.
     void Prune();
 
-    // Runs the command, which writes a report into the working directory. Only the first failure in this
-    // object's life is traced.
+    // Runs the command, which the shell gets as it is and which writes a report into the working directory.
+    // Only the first failure in this object's life is traced.
     void RunReport(const std::string& command);
 
 private:

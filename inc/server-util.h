@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "file-descriptor.h"
@@ -155,6 +156,23 @@ public:
 
 private:
     pthread_mutex_t m_mutex;
+};
+
+// Holds a lock until the end of the scope.
+class LockGuard {
+public:
+    // Throws TOVAExcpt when the lock cannot be taken.
+    explicit LockGuard(ILock& lock) : m_lock(&lock) { lock.WaitOne(0); }
+    ~LockGuard();
+    LockGuard(const LockGuard&) = delete;
+    LockGuard& operator=(const LockGuard&) = delete;
+
+    // Releases the lock now, for whoever wants to know whether that succeeds; to be called at most once.
+    // Returns and throws what the lock's Release does.
+    bool Release() { return std::exchange(m_lock, nullptr)->Release(); }
+
+private:
+    ILock* m_lock;  // null: released
 };
 
 // Appends time-stamped lines to a file that is kept below a size limit, with one backup ending ".bak". Any

@@ -17,7 +17,8 @@ struct CommandResult {
 };
 
 // Runs command lines through the shell (/bin/sh -c). Callers put only fixed texts and parsed decimal numbers
-// into them.
+// into them. A call blocks until the shell has ended, at most for the deadline and the two seconds that the
+// command has to clean up past it.
 class CommandRunner {
 public:
     static constexpr std::size_t kMaxOutput = 1024 * 1024;  // output beyond this is read and dropped

@@ -1,4 +1,4 @@
-// Searching and cleaning texts.
+// Searching, taking apart and cleaning texts.
 #pragma once
 
 #include <string>
@@ -19,6 +19,30 @@ inline std::string_view Trimmed(std::string_view text) {
         return {};
     }
     return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
+}
+
+inline bool IsBlank(char character) {
+    return character == ' ' || character == '\t';
+}
+
+inline std::string_view WithoutLeadingBlanks(std::string_view text) {
+    std::size_t blanks = 0;
+    while (blanks < text.size() && IsBlank(text[blanks])) {
+        ++blanks;
+    }
+    return text.substr(blanks);
+}
+
+// Takes the first word off the text; empty when there is none.
+inline std::string_view TakeWord(std::string_view& text) {
+    text = WithoutLeadingBlanks(text);
+    std::size_t end = 0;
+    while (end < text.size() && !IsBlank(text[end])) {
+        ++end;
+    }
+    const std::string_view word = text.substr(0, end);
+    text.remove_prefix(end);
+    return word;
 }
 
 // The text with every control and non-ASCII byte replaced by "?". What a drive says about itself passes

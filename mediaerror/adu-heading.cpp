@@ -7,6 +7,7 @@
 
 using tovaserverutil::Contains;
 using tovaserverutil::Printable;
+using tovaserverutil::TakeWord;
 using tovaserverutil::Trimmed;
 
 namespace {

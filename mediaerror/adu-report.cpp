@@ -6,12 +6,12 @@
 #include <string_view>
 
 #include "adu-heading.h"
-#include "adu-text.h"
 #include "text.h"
 
 namespace {
 
 using tovaserverutil::Contains;
+using tovaserverutil::WithoutLeadingBlanks;
 
 constexpr std::string_view kStatusSection = " : Physical Drive Status";
 constexpr std::string_view kErrorLogSection = ": Serial SCSI Physical Drive Error Log";
@@ -70,7 +70,8 @@ private:
         m_kind = Kind::kNone;
     }
 
-    // The line holds a colon. False when it is no heading.
+    // The line holds a colon. False when the open section's reader has to take it: it is no heading. True
+    // when it was a heading, and for any line outside of sections, which nobody reads.
     bool TakeHeading(std::string_view line) {
         if (const std::size_t name = line.find(kStatusSection); name != std::string_view::npos) {
             OpenSection(Kind::kStatus, line, TitleOf(line.substr(0, name)));

@@ -20,9 +20,9 @@ struct AduSink {
 };
 
 // Reads the report in constant memory but for a few bytes for each drive of a controller. Drives that are
-// neither HDD nor SSD are left out, and so are status sections without a port. Takes any text. Deliberately
-// throws std::invalid_argument or std::out_of_range, as std::stoi and std::stoul do, when the heading of an
-// error log has no port, box or bay, and when the time of a medium error is no hexadecimal number: a report
-// that cannot be told apart any more must not be taken for one without errors. Else it throws what the sink
-// throws, and std::bad_alloc.
+// neither HDD nor SSD are left out, and so are status sections without a port. A text of another form
+// holds no records. Deliberately throws std::invalid_argument or std::out_of_range, as std::stoi and
+// std::stoul do, when the heading of an error log has no port, box or bay, and when the time of a medium
+// error is no hexadecimal number: a report that cannot be told apart any more must not be taken for one
+// without errors. Else it throws what the sink throws, and std::bad_alloc.
 void ReadAduReport(LineSource& lines, const AduSink& sink);

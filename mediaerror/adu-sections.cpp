@@ -9,8 +9,11 @@
 #include "text.h"
 
 using tovaserverutil::Contains;
+using tovaserverutil::IsBlank;
 using tovaserverutil::Printable;
+using tovaserverutil::TakeWord;
 using tovaserverutil::Trimmed;
+using tovaserverutil::WithoutLeadingBlanks;
 
 namespace {
 
@@ -29,7 +32,7 @@ bool IsHexDigit(char character) {
 }
 
 // The trimmed value behind a key; a separator may stand between them.
-std::optional<std::string> ValueOf(std::string_view line, std::string_view key) {
+std::optional<std::string> ValueBehind(std::string_view line, std::string_view key) {
     std::string text;
     if (!find_elements(line, key, text)) {
         return std::nullopt;
@@ -141,7 +144,7 @@ StatusSection::StatusSection(int number, const AduHeading& heading)
 }
 
 void StatusSection::Take(std::string_view line) {
-    if (const auto serial = ValueOf(line, "Drive Serial Number")) {
+    if (const auto serial = ValueBehind(line, "Drive Serial Number")) {
         if (m_drive.serial.empty()) {
             m_drive.serial = Printable(*serial);
         }
@@ -151,7 +154,7 @@ void StatusSection::Take(std::string_view line) {
         return;
     }
     for (Place& place : m_places) {
-        if (const auto value = ValueOf(line, place.key); value && !place.told) {
+        if (const auto value = ValueBehind(line, place.key); value && !place.told) {
             place.told = NumberInValue(*value);
         }
     }
@@ -234,7 +237,7 @@ void ErrorLogSection::TakeSenseKey(std::string_view text) {
 // The log closes with a reference time of its own, which belongs to no error: only the first one after a
 // medium error counts.
 void ErrorLogSection::TakeReferenceTime(std::string_view text) {
-    if (const auto value = ValueOf(text, kReferenceTime)) {
+    if (const auto value = ValueBehind(text, kReferenceTime)) {
         m_pending = false;
         m_log.times.Add(std::stoul(*value, nullptr, 16));
     }

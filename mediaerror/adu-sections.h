@@ -12,20 +12,22 @@
 #include "adu-heading.h"
 #include "error-times.h"
 
-// A drive's status section. Texts are printable.
+// A drive's status section. All texts but `controller` are printable.
 struct AduDrive {
-    std::string controller;  // its title, as it stands in the headings
-    int number = 0;          // the drive's order among those of its controller, from 1
-    std::string serial;      // empty when the drive does not tell it
-    std::string location;    // as the heading prints it, "1I:1:11"
+    // Its title byte for byte, as it stands in the headings: only a key, which tells equal places on several
+    // controllers apart, and nothing to be shown.
+    std::string controller;
+    int number = 0;        // the drive's order among those of its controller, from 1
+    std::string serial;    // empty when the drive does not tell it
+    std::string location;  // as the heading prints it, "1I:1:11"
     int port = 0;
     int box = 0;
     int bay = 0;
 };
 
-// A drive's error log. Texts are printable.
+// A drive's error log. All texts but `controller` are printable.
 struct AduErrorLog {
-    std::string controller;
+    std::string controller;  // as in AduDrive
     // The number that the status section gave the location; when there was none, the drive's order among the
     // error logs of its controller.
     int number = 0;

@@ -1,12 +1,14 @@
 #include "adu-text.h"
 
+#include "text.h"
+
 bool find_elements(std::string_view line, std::string_view key, std::string& value) {
     const std::size_t found = line.find(key);
     if (found == std::string_view::npos) {
         value.clear();
         return false;
     }
-    value.assign(WithoutLeadingBlanks(line.substr(found + key.size())));
+    value.assign(tovaserverutil::WithoutLeadingBlanks(line.substr(found + key.size())));
     return true;
 }
 

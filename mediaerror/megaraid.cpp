@@ -4,6 +4,7 @@
 
 #include "medium-error-event.h"
 #include "system-info.h"
+#include "working-files.h"
 
 using tovaserverutil::CommandResult;
 
@@ -17,11 +18,10 @@ namespace {
 
 constexpr const char* kTool = "/opt/MegaRAID/storcli/storcli64";
 
-constexpr StorcliListing kControllers{"storcli_show_all.log", "KMT_ADUReport_test/storcli_show_all_test.txt"};
-constexpr StorcliListing kController{"storcli_cx_show.log", "KMT_ADUReport_test/storcli_cx_show_test.txt"};
-constexpr StorcliListing kDrive{"storcli_device_show_all.log",
-                                "KMT_ADUReport_test/storcli_device_show_all.txt"};
-constexpr StorcliListing kEvents{"storcli_show_events.log", "KMT_ADUReport_test/storcli_show_events.txt"};
+constexpr StorcliListing kControllers{kControllersFile, "KMT_ADUReport_test/storcli_show_all_test.txt"};
+constexpr StorcliListing kController{kControllerFile, "KMT_ADUReport_test/storcli_cx_show_test.txt"};
+constexpr StorcliListing kDrive{kDriveFile, "KMT_ADUReport_test/storcli_device_show_all.txt"};
+constexpr StorcliListing kEvents{kEventsFile, "KMT_ADUReport_test/storcli_show_events.txt"};
 
 constexpr std::uint64_t kManyErrors = 19;  // more than this
 constexpr std::size_t kNewest = 19;
@@ -71,23 +71,23 @@ void MegaRaidSearch::Run() {
     for (const unsigned int number : check_MRController()) {
         const StorcliController controller = check_MRDevice(number);
         // Device ids repeat on the next controller.
-        std::map<int, MediumErrors> errorsByDevice;
+        std::map<unsigned int, MediumErrors> errorsByDevice;
         if (const auto lines = output_storcli_events(number)) {
             ReadCorrectedErrors(*lines, [&](const CorrectedError& error) {
                 if (const auto device = DeviceOf(error, controller.drives)) {
-                    MediumErrors& errors = errorsByDevice[static_cast<int>(*device)];
+                    MediumErrors& errors = errorsByDevice[*device];
                     ++errors.count;
                     errors.times.Add(error.time);
                 }
             });
         }
         for (const auto& [device, errors] : errorsByDevice) {
-            Report(number, controller, static_cast<unsigned int>(device), errors);
+            Report(number, controller, device, errors);
         }
     }
-    Remove(kControllers.file);
-    Remove(kEvents.file);
-    Remove("storcli.log");  // the tool's own
+    RemoveWorkingFile(m_context.runner, kControllersFile);
+    RemoveWorkingFile(m_context.runner, kEventsFile);
+    RemoveWorkingFile(m_context.runner, kStorcliOwnFile);
 }
 
 std::vector<unsigned int> MegaRaidSearch::check_MRController() {
@@ -114,7 +114,7 @@ StorcliController MegaRaidSearch::check_MRDevice(unsigned int number) {
                    static_cast<int>(drive.slot));
     }
     m_drives.insert(static_cast<int>(number), drives);
-    Remove(kController.file);
+    RemoveWorkingFile(m_context.runner, kControllerFile);
     return controller;
 }
 
@@ -124,7 +124,7 @@ StorcliPlace MegaRaidSearch::get_box_num(unsigned int controller, const StorcliD
         List(Path(controller) + enclosure + "/s" + std::to_string(drive.slot) + " show all", kDrive);
     const auto lines = Open(kDrive, result);
     StorcliPlace place = lines == nullptr ? StorcliPlace() : ParsePlace(*lines);
-    Remove(kDrive.file);
+    RemoveWorkingFile(m_context.runner, kDriveFile);
     return place;
 }
 
@@ -135,37 +135,34 @@ std::unique_ptr<LineSource> MegaRaidSearch::output_storcli_events(unsigned int c
 
 void MegaRaidSearch::Report(unsigned int number, const StorcliController& controller, unsigned int device,
                             const MediumErrors& errors) {
-    const std::uint64_t now = m_desk.clock.Now();
+    const std::uint64_t now = m_context.clock.Now();
     const int key = pd_report_map::key(number, device);
-    if (ErrsRepeatedly(errors) && m_desk.reports.find_event_time(key) == 0) {
+    if (ErrsRepeatedly(errors) && m_context.reports.find_event_time(key) == 0) {
         const int port = static_cast<int>(number);
-        m_desk.reports.set_event_time(key, now);
+        m_context.reports.set_event_time(key, now);
         tovaevent::EvtData event(tovaevent::kMediumErrors);
         event.AddParameter(Title(controller));
         // Empty for a drive that has been taken out since its errors.
         event.AddParameter(
             m_drives.find_location(port, m_drives.find_pd_id_from_crtl_id(port, static_cast<int>(device))));
         event.AddParameter("");
-        m_desk.parameter.EventToLog(m_desk.language, event);
+        m_context.parameter.EventToLog(m_context.language, event);
         return;
     }
     // A clock that was set back makes the difference wrap round to a huge number: a line too many, never a
     // silence that lasts until the old time is reached again.
-    const std::uint64_t last = m_desk.reports.find_trace_time(key);
+    const std::uint64_t last = m_context.reports.find_trace_time(key);
     if (last != 0 && now - last < kTraceSpacing) {
         return;
     }
-    m_desk.reports.set_trace_time(key, now);
-    m_desk.parameter.Log().Write("[EV] (%lu) Medium Errors detected on pid:%d",
-                                 static_cast<unsigned long>(errors.count), static_cast<int>(device));
+    m_context.reports.set_trace_time(key, now);
+    m_context.parameter.Log().Write("[EV] (%lu) Medium Errors detected on pid:%u",
+                                    static_cast<unsigned long>(errors.count), device);
 }
 
 CommandResult MegaRaidSearch::List(const std::string& arguments, const StorcliListing& listing) {
-    return m_desk.runner.Execute(kTool + arguments + " > " + listing.file, tovaserverutil::kListingDeadline);
-}
-
-void MegaRaidSearch::Remove(const std::string& file) {
-    m_desk.runner.Execute("rm -rf \"" + file + "\"", tovaserverutil::kListingDeadline);
+    return m_context.runner.Execute(kTool + arguments + " > " + listing.file,
+                                    tovaserverutil::kListingDeadline);
 }
 
 void check_MegaRaid_Event() {

@@ -19,7 +19,7 @@
 struct StorcliListing;  // one of the tool's outputs
 
 // What a search works with; everything is borrowed.
-struct MegaRaidDesk {
+struct MegaRaidContext {
     tovaserverutil::CommandRunner& runner;
     pd_report_map& reports;  // what has been reported already
     tova_service::ServiceParameter& parameter;
@@ -46,7 +46,7 @@ std::optional<unsigned int> DeviceOf(const CorrectedError& error, const std::vec
 // ("KMT_ADUReport_test/" in the working directory) is read instead of the listing that it stands for.
 class MegaRaidSearch {
 public:
-    explicit MegaRaidSearch(const MegaRaidDesk& desk) : m_desk(desk) {}
+    explicit MegaRaidSearch(const MegaRaidContext& context) : m_context(context) {}
 
     // A drive that errs repeatedly raises event 0x80008159 once; every other drive with errors, and that
     // drive from then on, gets a trace line, at most one in seven days. Without storcli64, or when it cannot
@@ -68,12 +68,11 @@ private:
     // Runs the tool with its standard output in the listing's file. Controllers, enclosures and slots come
     // into the arguments as numbers.
     tovaserverutil::CommandResult List(const std::string& arguments, const StorcliListing& listing);
-    void Remove(const std::string& file);
 
-    MegaRaidDesk m_desk;
+    MegaRaidContext m_context;
     pd_addr_map m_drives;  // by controller number
 };
 
-// The same at the desk of the running service: m_PdReportMap_Mr, Parameter, LocalSystemInfo, the real shell
+// The same for the running service: m_PdReportMap_Mr, Parameter, LocalSystemInfo, the real shell
 // and the time of day. Called by the media-error thread alone.
 void check_MegaRaid_Event();

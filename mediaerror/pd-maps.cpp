@@ -5,25 +5,9 @@
 pd_addr_map m_PdAddrMap;
 pd_report_map m_PdReportMap_Mr;
 
+using tovaserverutil::LockGuard;
+
 namespace {
-
-// Holds the lock for one access.
-class Locked {
-public:
-    explicit Locked(tovaserverutil::Mutex& lock) : m_lock(lock) { m_lock.WaitOne(0); }
-    ~Locked() {
-        try {
-            m_lock.Release();
-        } catch (const tovabase::TOVAExcpt&) {
-            // Only a lock that this thread does not hold cannot be released.
-        }
-    }
-    Locked(const Locked&) = delete;
-    Locked& operator=(const Locked&) = delete;
-
-private:
-    tovaserverutil::Mutex& m_lock;
-};
 
 // The value of the key; an empty one when the map does not hold it.
 template <typename Key, typename Value>
@@ -37,16 +21,13 @@ Value Find(const std::map<Key, Value>& map, const Key& key) {
 pd_addr::pd_addr() = default;
 pd_addr::~pd_addr() = default;
 
-void pd_addr::add(int number, int id, const std::string& serial, const std::string& location, int port,
-                  int box, int bay, const std::vector<unsigned char>& /*bytes*/,
+void pd_addr::add(int number, int id, const std::string& serial, const std::string& location, int /*port*/,
+                  int /*box*/, int /*bay*/, const std::vector<unsigned char>& /*bytes*/,
                   const std::string& /*text*/) {
     Drive drive;
     drive.id = id;
     drive.serial = serial;
     drive.location = location;
-    drive.port = port;
-    drive.box = box;
-    drive.bay = bay;
     m_drives[number] = std::move(drive);
 }
 
@@ -61,49 +42,54 @@ std::string pd_addr::location(int number) const {
     return found == m_drives.end() ? std::string() : found->second.location;
 }
 
+std::string pd_addr::serial(int number) const {
+    const auto found = m_drives.find(number);
+    return found == m_drives.end() ? std::string() : found->second.serial;
+}
+
 void pd_addr_map::insert(int port, pd_addr& record) {
-    const Locked lock(m_lock);
+    const LockGuard lock(m_lock);
     m_records[port] = record;
 }
 
 void pd_addr_map::merge(int port, const pd_addr& record) {
-    const Locked lock(m_lock);
+    const LockGuard lock(m_lock);
     for (const auto& [number, drive] : record.m_drives) {
         m_records[port].m_drives[number] = drive;
     }
 }
 
 void pd_addr_map::clear_map() {
-    const Locked lock(m_lock);
+    const LockGuard lock(m_lock);
     m_serials.clear();
     m_referenceTimes.clear();
     m_counts.clear();
 }
 
 int pd_addr_map::find_pd_id_from_crtl_id(int controller, int id) {
-    const Locked lock(m_lock);
+    const LockGuard lock(m_lock);
     const auto found = m_records.find(controller);
     return found == m_records.end() ? 0 : found->second.find_number(id);
 }
 
 std::string pd_addr_map::find_location(int port, int number) {
-    const Locked lock(m_lock);
+    const LockGuard lock(m_lock);
     const auto found = m_records.find(port);
     return found == m_records.end() ? std::string() : found->second.location(number);
 }
 
 void pd_addr_map::set_serial(const std::string& location, const std::string& serial) {
-    const Locked lock(m_lock);
+    const LockGuard lock(m_lock);
     m_serials[location] = serial;
 }
 
 std::string pd_addr_map::find_serial(const std::string& location) {
-    const Locked lock(m_lock);
+    const LockGuard lock(m_lock);
     return Find(m_serials, location);
 }
 
 void pd_addr_map::add_reference_time(int port, int number, const std::string& location, std::uint64_t time) {
-    const Locked lock(m_lock);
+    const LockGuard lock(m_lock);
     if (pd_addr::Drive* const drive = FindDrive(port, number)) {
         drive->times.Add(time);
     }
@@ -111,20 +97,25 @@ void pd_addr_map::add_reference_time(int port, int number, const std::string& lo
 }
 
 ErrorTimes pd_addr_map::find_reference_times(int port, int number) {
-    const Locked lock(m_lock);
+    const LockGuard lock(m_lock);
     const pd_addr::Drive* const drive = FindDrive(port, number);
     return drive == nullptr ? ErrorTimes() : drive->times;
 }
 
+ErrorTimes pd_addr_map::find_reference_times(const std::string& location) {
+    const LockGuard lock(m_lock);
+    return Find(m_referenceTimes, location);
+}
+
 void pd_addr_map::set_intermittent(int port, int number) {
-    const Locked lock(m_lock);
+    const LockGuard lock(m_lock);
     if (pd_addr::Drive* const drive = FindDrive(port, number)) {
         drive->intermittent = 1;
     }
 }
 
 bool pd_addr_map::is_intermittent(int port, int number) {
-    const Locked lock(m_lock);
+    const LockGuard lock(m_lock);
     const pd_addr::Drive* const drive = FindDrive(port, number);
     return drive != nullptr && drive->intermittent != 0;
 }
@@ -134,27 +125,27 @@ void pd_addr_map::add_media_error_num_by_location(std::string location, std::uin
 }
 
 std::uint64_t pd_addr_map::find_media_error_num(const std::string& location) {
-    const Locked lock(m_lock);
+    const LockGuard lock(m_lock);
     return Find(m_counts, location);
 }
 
 std::uint64_t pd_addr_map::find_event_time(const std::string& serial) {
-    const Locked lock(m_lock);
+    const LockGuard lock(m_lock);
     return Find(m_eventTimes, serial);
 }
 
 void pd_addr_map::set_event_time(const std::string& serial, std::uint64_t time) {
-    const Locked lock(m_lock);
+    const LockGuard lock(m_lock);
     m_eventTimes[serial] = time;
 }
 
 std::uint64_t pd_addr_map::find_trace_time(const std::string& serial) {
-    const Locked lock(m_lock);
+    const LockGuard lock(m_lock);
     return Find(m_traceTimes, serial);
 }
 
 void pd_addr_map::set_trace_time(const std::string& serial, std::uint64_t time) {
-    const Locked lock(m_lock);
+    const LockGuard lock(m_lock);
     m_traceTimes[serial] = time;
 }
 

@@ -19,7 +19,8 @@ public:
     pd_addr& operator=(const pd_addr&) = default;
 
     // Adds a drive or starts it afresh: without intermittent mark and without reference times. `id` is the
-    // drive's device id (MegaRAID; else 0). The last two belong to the interface; nothing uses them.
+    // drive's device id (MegaRAID; else 0). Port, box, bay and the last two belong to the interface and are
+    // not kept: the location tells the place.
     void add(int number, int id, const std::string& serial, const std::string& location, int port, int box,
              int bay, const std::vector<unsigned char>& bytes = {}, const std::string& text = {});
 
@@ -27,6 +28,8 @@ public:
     int find_number(int id) const;
     // The drive's location text; empty when there is no such drive.
     std::string location(int number) const;
+    // Its serial number; empty when there is no such drive, or when it does not tell one.
+    std::string serial(int number) const;
 
 private:
     friend class pd_addr_map;
@@ -35,9 +38,6 @@ private:
         int id = 0;
         std::string serial;
         std::string location;
-        int port = 0;
-        int box = 0;
-        int bay = 0;
         unsigned char intermittent = 0;
         ErrorTimes times;
     };
@@ -72,6 +72,8 @@ public:
     void add_reference_time(int port, int number, const std::string& location, std::uint64_t time);
     // The drive's reference times; none when it is not known.
     ErrorTimes find_reference_times(int port, int number);
+    // Those of the location in the latest report, of all drives that stand there; none when it is not known.
+    ErrorTimes find_reference_times(const std::string& location);
     // Marks the drive as failing repeatedly. Does nothing when it is not known.
     void set_intermittent(int port, int number);
     bool is_intermittent(int port, int number);

@@ -10,17 +10,14 @@
 
 #include "adu-report.h"
 #include "medium-error-event.h"
+#include "working-files.h"
 
 using tovaserverutil::CommandResult;
-using tovaserverutil::kListingDeadline;
 
 namespace {
 
 constexpr const char* kTestReport = "KMT_ADUReport_test/KMT_ADUReport_test.txt";
-constexpr const char* kReport = "ADUReport/ADUReport.txt";
-constexpr const char* kUnpack = "unzip -o \"ADUReport.zip\" -d \"ADUReport\"";
-constexpr const char* kRemoveUnpacked = "rm -rf \"ADUReport\"";
-constexpr const char* kRemoveArchive = "rm -rf \"ADUReport.zip\"";
+constexpr const char* kReportName = "ADUReport.txt";  // in the archive
 
 // A drive fails repeatedly when its newest 19 errors lie within seven days, less one minute.
 constexpr std::size_t kNewest = 19;
@@ -35,10 +32,12 @@ std::unique_ptr<LineSource> Open(tovaserverutil::CommandRunner& runner) {
     // without unzip, there is nothing, or the report of an earlier run of the service.
     constexpr int kNoArchive = 9;
     constexpr int kNotRun = 126;  // and above: the shell's own
-    const CommandResult result = runner.Execute(kUnpack, kListingDeadline);
+    const CommandResult result =
+        runner.Execute(std::string("unzip -o \"") + kReportArchive + "\" -d \"" + kReportFolder + "\"",
+                       tovaserverutil::kListingDeadline);
     const bool unpacked = result.started && !result.timedOut && result.exitStatus >= 0 &&
                           result.exitStatus != kNoArchive && result.exitStatus < kNotRun;
-    return unpacked ? FileLines::OpenFirst({kReport}) : nullptr;
+    return unpacked ? FileLines::OpenFirst({std::string(kReportFolder) + "/" + kReportName}) : nullptr;
 }
 
 // Enters the records of one report into the drive map.
@@ -113,8 +112,8 @@ void SearchSmartArrays(tovaserverutil::CommandRunner& runner, pd_addr_map& drive
         ReadAduReport(*lines, {[&](const AduDrive& drive) { facts.Take(drive); },
                                [&](const AduErrorLog& log) { facts.Take(log); }});
     }
-    runner.Execute(kRemoveUnpacked, kListingDeadline);
-    runner.Execute(kRemoveArchive, kListingDeadline);
+    RemoveWorkingFile(runner, kReportFolder);
+    RemoveWorkingFile(runner, kReportArchive);
 }
 
 void check_serialLog() {

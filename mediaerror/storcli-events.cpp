@@ -14,27 +14,10 @@ using tovaserverutil::Contains;
 using tovaserverutil::Trimmed;
 
 constexpr std::string_view kBlock = "seqNum: ";
+constexpr std::string_view kSlotMark = "/s";  // in a description
 constexpr std::string_view kDescription = "Event Description:";
 // The tool's own words, before or right behind the events.
 constexpr std::string_view kEnvelope[] = {"CLI Version = ", "Controller = "};
-
-// The calling thread's locale is "C" for the lifetime of this object.
-class PlainLocale {
-public:
-    PlainLocale() : m_plain(newlocale(LC_ALL_MASK, "C", nullptr)), m_old(uselocale(m_plain)) {}
-    ~PlainLocale() {
-        uselocale(m_old);
-        if (m_plain != nullptr) {
-            freelocale(m_plain);
-        }
-    }
-    PlainLocale(const PlainLocale&) = delete;
-    PlainLocale& operator=(const PlainLocale&) = delete;
-
-private:
-    locale_t m_plain;
-    locale_t m_old;
-};
 
 // The number that the whole text is. One that is too large is as good as the largest one.
 std::optional<long long> ParseNumber(std::string_view text, int base) {
@@ -69,32 +52,49 @@ bool NamesCorrectedError(std::string_view description) {
     return Contains(description, "corrected medium error") || Contains(description, "Corrected medium error");
 }
 
-// Fills in what the event's data left open from "... on PD 0a(e0xfc/s3) at 1aea556". Device id and enclosure
-// are hexadecimal here, with or without "0x"; the slot is decimal, as everything is in the event's data.
-void CompleteFromDescription(Block& block, std::string_view description) {
+// The parts of "... on PD 0a(e0xfc/s3) at 1aea556". Device id and enclosure are hexadecimal here, with or
+// without "0x"; the slot is decimal, as everything is in the event's data. First, of what precedes the
+// bracket:
+std::optional<long long> DeviceIn(std::string_view before) {
     constexpr std::string_view kPhysicalDrive = "PD ";
-    const std::size_t open = description.find("(e");
+    const std::size_t name = before.rfind(kPhysicalDrive);
+    return name == std::string_view::npos ? std::nullopt
+                                          : ParseHexadecimal(before.substr(name + kPhysicalDrive.size()));
+}
+
+// Of "0xfc/s3".
+std::optional<unsigned int> EnclosureIn(std::string_view place) {
+    const auto enclosure = ParseHexadecimal(place.substr(0, place.find(kSlotMark)));
+    return enclosure && *enclosure >= 0 && *enclosure <= kMaxPlace
+               ? std::optional(static_cast<unsigned int>(*enclosure))
+               : std::nullopt;
+}
+
+// Of the same.
+std::optional<unsigned int> SlotIn(std::string_view place) {
+    const std::size_t mark = place.find(kSlotMark);
+    return mark == std::string_view::npos
+               ? std::nullopt
+               : ParseDecimal(Trimmed(place.substr(mark + kSlotMark.size())), kMaxPlace);
+}
+
+// Fills in what the event's data left open.
+void CompleteFromDescription(Block& block, std::string_view description) {
+    constexpr std::string_view kBracket = "(e";
+    const std::size_t open = description.find(kBracket);
     if (open == std::string_view::npos) {
         return;
     }
     if (!block.device) {
-        const std::string_view before = description.substr(0, open);
-        const std::size_t name = before.rfind(kPhysicalDrive);
-        if (name != std::string_view::npos) {
-            block.device = ParseHexadecimal(before.substr(name + kPhysicalDrive.size()));
-        }
+        block.device = DeviceIn(description.substr(0, open));
     }
-    std::string_view place = description.substr(open + 2);
+    std::string_view place = description.substr(open + kBracket.size());
     place = place.substr(0, place.find(')'));
-    const std::size_t slash = place.find("/s");
     if (!block.enclosure) {
-        const auto enclosure = ParseHexadecimal(place.substr(0, slash));
-        if (enclosure && *enclosure >= 0 && *enclosure <= kMaxPlace) {
-            block.enclosure = static_cast<unsigned int>(*enclosure);
-        }
+        block.enclosure = EnclosureIn(place);
     }
-    if (!block.slot && slash != std::string_view::npos) {
-        block.slot = ParseDecimal(Trimmed(place.substr(slash + 2)), kMaxPlace);
+    if (!block.slot) {
+        block.slot = SlotIn(place);
     }
 }
 
@@ -121,10 +121,7 @@ public:
         if (counts) {
             Report();
         }
-        m_block.device.reset();
-        m_block.enclosure.reset();
-        m_block.slot.reset();
-        m_block.timed = false;
+        m_block = {};
     }
 
 private:
@@ -196,12 +193,11 @@ void ReadCorrectedErrors(LineSource& lines, const std::function<void(const Corre
 std::uint64_t datestr_to_num(const std::string& text) {
     constexpr std::uint64_t kNoForm = 1;
     constexpr std::uint64_t kNoTime = 0;
+    // The "C" locale is part of the C library: asking for it takes no memory and cannot fail.
+    static const locale_t plain = newlocale(LC_ALL_MASK, "C", nullptr);
     tm local{};
-    {
-        const PlainLocale plain;
-        if (strptime(text.c_str(), "%a %b %d %H:%M:%S %Y", &local) == nullptr) {
-            return kNoForm;
-        }
+    if (strptime_l(text.c_str(), "%a %b %d %H:%M:%S %Y", &local, plain) == nullptr) {
+        return kNoForm;
     }
     local.tm_isdst = -1;
     const time_t seconds = mktime(&local);

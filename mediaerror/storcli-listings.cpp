@@ -9,6 +9,7 @@ namespace {
 
 using tovaserverutil::Contains;
 using tovaserverutil::Printable;
+using tovaserverutil::TakeWord;
 using tovaserverutil::Trimmed;
 
 constexpr std::string_view kDashes = "------------";
@@ -38,14 +39,6 @@ private:
     std::string_view m_header;
     Part m_part = Part::kNone;
 };
-
-// Takes the first word off the text.
-std::string_view TakeWord(std::string_view& text) {
-    text = Trimmed(text);
-    const std::string_view word = text.substr(0, text.find_first_of(" \t"));
-    text.remove_prefix(word.size());
-    return word;
-}
 
 // Columns are as wide as their contents and models hold blanks: only the first two words of a row are
 // reliable, "252:3" (or ":3" without enclosure) and the device id.

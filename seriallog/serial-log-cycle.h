@@ -13,7 +13,7 @@ inline constexpr const char* kSerialLogFailureUnit = "service";
 inline constexpr int kSerialLogFailureLine = 1540;
 
 // What the thread works with; everything is borrowed.
-struct SerialLogDesk {
+struct SerialLogContext {
     tova_service::ServiceParameter& parameter;
     tovaserverutil::StopWait& wait;
     tovaserverutil::CommandRunner& runner;
@@ -27,4 +27,4 @@ std::uint32_t SerialLogPeriod(std::uint32_t minutes);
 // The thread's body, until the stop. The first archive is saved one period after the start. An exception that
 // leaves the cycle is traced twice, as it leaves the loop and as the thread's end. Throws nothing but
 // failures of the trace log.
-void RunSerialLog(const SerialLogDesk& desk);
+void RunSerialLog(const SerialLogContext& context);

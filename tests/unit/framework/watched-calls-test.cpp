@@ -18,6 +18,7 @@ thread_local std::vector<int> closed;  // descriptors, in order
 thread_local int detached = 0;
 thread_local int lockResult = 0;  // other than 0: nothing is locked
 thread_local int unlockResult = 0;
+thread_local int unlocks = 0;  // asked for
 
 }  // namespace
 
@@ -43,6 +44,7 @@ int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {
 }
 
 int __wrap_pthread_mutex_unlock(pthread_mutex_t* mutex) {
+    ++unlocks;
     return unlockResult != 0 ? unlockResult : __real_pthread_mutex_unlock(mutex);
 }
 
@@ -52,6 +54,7 @@ namespace {
 
 using testing::MatchesRegex;
 using tovaserverutil::Event;
+using tovaserverutil::LockGuard;
 using tovaserverutil::Mutex;
 using tovaserverutil::Thread;
 
@@ -117,6 +120,46 @@ TEST(MutexFailure, UnlockRefused_ThrowsTheResult) {
     EXPECT_THAT(text, MatchesRegex("server-util [0-9]+ \\(Err: 1\\)"));
     EXPECT_EQ(code, 0x10001);
     EXPECT_TRUE(mutex.Release());
+}
+
+TEST(LockGuard, RefusedLock_ThrowsAndReleasesNothing) {
+    Mutex mutex;
+    lockResult = EINVAL;
+    EXPECT_THROW(const LockGuard guard(mutex), tovabase::TOVAExcpt);
+    lockResult = 0;
+    mutex.WaitOne(0);  // would wait for ever if it were held
+    EXPECT_TRUE(mutex.Release());
+}
+
+TEST(LockGuard, EndOfTheScope_ReleasesAndLetsNoFailureOut) {
+    Mutex mutex;
+    unlocks = 0;
+    { const LockGuard guard(mutex); }
+    EXPECT_EQ(unlocks, 1);
+    EXPECT_NO_THROW({
+        const LockGuard guard(mutex);
+        unlockResult = EPERM;
+    });
+    unlockResult = 0;
+    mutex.Release();
+}
+
+TEST(LockGuard, ReleaseByHand_TellsItsResultAndIsNotRepeated) {
+    Mutex mutex;
+    unlocks = 0;
+    {
+        LockGuard guard(mutex);
+        EXPECT_TRUE(guard.Release());
+    }
+    EXPECT_EQ(unlocks, 1);
+    {
+        LockGuard guard(mutex);
+        unlockResult = EPERM;
+        EXPECT_THROW(guard.Release(), tovabase::TOVAExcpt);
+        unlockResult = 0;
+    }
+    EXPECT_EQ(unlocks, 2);
+    mutex.Release();
 }
 
 }  // namespace

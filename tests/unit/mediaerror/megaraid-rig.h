@@ -52,6 +52,7 @@ public:
 
     std::map<std::string, std::string> answers;  // by the tool's arguments; empty when not given
     std::map<std::string, int> statuses;         // by whole command; 0 when not given
+    std::set<std::string> silent;                // arguments whose output does not even leave a file
     std::set<std::string> failing;               // whole commands that cannot be started
     std::set<std::string> hanging;               // whole commands that are ended at the deadline
     std::vector<std::string> commands;
@@ -64,7 +65,10 @@ private:
         if (at != std::string::npos) {
             ASSERT_EQ(command.find(kTool + " "), 0u);
             const std::string arguments = command.substr(kTool.size() + 1, at - kTool.size() - 1);
-            std::ofstream(command.substr(at + redirection.size()), std::ios::binary) << answers[arguments];
+            if (silent.count(arguments) == 0) {
+                std::ofstream(command.substr(at + redirection.size()), std::ios::binary)
+                    << answers[arguments];
+            }
         } else {
             ASSERT_EQ(command.find(removal), 0u);
             std::filesystem::remove(command.substr(removal.size(), command.size() - removal.size() - 1));

@@ -11,7 +11,6 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
-using tovaserverutil::CommandResult;
 
 class MegaRaidSearching : public MegaRaidRig {};
 
@@ -121,23 +120,27 @@ TEST_F(MegaRaidSearching, PlaceThatCannotBeListed_IsNotThatOfTheDriveBefore) {
 }
 
 TEST_F(MegaRaidSearching, MissingOutputs_ReportNothing) {
-    class Silent : public FakeTool {
-    public:
-        CommandResult Execute(const std::string& command, std::chrono::milliseconds) override {
-            CommandResult result;
-            result.started = true;
-            result.exitStatus = 0;
-            if (command == kTool + " show > storcli_show_all.log") {
-                std::ofstream("storcli_show_all.log") << ControllerTable({"0"});
-            }
-            return result;
-        }
-    } silent;
-    MegaRaidSearch({silent, reports, *parameter, language, clock}).Run();
-    std::filesystem::remove("storcli_show_all.log");
-    MegaRaidSearch({silent, reports, *parameter, language, clock}).Run();
-    EXPECT_THAT(NewLines(), IsEmpty());
-    EXPECT_THAT(NewSentences(), IsEmpty());
+    for (const char* const missing : {"show", "/c0 show events"}) {
+        tool.silent = {missing};
+        Search(Events(20, kBegin));
+        EXPECT_THAT(NewLines(), IsEmpty()) << missing;
+        EXPECT_THAT(NewSentences(), IsEmpty()) << missing;
+    }
+    tool.silent.clear();
+    Search();
+    EXPECT_THAT(NewSentences(), testing::SizeIs(1));  // it was for the missing output alone
+}
+
+TEST_F(MegaRaidSearching, MissingOverview_AsksNoController) {
+    tool.silent = {"show"};
+    Search(Events(20, kBegin));
+    EXPECT_THAT(tool.commands, Not(testing::Contains(HasSubstr("/c0"))));
+}
+
+TEST_F(MegaRaidSearching, MissingListingOfAController_LeavesTitleAndPlaceEmpty) {
+    tool.silent = {"/c0 show"};
+    Search(Events(20, kBegin));
+    EXPECT_THAT(NewSentences(), ElementsAre(HasSubstr("CTRL() PD()")));
 }
 
 TEST_F(MegaRaidSearching, Errors_FindTheirDriveByIdDescriptionOrPlace) {

@@ -66,6 +66,8 @@ const std::vector<Operation> kLocking{
     {"find_serial", [](pd_addr_map& map) { map.find_serial("1I:1:1"); }},
     {"add_reference_time", [](pd_addr_map& map) { map.add_reference_time(1, 1, "1I:1:1", 1); }},
     {"find_reference_times", [](pd_addr_map& map) { map.find_reference_times(1, 1); }},
+    {"find_reference_times_by_location",
+     [](pd_addr_map& map) { map.find_reference_times(std::string("1I:1:1")); }},
     {"set_intermittent", [](pd_addr_map& map) { map.set_intermittent(1, 1); }},
     {"is_intermittent", [](pd_addr_map& map) { map.is_intermittent(1, 1); }},
     {"find_media_error_num", [](pd_addr_map& map) { map.find_media_error_num("1I:1:1"); }},

@@ -26,6 +26,7 @@ TEST(PdAddr, New_KnowsNoDrive) {
     const pd_addr record;
     EXPECT_EQ(record.find_number(0), 0);
     EXPECT_EQ(record.location(1), "");
+    EXPECT_EQ(record.serial(1), "");
 }
 
 TEST(PdAddr, Add_KeepsTheDriveUnderItsNumber) {
@@ -35,6 +36,8 @@ TEST(PdAddr, Add_KeepsTheDriveUnderItsNumber) {
     EXPECT_EQ(record.find_number(12), 0);
     EXPECT_EQ(record.location(2), "1I:1:2");
     EXPECT_EQ(record.location(3), "");
+    EXPECT_EQ(record.serial(2), "SERIAL11");
+    EXPECT_EQ(record.serial(3), "");
 }
 
 TEST(PdAddr, SameNumberAgain_ReplacesTheDrive) {
@@ -152,6 +155,13 @@ TEST_F(PdAddrMap, ReferenceTimes_AreKeptPerDrive) {
     EXPECT_TRUE(map.find_reference_times(1, 9).Empty());
 }
 
+TEST_F(PdAddrMap, ReferenceTimes_AreKeptPerLocationInTheOrderFound) {
+    map.add_reference_time(1, 1, "1I:1:1", 9);
+    map.add_reference_time(2, 5, "1I:1:1", 7);
+    EXPECT_EQ(map.find_reference_times(std::string("1I:1:1")).Times(), (std::vector<std::uint64_t>{9, 7}));
+    EXPECT_TRUE(map.find_reference_times(std::string("1I:1:2")).Empty());
+}
+
 TEST_F(PdAddrMap, MediaErrorCount_IsOverwritten) {
     map.add_media_error_num_by_location("1I:1:1", 3);
     EXPECT_EQ(map.find_media_error_num("1I:1:1"), 3u);
@@ -188,6 +198,7 @@ TEST_F(PdAddrMap, ClearMap_EmptiesTheFactsAndKeepsRecordsAndMemories) {
     map.clear_map();
     EXPECT_EQ(map.find_serial("1I:1:1"), "");
     EXPECT_EQ(map.find_media_error_num("1I:1:1"), 0u);
+    EXPECT_TRUE(map.find_reference_times(std::string("1I:1:1")).Empty());
     EXPECT_EQ(map.find_location(1, 1), "1I:1:1");
     EXPECT_TRUE(map.is_intermittent(1, 1));
     EXPECT_EQ(map.find_reference_times(1, 1).Size(), 1u);  // of the record
@@ -220,6 +231,13 @@ TEST(PdReportMap, Key_TellsEqualIdsOfTwoControllersApart) {
     EXPECT_EQ(pd_report_map::key(0, 10), 10);
     EXPECT_EQ(pd_report_map::key(1, 10), 65546);
     EXPECT_NE(pd_report_map::key(0, 65535), pd_report_map::key(1, 0));
+}
+
+TEST(PdReportMap, MemoryOfTheProcess_StartsEmpty) {
+    for (const int key : {pd_report_map::key(0, 0), pd_report_map::key(0, 10), pd_report_map::key(1, 10)}) {
+        EXPECT_EQ(m_PdReportMap_Mr.find_event_time(key), 0u);
+        EXPECT_EQ(m_PdReportMap_Mr.find_trace_time(key), 0u);
+    }
 }
 
 TEST(PdReportMap, Times_AreKeptPerKey) {

@@ -196,6 +196,19 @@ TEST_F(SmartArrayTest, RealDamagedArchive_TellsNothingAndNothingIsLeft) {
 
 // --- what is told ---
 
+// The argument-less function, with the real shell.
+TEST_F(SmartArrayTest, RunningServiceWithoutAReport_KeepsWhatItKnowsAndLeavesNothing) {
+    m_PdAddrMap.set_serial("1I:1:1", "SN1");
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    check_serialLog();
+    testing::internal::GetCapturedStdout();  // unzip's complaint
+    testing::internal::GetCapturedStderr();
+    EXPECT_EQ(m_PdAddrMap.find_serial("1I:1:1"), "SN1");
+    m_PdAddrMap.clear_map();
+    EXPECT_TRUE(std::filesystem::is_empty(root.path()));
+}
+
 TEST_F(SmartArrayTest, DriveWithMediumErrors_IsTold) {
     const Told& drive = SearchOne(Entry(3, 0x30) + Entry(1, 0x50) + Entry(3, 0x40));
     EXPECT_EQ(drive.port, 1);

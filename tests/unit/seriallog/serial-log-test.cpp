@@ -124,6 +124,17 @@ protected:
     std::vector<unsigned int> waits;  // of the latest run
 };
 
+bool Comes(const std::function<bool()>& condition) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > end) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return true;
+}
+
 std::string LocalStamp(std::time_t seconds) {
     std::tm local{};
     localtime_r(&seconds, &local);
@@ -273,7 +284,7 @@ TEST_F(SerialLogTest, Routine_StopDuringTheWait_IsObservedAtOnce) {
     Event stop;
     tovaserverutil::Thread thread(&SerialLogRoutine, &stop);
     thread.Run();
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    ASSERT_TRUE(Comes([this] { return root.LogLines().back() == kStart; }));
     const auto begun = std::chrono::steady_clock::now();
     stop.Set();
     thread.Join();
