@@ -32,6 +32,11 @@ constexpr const char* kNoText = "None";
 
 constexpr const char* kInBandScheme = "blobstore://";
 
+// No other URL that the module takes holds the scheme, which is spelled in any case.
+bool IsInBand(const char* host) {
+    return strcasestr(host, kInBandScheme) != nullptr;
+}
+
 // What failure texts may show of a password.
 const char* Masked(const char* password) {
     const bool secret = *password != '\0' && std::strcmp(password, kNoCredential) != 0;
@@ -88,13 +93,17 @@ void iLoRestHelper::init(const char* host, const char* account, const char* pass
     Record("init", host, account, Masked(password));
     m_retryCount = retryCount;
     m_retryInterval = retryInterval;
-    ClearMessage();
+    ClearFailure();
     m_vNIC = std::strcmp(host, kVnicUrl) == 0;
     if (m_iLOInitialized) {
         return;
     }
+    m_inBand = IsInBand(host);
     if (!m_module) {
         Import();
+    }
+    if (!m_module && m_settingsRefused) {
+        ThrowInitFailed(__LINE__, kOtherErrorText);
     }
     if (!m_module) {
         throw kImportFailed;
@@ -107,19 +116,14 @@ void iLoRestHelper::init(const char* host, const char* account, const char* pass
         if (result) {
             const long answer = ReadInteger(result.get());
             m_iLOInitialized = answer == kSuccess;
-            m_sessionVerified = m_verifies && !tovaserverutil::Contains(host, kInBandScheme);
+            m_sessionVerified = m_verifies && !m_inBand;
             resultText = answer == kRefused ? kRefusedText : kOtherErrorText;
         }
         LogPendingError(__LINE__);
     }
     if (!m_iLOInitialized) {
-        LogReport();
-        (void)std::snprintf(
-            m_message, sizeof m_message,
-            "%s %u iLoRestReader initialize failed. result=%s(fnc=%s para1=%s para2=%s para3=%s)", kUnit,
-            static_cast<unsigned>(__LINE__), resultText, fnc.c_str(), para1.c_str(), para2.c_str(),
-            para3.c_str());
-        throw static_cast<char*>(m_message);
+        TakeReport();
+        ThrowInitFailed(__LINE__, resultText);
     }
 }
 
@@ -232,7 +236,7 @@ const char* iLoRestHelper::__getProdGen(const char* host, const char* account, c
 
 const char* iLoRestHelper::__isvNICAvail(const char* host) {
     Record("__isvNICAvail", host);
-    ClearMessage();
+    ClearFailure();
     Answer answer;
     bool cannotTell = false;
     {
@@ -264,7 +268,7 @@ const char* iLoRestHelper::__isvNICAvail(const char* host) {
 
 const char* iLoRestHelper::CallOnce(const char* name, Arguments arguments,
                                     Answer (iLoRestHelper::*read)(PyObject*), int line) {
-    ClearMessage();
+    ClearFailure();
     Answer answer;
     {
         const PyRef function = FindFunctionOrImport(name);
@@ -325,61 +329,83 @@ void iLoRestHelper::Record(const char* function, const char* first, const char* 
     para3 = third;
 }
 
-void iLoRestHelper::ClearMessage() {
+void iLoRestHelper::ClearFailure() {
     std::memset(m_message, 0, sizeof m_message);
+    m_reason.clear();
 }
 
-// Leaves m_module empty, and no interpreter running, when the module cannot be imported.
+// Leaves m_module empty, and no interpreter running, when the module cannot be imported. So does one that
+// fails to take a CA file: whoever configured that wants no connection without it.
 void iLoRestHelper::Import() {
     if (m_runtime.IsTaken()) {
         throw kAlreadyInitialized;
     }
+    m_settingsRefused = false;
     if (m_runtime.Start()) {
         m_module = PyRef(PyImport_ImportModule(kModule));
     }
-    if (!m_module) {
-        m_runtime.Finalize();
-        return;
+    if (m_module) {
+        Configure();
     }
-    Configure();
+    if (!m_module || m_settingsRefused) {
+        m_module.reset();
+        m_runtime.Finalize();
+    }
 }
 
-// Hands the settings to a module that wants them. Whatever comes of it, the module is used.
+// Hands the settings to a module that wants them.
 void iLoRestHelper::Configure() {
+    const bool wanted = !m_settings.caFile.empty();
     m_verifies = false;
     const PyRef function = FindFunction("configure");
     if (!function) {
-        if (!m_settings.caFile.empty()) {
+        if (wanted) {
             writeLog("The helper module knows no CA file; connections are not verified.");
         }
         return;
     }
-    const PyRef path(PyUnicode_DecodeFSDefault(m_settings.caFile.c_str()));
-    const PyRef settings(PyDict_New());
-    const bool filled = path && settings && PyDict_SetItemString(settings.get(), "ca file", path.get()) == 0;
-    const PyRef done(filled ? PyObject_CallFunctionObjArgs(function.get(), settings.get(), nullptr)
-                            : nullptr);
-    m_verifies = done && !m_settings.caFile.empty();
-    if (!done) {
-        const char* failure = PyExceptionClass_Name(PyErr_Occurred());
-        writeLog(std::string("The helper module did not take the settings (") +
-                 tovaserverutil::Printable(failure) + ").");
-        PyErr_Clear();
+    if (HandOver(function)) {
+        m_verifies = wanted;
+        return;
     }
+    const std::string failure = tovaserverutil::Printable(PyExceptionClass_Name(PyErr_Occurred()));
+    PyErr_Clear();
+    std::string line = "The helper module did not take the settings (" + failure + ").";
+    if (wanted) {
+        line += " Connections would not be verified, so nobody logs in.";
+        m_settingsRefused = true;
+        m_reason = line;
+    }
+    writeLog(line);
 }
 
-// Why the call before failed, as the module tells it.
-void iLoRestHelper::LogReport() {
-    if (m_logger == nullptr || !m_module) {
+// False, with the Python error pending, when the function raises or cannot be called.
+bool iLoRestHelper::HandOver(const PyRef& configure) const {
+    const PyRef path(PyUnicode_DecodeFSDefault(m_settings.caFile.c_str()));
+    const PyRef settings(path ? PyDict_New() : nullptr);
+    if (!settings || PyDict_SetItemString(settings.get(), "ca file", path.get()) != 0) {
+        return false;
+    }
+    return static_cast<bool>(PyRef(PyObject_CallFunctionObjArgs(configure.get(), settings.get(), nullptr)));
+}
+
+// Why the call before failed, as the module tells it. Who has a trace log asks only with a CA file, and never
+// about an in-band session or a call that was not made; who has none shows the reason to a person.
+void iLoRestHelper::TakeReport() {
+    const bool traced = !m_settings.caFile.empty() && !m_inBand && m_retryCount > 0;
+    if (!m_module || (m_logger != nullptr && !traced)) {
         return;
     }
     const PyRef function = FindFunction("take_report");
     const PyRef result = function ? Call(function, {}) : PyRef();
     const char* text = result && PyUnicode_Check(result.get()) ? PyUnicode_AsUTF8(result.get()) : nullptr;
-    if (text != nullptr && *text != '\0') {
-        writeLog(tovaserverutil::Printable(text));
+    if (text != nullptr) {
+        m_reason = tovaserverutil::Printable(text);
     }
     PyErr_Clear();
+    if (!m_reason.empty()) {
+        writeLog(m_reason);
+    }
 }
 
 // Empty when the module has no such attribute or it cannot be called.
@@ -426,8 +452,16 @@ void iLoRestHelper::LogPendingError(int line) {
     }
 }
 
+void iLoRestHelper::ThrowInitFailed(int line, const char* resultText) {
+    (void)std::snprintf(m_message, sizeof m_message,
+                        "%s %u iLoRestReader initialize failed. result=%s(fnc=%s para1=%s para2=%s para3=%s)",
+                        kUnit, static_cast<unsigned>(line), resultText, fnc.c_str(), para1.c_str(),
+                        para2.c_str(), para3.c_str());
+    throw static_cast<char*>(m_message);
+}
+
 void iLoRestHelper::ThrowGetFailed(int line, const char* resultText) {
-    LogReport();
+    TakeReport();
     (void)std::snprintf(m_message, sizeof m_message,
                         "%s %u iLoRestReader get failed.result=%s(fnc=%s para1=%s)", kUnit,
                         static_cast<unsigned>(line), resultText, fnc.c_str(), para1.c_str());

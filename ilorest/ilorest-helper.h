@@ -25,11 +25,14 @@ inline constexpr const char* kModuleFolder = ".";
 //
 // Passwords go to Python only: what is recorded of them is "***".
 //
-// Two functions of the module are optional. `configure`, called after every import with a dict of the
-// settings
-// ("ca file": its path, empty for none), raises nothing; a failure of it is one trace line and changes
-// nothing else. `take_report`, called after a failed call when there is a logger, returns why it failed in
-// one line without secrets, or an empty text; the line goes to the trace log.
+// Two functions of the module are optional. `configure` is called after every import with a dict of the
+// settings ("ca file": its path, empty for none) and raises nothing. A failure of it is one trace line. With
+// a CA file the module is given up then as after a failed import, init fails as "other error", and the next
+// call imports it anew: nobody logs in unverified. Without one nothing else changes. A module that lacks the
+// function is used either way, and a CA file that it does not know is one trace line.
+// `take_report` returns in one line without secrets why the last call failed, or an empty text, which is kept
+// for lastReason(). It is called after a failed call; with a logger only when there is a CA file and the
+// session is none over the in-band channel, and the line goes to the trace log then.
 //
 // Every call, the destructor included, comes from one thread; there are no locks. Python errors never stay
 // pending.
@@ -77,6 +80,7 @@ public:
     bool isVerified() const override { return m_iLOInitialized && m_sessionVerified; }
     bool isPyInitialized() const { return static_cast<bool>(m_module); }
     LastCall lastCall() const override { return {fnc, para1, para2, para3}; }
+    std::string lastReason() const override { return m_reason; }
     void clearError() override;
 
     void setLogger(tovaserverutil::TraceLog* logger) override { m_logger = logger; }
@@ -104,10 +108,11 @@ private:
 
     void Record(const char* function, const char* first = "", const char* second = "",
                 const char* third = "");
-    void ClearMessage();
+    void ClearFailure();
     void Import();
     void Configure();
-    void LogReport();
+    bool HandOver(const PyRef& configure) const;
+    void TakeReport();
     PyRef FindFunction(const char* name) const;
     PyRef FindFunctionOrImport(const char* name);
     [[noreturn]] void GiveUpOnModule();
@@ -124,12 +129,14 @@ private:
     Answer ReadSession(PyObject* result);
 
     void LogPendingError(int line);
+    [[noreturn]] void ThrowInitFailed(int line, const char* resultText);
     [[noreturn]] void ThrowGetFailed(int line, const char* resultText);
 
     PythonRuntime m_runtime;  // first, so that it outlives the module reference
 
     std::string fnc, para1, para2, para3;  // the last call, for failure texts only
     char m_message[1024] = {};             // the last failure; what is thrown points here
+    std::string m_reason;                  // why it failed, as the module tells it
     PyRef m_module;
     std::uint32_t m_retryCount = 0;
     std::uint32_t m_retryInterval = 0;  // milliseconds
@@ -137,7 +144,9 @@ private:
     [[maybe_unused]] std::uint32_t m_reserved = 0;
     bool m_iLOInitialized = false;
     ConnectionSettings m_settings;
-    bool m_verifies = false;  // the imported module has taken the CA file
+    bool m_verifies = false;         // the imported module has taken the CA file
+    bool m_settingsRefused = false;  // the last import was given up because it has not
+    bool m_inBand = false;           // the last log-in was one over the in-band channel
     bool m_sessionVerified = false;
     bool m_vNIC = false;
     tovaserverutil::TraceLog* m_logger = nullptr;

@@ -52,6 +52,9 @@ public:
     // without a CA file and for the in-band channel, which has no certificate.
     virtual bool isVerified() const { return false; }
     virtual LastCall lastCall() const = 0;
+    // Why the last call that failed did so, for people: printable, one line, without secrets. Empty when that
+    // is not known, and once another call than close and reset has begun.
+    virtual std::string lastReason() const { return {}; }
     // Forgets an error that the interpreter still holds.
     virtual void clearError() = 0;
     // Borrowed; may be null.

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import http.client
+import re
 import socket
 import urllib.parse
 
@@ -42,7 +43,7 @@ class Connection:
             if answer.status not in _REDIRECTS:
                 return answer
             path = self._redirected(path, answer.location)
-        raise Failure(OTHER, f"{self._target}: GET {path} is redirected without end")
+        raise Failure(OTHER, f"{self._target}: GET {_shown(path)} is redirected without end")
 
     def exchange(self, method: str, path: str, headers: dict[str, str], body: bytes | None,
                  deadline: Deadline) -> Answer:
@@ -70,7 +71,7 @@ class Connection:
             self._http.request(method, quoted_path(path), body, headers)
             with self._http.getresponse() as response:
                 if response.status < 200:
-                    raise Failure(OTHER, f"{self._target}: {method} {path} got only status {response.status}")
+                    raise Failure(OTHER, f"{self._target}: {method} {_shown(path)} got only status {response.status}")
                 content = _decoded(_body(response), response.getheader("Content-Encoding", ""))
                 return Answer(response.status, content,
                               response.getheader("X-Auth-Token", ""), response.getheader("Location", ""))
@@ -81,7 +82,7 @@ class Connection:
             self.close()
             timed_out = isinstance(error, socket.timeout)
             unanswered = reused and not timed_out and sock is not None and not sock.answered
-            text = f"{self._target}: {method} {path}: {str(error) or type(error).__name__}"
+            text = f"{self._target}: {method} {_shown(path)}: {str(error) or type(error).__name__}"
             raise (_Unanswered if unanswered else Failure)(OTHER, text) from None
         except BaseException:
             self.close()
@@ -96,8 +97,14 @@ class Connection:
         except ValueError:
             stays = False
         if not location or not stays:
-            raise Failure(OTHER, f"{self._target}: GET {path} is redirected to another host ({location})")
+            raise Failure(OTHER, f"{self._target}: GET {_shown(path)} is redirected to another host "
+                                 f"({_shown(location)})")
         return (parts.path or "/") + (f"?{parts.query}" if parts.query else "")
+
+
+def _shown(url: str) -> str:
+    """A URL or path that the controller named, without what may hold a secret: its query and its user information."""
+    return re.sub(r"[^/]*@", "", re.split(r"[?#]", url, maxsplit=1)[0])
 
 
 def _body(response: http.client.HTTPResponse) -> bytes:

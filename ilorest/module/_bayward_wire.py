@@ -88,7 +88,8 @@ def _load(context: ssl.SSLContext, ca_file: str) -> None:
         if not context.cert_store_stats()["x509"]:
             raise OSError("it holds no certificate")
     except ssl.SSLError:
-        raise Failure(OTHER, f'The CA file "{ca_file}" cannot be used: it holds no certificate in PEM form.') from None
+        raise Failure(OTHER, f'The CA file "{ca_file}" cannot be used: it holds no certificate in PEM form, or a '
+                             'damaged one.') from None
     except (OSError, ValueError) as error:
         reason = getattr(error, "strerror", None) or str(error)
         raise Failure(OTHER, f'The CA file "{ca_file}" cannot be used: {reason}.') from None

@@ -126,7 +126,7 @@ def unreadable(path):
     (lambda path: path.write_text(""), "no certificate in PEM form"),
     (lambda path: path.write_bytes(b"\x30\x82\x01\x0a\x02\x82" * 50), "no certificate in PEM form"),
     (lambda path: path.write_text("-----BEGIN CERTIFICATE-----\nnonsense\n-----END CERTIFICATE-----\n"),
-     "no certificate in PEM form"),
+     "no certificate in PEM form, or a damaged one"),
 ], ids=["missing", "unreadable", "folder", "pipe", "empty", "binary", "damaged"])
 def test_ca_file_of_no_use_is_said_once_in_each_login(configured, serve, tmp_path, make, reason):
     server = serve()

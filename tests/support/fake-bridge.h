@@ -34,6 +34,7 @@ public:
                 // "init ignored" for an init that an open session makes do nothing
     bool initialized = false;
     bool verified = false;
+    std::string reason;       // of its failures
     std::string sessionHost;  // whom the helper module has a session with; empty for none
     bool vNIC = false;
     LastCall last;
@@ -96,6 +97,7 @@ public:
     bool isiLOInitialized() const override { return initialized; }
     bool isVerified() const override { return verified; }
     LastCall lastCall() const override { return last; }
+    std::string lastReason() const override { return reason; }
     void clearError() override { calls.emplace_back("clearError"); }
     void setLogger(tovaserverutil::TraceLog* log) override { logger = log; }
 
@@ -165,6 +167,7 @@ public:
     bool isiLOInitialized() const override { return m_bridge.isiLOInitialized(); }
     bool isVerified() const override { return m_bridge.isVerified(); }
     LastCall lastCall() const override { return m_bridge.lastCall(); }
+    std::string lastReason() const override { return m_bridge.lastReason(); }
     void clearError() override { m_bridge.clearError(); }
     void setLogger(tovaserverutil::TraceLog* log) override { m_bridge.setLogger(log); }
 
