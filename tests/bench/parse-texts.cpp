@@ -5,13 +5,17 @@
 //   parse-texts events FILE      the corrected medium errors of an event log, by device
 //
 // Prints what was found, the seconds it took and the growth of peak memory in KiB, as one line of JSON.
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
+#include <exception>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <map>
 #include <string>
+#include <system_error>
 
 #include "megaraid.h"
 #include "pd-maps.h"
@@ -42,14 +46,40 @@ public:
     }
 };
 
+// A new folder beside the file, so that both are on one file system; it goes with this object.
+class FolderBeside {
+public:
+    explicit FolderBeside(const std::filesystem::path& file) {
+        std::string name = file.string() + ".XXXXXX";
+        if (mkdtemp(name.data()) == nullptr) {
+            throw std::system_error(errno, std::generic_category(), name);
+        }
+        m_path = name;
+    }
+    ~FolderBeside() {
+        std::error_code ignored;
+        std::filesystem::remove_all(m_path, ignored);
+    }
+    FolderBeside(const FolderBeside&) = delete;
+    FolderBeside& operator=(const FolderBeside&) = delete;
+
+    const std::filesystem::path& Path() const { return m_path; }
+
+private:
+    std::filesystem::path m_path;
+};
+
 // The file becomes the test report of a folder of its own.
 std::uint64_t SearchReport(const std::filesystem::path& file) {
-    const std::filesystem::path folder = file.string() + ".work";
-    std::filesystem::create_directories(folder / "KMT_ADUReport_test");
-    const std::filesystem::path report = folder / "KMT_ADUReport_test/KMT_ADUReport_test.txt";
-    std::filesystem::remove(report);
-    std::filesystem::create_hard_link(file, report);
-    std::filesystem::current_path(folder);
+    const FolderBeside folder(file);
+    const std::filesystem::path report = folder.Path() / "KMT_ADUReport_test/KMT_ADUReport_test.txt";
+    std::filesystem::create_directory(report.parent_path());
+    std::error_code failure;
+    std::filesystem::create_hard_link(file, report, failure);
+    if (failure) {  // a file system without hard links, or somebody else's file
+        std::filesystem::create_symlink(file, report);
+    }
+    std::filesystem::current_path(folder.Path());
     NoCommands commands;
     pd_addr_map drives;
     std::uint64_t errors = 0;
@@ -57,12 +87,14 @@ std::uint64_t SearchReport(const std::filesystem::path& file) {
                       [&](const tovaevent::EvtData&, int, int, const std::string&, std::uint32_t,
                           const std::string&, int count) { errors += static_cast<std::uint64_t>(count); });
     std::filesystem::current_path("/");
-    std::filesystem::remove_all(folder);
     return errors;
 }
 
 std::uint64_t ReadEvents(const std::filesystem::path& file) {
     const auto lines = FileLines::OpenFirst({file.string()});
+    if (lines == nullptr) {
+        throw std::system_error(errno, std::generic_category(), file.string());
+    }
     std::uint64_t errors = 0;
     std::map<unsigned int, MediumErrors> byDevice;
     ReadCorrectedErrors(*lines, [&](const CorrectedError& error) {
@@ -74,6 +106,15 @@ std::uint64_t ReadEvents(const std::filesystem::path& file) {
     return errors;
 }
 
+void Measure(const std::string& kind, const std::filesystem::path& file) {
+    const long before = PeakKib();
+    const auto start = std::chrono::steady_clock::now();
+    const std::uint64_t errors = kind == "report" ? SearchReport(file) : ReadEvents(file);
+    const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
+    std::printf("{\"errors\": %llu, \"seconds\": %.6f, \"growth_kib\": %ld}\n",
+                static_cast<unsigned long long>(errors), seconds.count(), PeakKib() - before);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -82,12 +123,11 @@ int main(int argc, char** argv) {
         std::cerr << "usage: parse-texts report|events FILE\n";
         return 2;
     }
-    const std::filesystem::path file = std::filesystem::absolute(argv[2]);
-    const long before = PeakKib();
-    const auto start = std::chrono::steady_clock::now();
-    const std::uint64_t errors = kind == "report" ? SearchReport(file) : ReadEvents(file);
-    const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
-    std::printf("{\"errors\": %llu, \"seconds\": %.6f, \"growth_kib\": %ld}\n",
-                static_cast<unsigned long long>(errors), seconds.count(), PeakKib() - before);
+    try {
+        Measure(kind, std::filesystem::absolute(argv[2]));
+    } catch (const std::exception& failure) {
+        std::cerr << "parse-texts: " << failure.what() << '\n';
+        return 1;
+    }
     return 0;
 }
