@@ -122,6 +122,12 @@ TEST_F(MainRoutineTest, StopRequested_StartsAndJoinsInOrder) {
     }
 }
 
+TEST_F(MainRoutineTest, LoggedTime_IsZeroAndStaysSo) {
+    EXPECT_EQ(loggedTime, 0u);
+    Run();
+    EXPECT_EQ(loggedTime, 0u);
+}
+
 TEST_F(MainRoutineTest, EachThread_GetsAStopEventOfItsOwn) {
     Run();
     EXPECT_NE(osLog.stop.load(), serialLog.stop.load());
