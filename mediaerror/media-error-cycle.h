@@ -9,7 +9,7 @@
 #include "shell.h"
 
 // What the thread works with; everything is borrowed.
-struct MediaErrorDesk {
+struct MediaErrorContext {
     tova_service::ServiceParameter& parameter;
     tovaserverutil::Event& stop;
     tovaserverutil::CommandRunner& runner;
@@ -26,4 +26,4 @@ int MediaErrorWait(std::uint32_t minutes);
 // wait alone; one that comes during a cycle is honoured at its end. An exception that leaves the cycle is
 // traced and ends the thread. Either way the files that the cycles left in the working directory are removed.
 // Throws nothing but failures of the trace log and std::bad_alloc.
-void RunMediaErrorSearch(const MediaErrorDesk& desk);
+void RunMediaErrorSearch(const MediaErrorContext& context);

@@ -72,7 +72,7 @@ class MediaErrorTest : public testing::Test {
 protected:
     ~MediaErrorTest() override { Parameter = nullptr; }
 
-    MediaErrorDesk Desk() {
+    MediaErrorContext Context() {
         return {*parameter,
                 stop,
                 runner,
@@ -82,7 +82,7 @@ protected:
     }
     void Run() {
         parameter = root.Initialized();
-        RunMediaErrorSearch(Desk());
+        RunMediaErrorSearch(Context());
     }
     // Every cycle begins at once after the one before, and the stop comes in the cycle of this number.
     void StopInCycle(int number) {
