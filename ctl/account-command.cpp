@@ -108,7 +108,7 @@ void AccountCommand::LogIn(const RegisteredAccount& registered) {
         // Whether the log-in worked is known by now.
     }
     if (!failure.empty()) {
-        FailOnController(settings, failure);
+        FailOnController(settings, failure, bridge->lastReason());
     }
     m_doors.out << "The controller at " << Printable(settings.url) << " accepted the account (200).\n"
                 << (verified ? "Its certificate is verified.\n" : "");

@@ -119,11 +119,16 @@ ConnectionSettings ReadConnectionSettings(const std::string& root) {
     return {ReadText(profile, tova_service::kCaFile)};
 }
 
-void FailOnController(const ControllerSettings& settings, const std::string& failure) {
+void FailOnController(const ControllerSettings& settings, const std::string& failure,
+                      const std::string& reason) {
     const std::string url = Printable(settings.url);
     if (failure.find("InvalidCredentialsError") != std::string::npos) {
         throw CtlError("The controller at " + url + " refused the account (401); " + kRegister);
     }
-    throw CtlError("The controller at " + url + " could not be asked (" + Printable(failure) +
-                   "); check \"url\" in " + settings.configuration + " and the way to the controller.");
+    std::string why = Printable(reason.empty() ? failure : reason);
+    if (!why.empty() && why.back() == '.') {
+        why.pop_back();
+    }
+    throw CtlError("The controller at " + url + " could not be asked (" + why + "); check \"url\" in " +
+                   settings.configuration + " and the way to the controller.");
 }

@@ -40,5 +40,7 @@ ControllerSettings ReadControllerSettings(const std::string& root);
 // How the service connects to it. Throws CtlError.
 ConnectionSettings ReadConnectionSettings(const std::string& root);
 
-// Throws the CtlError that tells why the controller gave nothing. `failure` is the bridge's text.
-[[noreturn]] void FailOnController(const ControllerSettings& settings, const std::string& failure);
+// Throws the CtlError that tells why the controller gave nothing. `failure` is the bridge's text, `reason`
+// its lastReason(), which people are told instead where there is one.
+[[noreturn]] void FailOnController(const ControllerSettings& settings, const std::string& failure,
+                                   const std::string& reason);

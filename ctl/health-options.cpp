@@ -46,7 +46,7 @@ void AddHealthCommand(CLI::App& app, const CtlDoors& doors, Action& chosen) {
         "  baywardctl health --format nagios\n"
         "  baywardctl health --format prometheus --output "
         "/var/lib/prometheus/node-exporter/bayward-service.prom\n\n"
-        "Exit status: 0 all well, 1 a thread is missing or something is off, 2 not running, 3 not to be "
+        "Exit status: 0 all well, 1 something is off, 2 not running or a thread is missing, 3 not to be "
         "found "
         "out\n"
         "(also wrong usage).");

@@ -1,4 +1,5 @@
 // "baywardctl health", as table, as JSON, for Prometheus and for Nagios.
+#include <algorithm>
 #include <sstream>
 
 #include "colour.h"
@@ -64,6 +65,11 @@ std::string NagiosLine(HealthLevel level, const std::string& text) {
     return std::string("BAYWARD SERVICE ") + kWords[static_cast<int>(level)] + " - " + PluginText(text);
 }
 
+std::size_t LivingThreads(const HealthReport& report) {
+    return static_cast<std::size_t>(std::count_if(report.threads.begin(), report.threads.end(),
+                                                  [](const ThreadHealth& thread) { return thread.lives; }));
+}
+
 }  // namespace
 
 std::string RenderHealthTable(const HealthReport& report, const Paint& paint) {
@@ -86,9 +92,9 @@ std::string RenderHealthTable(const HealthReport& report, const Paint& paint) {
         table.Write(out, paint);
         out << '\n';
     }
-    const std::vector<std::string> problems = HealthProblems(report);
-    for (const std::string& problem : problems) {
-        out << paint.Red(problem) << '\n';
+    const std::vector<HealthProblem> problems = HealthProblems(report);
+    for (const HealthProblem& problem : problems) {
+        out << paint.Red(problem.sentence) << '\n';
     }
     if (problems.empty()) {
         out << paint.Green("All is well.") << '\n';
@@ -116,8 +122,8 @@ std::string RenderHealthJson(const HealthReport& report) {
     }
     text += ",\"problems\":[";
     bool first = true;
-    for (const std::string& problem : HealthProblems(report)) {
-        text += (first ? "" : ",") + JsonString(problem);
+    for (const HealthProblem& problem : HealthProblems(report)) {
+        text += (first ? "" : ",") + JsonString(problem.sentence);
         first = false;
     }
     return text + "]}\n";
@@ -163,27 +169,26 @@ std::string RenderHealthPrometheus(const HealthReport& report) {
                  std::to_string(report.residentBytes));
 }
 
+std::string HealthPerformanceData(const HealthReport& report) {
+    return report.running ? "threads=" + std::to_string(LivingThreads(report)) +
+                                ";;;0 descriptors=" + std::to_string(report.descriptors) +
+                                ";;;0 connections=" + std::to_string(report.connections) +
+                                ";;;0 memory=" + std::to_string(report.residentBytes) +
+                                "B;;;0 uptime=" + std::to_string(AgeOf(report, report.startedAt)) + "s;;;0"
+                          : "";
+}
+
 std::string RenderHealthNagios(const HealthReport& report) {
-    const HealthLevel level = HealthLevelOf(report);
     std::string text;
-    for (const std::string& problem : HealthProblems(report)) {
-        text += (text.empty() ? "" : " ") + problem;
-    }
-    if (!report.running) {
-        return NagiosLine(level, text) + "\n";
-    }
-    std::size_t alive = 0;
-    for (const ThreadHealth& thread : report.threads) {
-        alive += thread.lives ? 1 : 0;
+    for (const HealthProblem& problem : HealthProblems(report)) {
+        text += (text.empty() ? "" : " ") + problem.sentence;
     }
     if (text.empty()) {
-        text = "running for " + AgeText(AgeOf(report, report.startedAt)) + ", " + Counted(alive, "thread");
+        text = "running for " + AgeText(AgeOf(report, report.startedAt)) + ", " +
+               Counted(LivingThreads(report), "thread");
     }
-    return NagiosLine(level, text) + " | threads=" + std::to_string(alive) +
-           ";;;0 descriptors=" + std::to_string(report.descriptors) +
-           ";;;0 connections=" + std::to_string(report.connections) +
-           ";;;0 memory=" + std::to_string(report.residentBytes) +
-           "B;;;0 uptime=" + std::to_string(AgeOf(report, report.startedAt)) + "s;;;0\n";
+    const std::string data = HealthPerformanceData(report);
+    return NagiosLine(HealthLevelOf(report), text) + (data.empty() ? "" : " | ") + data + "\n";
 }
 
 std::string RenderHealthNagiosFailure(const std::string& sentence) {

@@ -1,5 +1,7 @@
 #include "health-report.h"
 
+#include <algorithm>
+
 #include "health-text.h"
 
 namespace {
@@ -31,35 +33,41 @@ std::uint64_t AgeOf(const HealthReport& report, std::uint64_t time) {
     return report.readAt > time ? report.readAt - time : 0;
 }
 
-std::vector<std::string> HealthProblems(const HealthReport& report) {
+std::vector<HealthProblem> HealthProblems(const HealthReport& report) {
     if (!report.running) {
-        return {"The service is not running; start it with \"systemctl start bayward\"."};
+        return {
+            {HealthLevel::kDown, "The service is not running; start it with \"systemctl start bayward\"."}};
     }
-    std::vector<std::string> problems;
+    std::vector<HealthProblem> problems;
     for (const ThreadHealth& thread : report.threads) {
         if (thread.expected && !thread.lives) {
-            problems.push_back("The thread " + Quoted(thread.name) +
-                               " has ended or never started; see the trace log and restart the service.");
+            problems.push_back(
+                {HealthLevel::kDown,
+                 "The thread " + Quoted(thread.name) +
+                     " has ended or never started; see the trace log and restart the service."});
         } else if (thread.lives && thread.trace.failing) {
-            problems.push_back("The thread " + Quoted(thread.name) + " fails since " +
-                               AgeText(AgeOf(report, thread.trace.outcomeAt)) + ": " + thread.trace.outcome);
+            problems.push_back({HealthLevel::kOff, "The thread " + Quoted(thread.name) + " fails since " +
+                                                       AgeText(AgeOf(report, thread.trace.outcomeAt)) + ": " +
+                                                       thread.trace.outcome});
         }
     }
     if (report.mostDescriptors != 0 && report.descriptors * 100 >= report.mostDescriptors * kTooFullPercent) {
-        problems.push_back("The service has " + std::to_string(report.descriptors) + " of " +
-                           std::to_string(report.mostDescriptors) +
-                           " descriptors in use; restart it and report this.");
+        problems.push_back({HealthLevel::kOff, "The service has " + std::to_string(report.descriptors) +
+                                                   " of " + std::to_string(report.mostDescriptors) +
+                                                   " descriptors in use; restart it and report this."});
     }
     if (report.replaced) {
         problems.push_back(
-            "The service runs an executable that has been replaced; restart it to run the new one.");
+            {HealthLevel::kOff,
+             "The service runs an executable that has been replaced; restart it to run the new one."});
     }
     return problems;
 }
 
 HealthLevel HealthLevelOf(const HealthReport& report) {
-    if (!report.running) {
-        return HealthLevel::kNotRunning;
+    HealthLevel worst = HealthLevel::kWell;
+    for (const HealthProblem& problem : HealthProblems(report)) {
+        worst = std::max(worst, problem.level);
     }
-    return HealthProblems(report).empty() ? HealthLevel::kWell : HealthLevel::kOff;
+    return worst;
 }

@@ -36,10 +36,16 @@ struct HealthReport {
 };
 
 // What it comes to, as exit status and for monitoring systems.
-enum class HealthLevel : int { kWell = 0, kOff = 1, kNotRunning = 2, kUnknown = 3 };
+// kDown: the service, or a thread that it should have, is not there, so something is watched by nobody.
+enum class HealthLevel : int { kWell = 0, kOff = 1, kDown = 2, kUnknown = 3 };
 
-// One sentence for each thing that is off, none with control characters; empty when all is well.
-std::vector<std::string> HealthProblems(const HealthReport& report);
+struct HealthProblem {
+    HealthLevel level = HealthLevel::kOff;
+    std::string sentence;  // without control characters
+};
+
+// Empty when all is well.
+std::vector<HealthProblem> HealthProblems(const HealthReport& report);
 HealthLevel HealthLevelOf(const HealthReport& report);
 
 // ---- Renderers: pure functions to text ----
@@ -49,6 +55,8 @@ class Paint;
 std::string RenderHealthTable(const HealthReport& report, const Paint& paint);
 std::string RenderHealthJson(const HealthReport& report);
 std::string RenderHealthPrometheus(const HealthReport& report);
+// What a plugin says behind "|"; empty when the service does not run.
+std::string HealthPerformanceData(const HealthReport& report);
 // One line, performance data behind "|".
 std::string RenderHealthNagios(const HealthReport& report);
 // The same when the health could not be told; `sentence` says why.

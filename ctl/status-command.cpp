@@ -36,8 +36,7 @@ int StatusCommand::Run() {
         sentence = std::string("The system refused a call (") + failure.text() + "); try again.";
     }
     if (m_format == StatusFormat::kNagios) {
-        Put(RenderNagiosFailure(sentence));
-        return kNagiosUnknown;
+        return PutResult(RenderNagiosFailure(sentence, FindInService()));
     }
     if (m_format == StatusFormat::kPrometheus) {
         Put(ServiceMetrics() + RenderPrometheusFailure());
@@ -54,9 +53,11 @@ int StatusCommand::ShowStatus() {
         m_doors.messages << "baywardctl: Stopped before the controller was read; its session is closed.\n";
         return kSignalStatus + m_signal;
     }
+    if (m_format == StatusFormat::kNagios) {
+        return PutResult(RenderNagios(*report, FindInService()));
+    }
     Put(Render(*report));
-    return m_format == StatusFormat::kNagios ? static_cast<int>(NagiosStatusOf(*report))
-                                             : static_cast<int>(kDone);
+    return kDone;
 }
 
 std::optional<StatusReport> StatusCommand::Read() {
@@ -115,8 +116,7 @@ std::string StatusCommand::Render(const StatusReport& report) const {
             return RenderJson(report);
         case StatusFormat::kPrometheus:
             return ServiceMetrics() + RenderPrometheus(report);
-        case StatusFormat::kNagios:
-            return RenderNagios(report);
+        case StatusFormat::kNagios:  // has an exit status beside its text
         case StatusFormat::kHtml:
             break;
     }
@@ -127,6 +127,25 @@ std::string StatusCommand::Render(const StatusReport& report) const {
 // cannot find out.
 std::string StatusCommand::ServiceMetrics() const {
     return m_doors.user == 0 ? RenderHealthPrometheus(ReadHealth(m_doors)) : std::string();
+}
+
+ServiceFindings StatusCommand::FindInService() const {
+    if (m_doors.user != 0) {
+        return {};
+    }
+    try {
+        const HealthReport health = ReadHealth(m_doors);
+        return {HealthProblems(health), HealthPerformanceData(health)};
+    } catch (const std::exception& failure) {
+        return {{{HealthLevel::kUnknown,
+                  std::string("How the service is cannot be found out: ") + failure.what()}},
+                {}};
+    }
+}
+
+int StatusCommand::PutResult(const NagiosResult& result) {
+    Put(result.line);
+    return result.status;
 }
 
 void StatusCommand::Put(const std::string& text) {

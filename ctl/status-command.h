@@ -17,9 +17,9 @@ public:
     StatusCommand(const CtlDoors& doors, StatusFormat format, std::string file)
         : m_doors(doors), m_format(format), m_file(std::move(file)) {}
 
-    // Returns the exit status: kDone, for Nagios a NagiosStatus, after a signal 128 and its number. Throws
-    // CtlError; in the format for Prometheus the failure is written, too, and in that for Nagios it is a
-    // result: no exception then.
+    // Returns the exit status: kDone, for Nagios a NagiosStatus, in which the service's health has its part,
+    // after a signal 128 and its number. Throws CtlError; in the format for Prometheus the failure is
+    // written, too, and in that for Nagios it is a result: no exception then.
     int Run();
 
 private:
@@ -30,6 +30,8 @@ private:
     std::string Language() const;
     std::string Render(const StatusReport& report) const;
     std::string ServiceMetrics() const;
+    ServiceFindings FindInService() const;
+    int PutResult(const NagiosResult& result);
     void Put(const std::string& text);
 
     const CtlDoors& m_doors;

@@ -6,9 +6,9 @@
 
 namespace {
 
-// What is wrong with single items, worst first.
+// What is wrong with single items or with the service.
 struct Problem {
-    Level level;
+    NagiosStatus status;
     std::string text;
 };
 
@@ -39,19 +39,59 @@ std::string Shortened(std::string text) {
     return text.substr(0, end) + "...";
 }
 
+std::string WithoutFullStop(const std::string& sentence) {
+    return !sentence.empty() && sentence.back() == '.' ? sentence.substr(0, sentence.size() - 1) : sentence;
+}
+
 template <typename Item>
 std::string WhatIsWrong(const Item& item) {
     return item.reported.empty() ? StatusText(item.health, item.state) : Phrases(item.reported);
 }
 
-void AddProblem(std::vector<Problem>& problems, Level level, const std::string& text) {
-    if (level != Level::kOk) {
-        problems.push_back({level, Shortened(PluginText(text))});
+NagiosStatus StatusOf(Level level) {
+    switch (level) {
+        case Level::kOk:
+            return kNagiosOk;
+        case Level::kWarning:
+            return kNagiosWarning;
+        case Level::kCritical:
+            break;
+    }
+    return kNagiosCritical;
+}
+
+// A HealthLevel is a plugin's exit status.
+NagiosStatus StatusOf(HealthLevel level) {
+    return static_cast<NagiosStatus>(level);
+}
+
+bool IsWorse(NagiosStatus left, NagiosStatus right) {
+    constexpr int kRanks[] = {0, 1, 3, 2};  // by exit status
+    return kRanks[left] > kRanks[right];
+}
+
+void AddProblem(std::vector<Problem>& problems, NagiosStatus status, const std::string& text) {
+    if (status != kNagiosOk) {
+        problems.push_back({status, Shortened(PluginText(text))});
     }
 }
 
-std::vector<Problem> ProblemsOf(const StatusReport& report) {
+void AddProblem(std::vector<Problem>& problems, Level level, const std::string& text) {
+    AddProblem(problems, StatusOf(level), text);
+}
+
+void PutWorstFirst(std::vector<Problem>& problems) {
+    std::stable_sort(problems.begin(), problems.end(), [](const Problem& left, const Problem& right) {
+        return IsWorse(left.status, right.status);
+    });
+}
+
+// Among equals those of the service come first: they are few and must not be lost behind drives.
+std::vector<Problem> ProblemsOf(const StatusReport& report, const ServiceFindings& service) {
     std::vector<Problem> problems;
+    for (const HealthProblem& problem : service.problems) {
+        AddProblem(problems, StatusOf(problem.level), WithoutFullStop(problem.sentence));
+    }
     for (const SystemStatus& system : report.systems) {
         for (const ControllerStatus& controller : system.controllers) {
             const std::string name = controller.Name();
@@ -68,8 +108,7 @@ std::vector<Problem> ProblemsOf(const StatusReport& report) {
                        name + " " + StatusText(controller.health, controller.state));
         }
     }
-    std::stable_sort(problems.begin(), problems.end(),
-                     [](const Problem& left, const Problem& right) { return left.level > right.level; });
+    PutWorstFirst(problems);
     return problems;
 }
 
@@ -119,34 +158,32 @@ const char* StatusWord(NagiosStatus status) {
     return kWords[status];
 }
 
-std::string Line(NagiosStatus status, const std::string& text, const std::string& data) {
-    return std::string("BAYWARD ") + StatusWord(status) + " - " + text + (data.empty() ? "" : " | ") + data +
-           "\n";
+NagiosResult Result(NagiosStatus status, const std::string& text, const std::string& data) {
+    return {status, std::string("BAYWARD ") + StatusWord(status) + " - " + text +
+                        (data.empty() ? "" : " | ") + data + "\n"};
 }
 
 }  // namespace
 
-NagiosStatus NagiosStatusOf(const StatusReport& report) {
-    switch (WorstLevel(report)) {
-        case Level::kOk:
-            return kNagiosOk;
-        case Level::kWarning:
-            return kNagiosWarning;
-        case Level::kCritical:
-            break;
-    }
-    return kNagiosCritical;
-}
-
-std::string RenderNagios(const StatusReport& report) {
-    const std::vector<Problem> problems = ProblemsOf(report);
+NagiosResult RenderNagios(const StatusReport& report, const ServiceFindings& service) {
+    const std::vector<Problem> problems = ProblemsOf(report, service);
     const std::string all = Counted(TallyDrives(report).total, "drive") + ", " +
                             Counted(TallyLogicalDrives(report).total, "logical drive");
-    return Line(NagiosStatusOf(report),
-                problems.empty() ? all + ", all well" : Joined(problems) + " (" + all + ")",
-                PerformanceData(report));
+    return Result(
+        problems.empty() ? kNagiosOk : problems.front().status,
+        problems.empty() ? all + ", all well" : Joined(problems) + " (" + all + ")",
+        PerformanceData(report) + (service.performanceData.empty() ? "" : " ") + service.performanceData);
 }
 
-std::string RenderNagiosFailure(const std::string& sentence) {
-    return Line(kNagiosUnknown, PluginText(sentence), {});
+NagiosResult RenderNagiosFailure(const std::string& sentence, const ServiceFindings& service) {
+    std::vector<Problem> problems = {{kNagiosUnknown, PluginText(sentence)}};
+    for (const HealthProblem& problem : service.problems) {
+        AddProblem(problems, StatusOf(problem.level), problem.sentence);
+    }
+    PutWorstFirst(problems);
+    std::string text;
+    for (const Problem& problem : problems) {
+        text += (text.empty() ? "" : " ") + problem.text;
+    }
+    return Result(problems.front().status, text, service.performanceData);
 }

@@ -61,7 +61,10 @@ void AddStatusCommand(CLI::App& app, const CtlDoors& doors, Action& chosen) {
         "of\n"
         "the signal after a signal. With --format nagios: 0 OK, 1 WARNING, 2 CRITICAL, 3 UNKNOWN, which is "
         "also\n"
-        "any failure; the sentence that tells it goes to standard output. With --format prometheus a "
+        "any failure; the sentence that tells it goes to standard output, and what \"baywardctl health\" "
+        "finds "
+        "joins\n"
+        "it: without the service, or one of its threads, the result is CRITICAL. With --format prometheus a "
         "failure\n"
         "still writes \"bayward_up 0\", and ends with status 1; the metrics of \"baywardctl health\" come "
         "first.");

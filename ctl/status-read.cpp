@@ -41,6 +41,7 @@ public:
     bool get_vNIC() const override { return m_bridge->get_vNIC(); }
     bool isiLOInitialized() const override { return m_bridge->isiLOInitialized(); }
     bool isVerified() const override { return m_bridge->isVerified(); }
+    std::string lastReason() const override { return m_bridge->lastReason(); }
     LastCall lastCall() const override { return m_bridge->lastCall(); }
     void clearError() override { m_bridge->clearError(); }
     void setLogger(tovaserverutil::TraceLog* logger) override { m_bridge->setLogger(logger); }
@@ -78,6 +79,7 @@ ControllerRead ReadController(std::unique_ptr<RestBridge> bridge, tovaserverutil
     const auto begin = std::chrono::steady_clock::now();
     ControllerRead read;
     std::optional<std::string> failure;
+    std::string reason;
     {
         auto counted =
             std::make_unique<CountingBridge>(std::move(bridge), [&] { onRequest(++read.requests); });
@@ -93,11 +95,12 @@ ControllerRead ReadController(std::unique_ptr<RestBridge> bridge, tovaserverutil
             read.complete = reader.readILoRest(read.snapshot);
             read.verified = session.isVerified();
         });
+        reason = session.lastReason();
         read.url = manager.isVNICEverEnabled() ? kVnicUrl : settings.url;
         read.version = reader.versionText();
     }
     if (failure) {
-        FailOnController(settings, *failure);
+        FailOnController(settings, *failure, reason);
     }
     read.duration =
         std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - begin);

@@ -3,9 +3,11 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "colour.h"
 #include "ctl-error.h"
+#include "health-report.h"
 #include "status-report.h"
 
 // For a person at a terminal.
@@ -19,12 +21,24 @@ std::string RenderPrometheus(const StatusReport& report);
 // When the controller could not be read.
 std::string RenderPrometheusFailure();
 
-// What a plugin for Nagios and its kin says: one line, performance data behind "|".
-std::string RenderNagios(const StatusReport& report);
-// The same when the controller could not be read; `sentence` says why.
-std::string RenderNagiosFailure(const std::string& sentence);
 enum NagiosStatus : int { kNagiosOk = 0, kNagiosWarning = 1, kNagiosCritical = 2, kNagiosUnknown = 3 };
-NagiosStatus NagiosStatusOf(const StatusReport& report);
+
+// What a plugin for Nagios and its kin ends with, and its one line, performance data behind "|".
+struct NagiosResult {
+    NagiosStatus status = kNagiosUnknown;
+    std::string line;
+};
+
+// Of the service, beside the state of the storage.
+struct ServiceFindings {
+    std::vector<HealthProblem> problems;
+    std::string performanceData;  // may be empty
+};
+
+// The worst of both; what could not be found out is worse than a warning.
+NagiosResult RenderNagios(const StatusReport& report, const ServiceFindings& service);
+// The same when the controller could not be read, which is unknown; `sentence` says why.
+NagiosResult RenderNagiosFailure(const std::string& sentence, const ServiceFindings& service);
 
 // One self-contained HTML page.
 std::string RenderHtml(const StatusReport& report);

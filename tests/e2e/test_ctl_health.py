@@ -37,11 +37,20 @@ def test_running_service_is_well(start_sim: Callable, watch: Callable[..., Watch
     assert watched.ctl("health").stdout.endswith("All is well.\n")
     assert '\nbayward_service_thread_up{thread="OS log"} 1\n' in watched.ctl("status", "--format", "prometheus").stdout
 
+    done = watched.ctl("status", "--format", "nagios")
+    assert (done.returncode, done.stderr) == (0, "")
+    assert done.stdout.startswith("BAYWARD OK - 1 drive, ") and " threads=2;;;0 " in done.stdout
+
     sim.control.call("status", "*", 503, "forever")
     watched.wait_line("<VK0956>", 60)
     status, found = health(watched)
     assert status == 1
-    assert "HTTP status 503" in found["problems"][0]
+    assert found["problems"][0].endswith(": Failed to initialize RaidManager.")
+    done = watched.ctl("status", "--format", "nagios")
+    assert done.returncode == 3
+    assert done.stdout.startswith(f"BAYWARD UNKNOWN - The controller at {sim.url} could not be asked (")
+    assert "HTTP status 503" in done.stdout
+    assert 'The thread "OS log" fails since ' in done.stdout
 
     assert watched.stop() == 0
     for form, told in (("table", "The service is not running"), ("nagios", "BAYWARD SERVICE CRITICAL - "),
@@ -58,7 +67,10 @@ def test_thread_that_never_started_is_missed(start_sim: Callable, watch: Callabl
     config = watched.host.outer("/etc/opt/tarn/bayward/bayward.conf")
     config.write_text(config.read_text(encoding="utf-8").replace("check=false", "check=true"), encoding="utf-8")
     status, found = health(watched)
-    assert status == 1
+    assert status == 2
+    done = watched.ctl("status", "--format", "nagios")
+    assert (done.returncode, done.stderr) == (2, "")
+    assert done.stdout.startswith('BAYWARD CRITICAL - The thread "Media Error" has ended or never started')
     assert any('"Media Error" has ended or never started' in problem for problem in found["problems"])
 
 

@@ -19,6 +19,7 @@ sys.path.insert(0, str(ROOT / "tests/module"))
 
 from authority import Authority  # noqa: E402
 
+NOT_RUNNING = 'The service is not running; start it with "systemctl start bayward"'
 REGISTER = 'register the account with "baywardctl account set".'
 TREES = sorted(path for path in (ROOT / "tests/e2e/trees").iterdir() if path.is_dir())
 # The server of the demo with what befalls it.
@@ -67,6 +68,14 @@ def drives_of(report: Dict[str, Any]) -> List[Dict[str, Any]]:
 def assert_nothing_written(watched: Watched) -> None:
     assert watched.host.trace_lines() == []
     assert watched.host.syslog_entries() == []
+
+
+def assert_one_problem(watched: Watched, problem: str) -> None:
+    """The plugin finds this problem, and of the drives none."""
+    done = watched.ctl("status", "--format", "nagios")
+    assert (done.returncode, done.stderr, done.stdout.count("\n")) == (2, "", 1)
+    assert done.stdout.startswith(f"BAYWARD CRITICAL - {problem}")
+    assert "drives_warning=0;" in done.stdout and "drives_critical=0;" in done.stdout
 
 
 # ---- What is shown ----
@@ -127,7 +136,7 @@ def test_healthy_servers_of_every_generation_are_all_well(start_sim: Callable, w
     done = watched.ctl("status", "--format", "prometheus")
     assert done.returncode == 0
     promtool(done.stdout)
-    assert watched.ctl("status", "--format", "nagios").returncode == 0
+    assert_one_problem(watched, NOT_RUNNING)
 
 
 def test_drives_that_tell_no_wear_have_no_life_left(start_sim: Callable, watch: Callable[..., Watched]) -> None:
@@ -143,7 +152,7 @@ def test_server_without_controllers(start_sim: Callable, watch: Callable[..., Wa
     assert (done.returncode, done.stderr) == (0, "")
     assert "The management controller lists no storage controller." in done.stdout
     promtool(watched.ctl("status", "--format", "prometheus").stdout)
-    assert watched.ctl("status", "--format", "nagios").stdout.startswith("BAYWARD OK - 0 drives")
+    assert_one_problem(watched, f"{NOT_RUNNING} (0 drives, 0 logical drives)")
 
 
 # ---- For monitoring systems ----
@@ -161,8 +170,13 @@ def test_prometheus_finds_nothing_to_complain_about(demo: Watched, promtool: Cal
 def test_nagios_states(demo: Watched) -> None:
     done = demo.ctl("status", "--format", "nagios")
     assert (done.returncode, done.stderr, done.stdout.count("\n")) == (2, "", 1)
-    assert done.stdout.startswith("BAYWARD CRITICAL - HPE Smart Array P408i-a SR Gen10 [Slot 0] logical drive 2 offline; ")
+    assert done.stdout.startswith(f"BAYWARD CRITICAL - {NOT_RUNNING}; "
+                                  "HPE Smart Array P408i-a SR Gen10 [Slot 0] logical drive 2 offline; ")
     assert " drives=6;;;0 drives_warning=1;0;;0;6 drives_critical=2;;0;0;6 life_left_min=5%;21:;6:;0;100 " in done.stdout
+    demo.start().wait_line("<VK0900> [TR] Start to monitor.", 60)
+    done = demo.ctl("status", "--format", "nagios")
+    assert done.returncode == 2
+    assert done.stdout.startswith("BAYWARD CRITICAL - HPE Smart Array P408i-a SR Gen10 [Slot 0] logical drive 2 offline; ")
     for verb in (("heal-drive", 1, 5), ("heal-drive", 1, 2), ("heal-volume", 1, 2)):
         demo.sim.control.call(*verb)
     done = demo.ctl("status", "--format", "nagios")
@@ -206,7 +220,9 @@ def test_connection_is_verified_with_a_ca_file(tmp_path: Path, start_sim: Callab
     assert ", connection verified\n" in watched.ctl("status").stdout
     stranger = watch(sim, speed=1, config={"iLo": {"ca file": Authority(tmp_path / "wrong").file}})
     done = stranger.ctl("status", "--format", "nagios")
-    assert done.returncode == 3 and done.stdout.startswith(f"BAYWARD UNKNOWN - The controller at {sim.url} could not be asked (")
+    assert done.returncode == 2 and done.stdout.startswith(f"BAYWARD CRITICAL - {NOT_RUNNING}. ")
+    assert f" The controller at {stranger.sim.url} could not be asked (" in done.stdout
+    assert "The controller's certificate is not trusted: " in done.stdout
 
 
 # ---- What is asked for ----
@@ -282,8 +298,8 @@ def _failed(watched: Watched, sentence: str) -> None:
     assert (done.returncode, done.stdout) == (1, "")
     assert done.stderr.splitlines()[-1].startswith(f"baywardctl: {sentence}")
     done = watched.ctl("status", "--format", "nagios")
-    assert done.returncode == 3
-    assert done.stdout.startswith(f"BAYWARD UNKNOWN - {sentence}") and done.stdout.count("\n") == 1
+    assert done.returncode == 2
+    assert done.stdout.startswith(f"BAYWARD CRITICAL - {NOT_RUNNING}. {sentence}") and done.stdout.count("\n") == 1
     done = watched.ctl("status", "--format", "prometheus")
     assert done.returncode == 1
     assert done.stdout.splitlines()[-1] == "bayward_up 0"
@@ -295,7 +311,7 @@ def _failed(watched: Watched, sentence: str) -> None:
 
 def test_nobody_answers(watch: Callable[..., Watched]) -> None:
     _failed(watch(None, account=("monitor", "tool-secret-4711"), speed=1),
-            "The controller at https://127.0.0.1:9 could not be asked (")
+            "The controller at https://127.0.0.1:9 could not be asked (https://127.0.0.1:9: ")
 
 
 def test_refused_account(start_sim: Callable, watch: Callable[..., Watched]) -> None:

@@ -13,6 +13,7 @@
 #include "ctl-error.h"
 #include "fake-bridge.h"
 #include "fake-commands.h"
+#include "fake-proc.h"
 #include "file-descriptor.h"
 #include "file-writing.h"
 #include "status-progress.h"
@@ -111,7 +112,8 @@ protected:
         }
     };
 
-    TestRoot root;
+    FakeProc proc;
+    TestRoot& root = proc.root;
     Commands commands;
     NoTerminal terminal;
     FakeBridge bridge;
@@ -147,7 +149,37 @@ TEST_F(StatusCommandTest, Prometheus_TellsWhetherTheServiceRuns) {
 
 TEST_F(StatusCommandTest, Nagios_EndsWithTheStateOfTheServer) {
     EXPECT_EQ(Run(StatusFormat::kNagios), kNagiosCritical);
-    EXPECT_THAT(out.str(), StartsWith("BAYWARD CRITICAL - Array [Slot 0] drive 1I:3:1 failed ("));
+    EXPECT_THAT(out.str(), HasSubstr("; Array [Slot 0] drive 1I:3:1 failed ("));
+}
+
+TEST_F(StatusCommandTest, Nagios_EndsWithTheHealthOfTheService) {
+    std::string good = kDrive;
+    good.replace(good.find("Critical"), 8, "OK");
+    bridge.resources["/d/"] = good.replace(good.find("[\"Failed\"]"), 10, "[\"None\"]");
+    EXPECT_EQ(Run(StatusFormat::kNagios), kNagiosCritical);
+    EXPECT_THAT(out.str(), StartsWith("BAYWARD CRITICAL - The service is not running; "));
+
+    proc.Add(41, root / "program/bayward", 100, {"OS log", "Serial log", "Media Error"});
+    out.str("");
+    EXPECT_EQ(Run(StatusFormat::kNagios), kNagiosOk);
+    EXPECT_THAT(out.str(), StartsWith("BAYWARD OK - 1 drive, 0 logical drives, all well | "));
+    EXPECT_THAT(out.str(), HasSubstr(" threads=3;;;0 descriptors=4;;;0 "));
+
+    std::filesystem::remove_all(root / "proc/41/task/42");
+    out.str("");
+    EXPECT_EQ(Run(StatusFormat::kNagios), kNagiosCritical);
+    EXPECT_THAT(out.str(), StartsWith("BAYWARD CRITICAL - The thread \"Serial log\" has ended"));
+}
+
+TEST_F(StatusCommandTest, NagiosFailure_EndsWithTheWorst) {
+    bridge.failures["init"] = "etc error";
+    EXPECT_EQ(Run(StatusFormat::kNagios), kNagiosCritical);
+    proc.Add(41, root / "program/bayward", 100, {"OS log", "Serial log", "Media Error"});
+    out.str("");
+    EXPECT_EQ(Run(StatusFormat::kNagios), kNagiosUnknown);
+    EXPECT_THAT(out.str(),
+                StartsWith("BAYWARD UNKNOWN - The controller at https://ilo could not be asked (etc "));
+    EXPECT_THAT(out.str(), HasSubstr(" | threads=3;;;0 "));
 }
 
 TEST_F(StatusCommandTest, File_GetsTheResultInsteadOfStandardOutput) {
@@ -191,6 +223,9 @@ TEST_F(StatusCommandTest, RefusedAccount_IsToldApart) {
     bridge.failures["init"] = "etc error";
     EXPECT_THAT(FailureOf(StatusFormat::kTable),
                 StartsWith("The controller at https://ilo could not be asked (etc error); "));
+    bridge.reason = "ilo: No route to \x1Bhost.";
+    EXPECT_THAT(FailureOf(StatusFormat::kTable),
+                StartsWith("The controller at https://ilo could not be asked (ilo: No route to ?host); "));
 }
 
 TEST_F(StatusCommandTest, FailureInTheMiddle_EndsTheSession) {

@@ -12,22 +12,27 @@ using testing::StartsWith;
 
 namespace {
 
+const ServiceFindings kWell{{}, "threads=3;;;0"};
+const HealthProblem kNotRunning{HealthLevel::kDown, "The service is not running; start it."};
+const HealthProblem kFailing{HealthLevel::kOff, "The thread \"OS log\" fails."};
+const HealthProblem kUndetermined{HealthLevel::kUnknown, "Who | knows."};
+
 TEST(StatusNagios, GoodServer_IsOkInOneLine) {
     const StatusReport report = GoodReport();
-    EXPECT_EQ(NagiosStatusOf(report), kNagiosOk);
-    EXPECT_EQ(RenderNagios(report),
+    EXPECT_EQ(RenderNagios(report, kWell).status, kNagiosOk);
+    EXPECT_EQ(RenderNagios(report, kWell).line,
               "BAYWARD OK - 2 drives, 1 logical drive, all well | controllers=1;;;0 "
               "controllers_warning=0;0;;0;1 controllers_critical=0;;0;0;1 logical_drives=1;;;0 "
               "logical_drives_warning=0;0;;0;1 logical_drives_critical=0;;0;0;1 drives=2;;;0 "
               "drives_warning=0;0;;0;2 drives_critical=0;;0;0;2 life_left_min=98%;21:;6:;0;100 "
-              "requests=38;;;0 time=1234ms;;;0\n");
+              "requests=38;;;0 time=1234ms;;;0 threads=3;;;0\n");
 }
 
 TEST(StatusNagios, BadServer_IsCriticalAndNamesTheItems) {
     const StatusReport report = BadReport();
-    EXPECT_EQ(NagiosStatusOf(report), kNagiosCritical);
+    EXPECT_EQ(RenderNagios(report, kWell).status, kNagiosCritical);
     EXPECT_THAT(
-        RenderNagios(report),
+        RenderNagios(report, kWell).line,
         StartsWith("BAYWARD CRITICAL - HPE Smart Array P408i-a SR Gen10 [Slot 0] logical drive 1 "
                    "offline; HPE Smart Array P408i-a SR Gen10 [Slot 0] drive 1I:1:2 failed (2 drives, "
                    "1 logical drive) | "));
@@ -39,9 +44,10 @@ TEST(StatusNagios, WarningWithoutEvent_SaysHealthAndState) {
     drive.health = "Warning";
     drive.state = "Degraded";
     drive.level = Level::kWarning;
-    EXPECT_EQ(NagiosStatusOf(report), kNagiosWarning);
-    EXPECT_THAT(RenderNagios(report), HasSubstr("WARNING - HPE Smart Array P408i-a SR Gen10 [Slot 0] logical "
-                                                "drive 1 Warning, Degraded (2 drives"));
+    EXPECT_EQ(RenderNagios(report, kWell).status, kNagiosWarning);
+    EXPECT_THAT(RenderNagios(report, kWell).line,
+                HasSubstr("WARNING - HPE Smart Array P408i-a SR Gen10 [Slot 0] logical "
+                          "drive 1 Warning, Degraded (2 drives"));
 }
 
 TEST(StatusNagios, ManyProblems_ShowTheWorstAndCountTheRest) {
@@ -53,13 +59,13 @@ TEST(StatusNagios, ManyProblems_ShowTheWorstAndCountTheRest) {
     for (int bay = 3; bay < 10; ++bay) {
         controller.drives.push_back(FailedDrive("1I:1:" + std::to_string(bay)));
     }
-    const std::string line = RenderNagios(report);
+    const std::string line = RenderNagios(report, kWell).line;
     EXPECT_THAT(line, HasSubstr("drive 1I:1:5 failed; and 5 more (9 drives, 0 logical drives) | "));
     EXPECT_THAT(line, Not(HasSubstr("drive 1I:1:1 ")));
 }
 
 TEST(StatusNagios, HostileTexts_StayOneLineWithOneBar) {
-    const std::string line = RenderNagios(HostileReport());
+    const std::string line = RenderNagios(HostileReport(), kWell).line;
     EXPECT_EQ(std::count(line.begin(), line.end(), '\n'), 1);
     EXPECT_EQ(std::count(line.begin(), line.end(), '|'), 1);
     EXPECT_EQ(line.find('\x1b'), std::string::npos);
@@ -73,20 +79,67 @@ TEST(StatusNagios, LongTextOfWideCharacters_IsCutBetweenCharacters) {
         wide += "ド";  // 3 bytes
     }
     report.systems.front().controllers.front().model = wide;
-    const std::string line = RenderNagios(report);
+    const std::string line = RenderNagios(report, kWell).line;
     const std::size_t cut = line.find("...");
     ASSERT_NE(cut, std::string::npos);
     EXPECT_EQ(line.substr(cut - 3, 3), "ド");
 }
 
 TEST(StatusNagios, EmptyServer_IsOkWithoutLifeLeft) {
-    const std::string line = RenderNagios(EmptyReport());
+    const std::string line = RenderNagios(EmptyReport(), kWell).line;
     EXPECT_THAT(line, StartsWith("BAYWARD OK - 0 drives, 0 logical drives, all well | controllers=0;;;0 "));
     EXPECT_THAT(line, Not(HasSubstr("life_left_min")));
 }
 
-TEST(StatusNagios, Failure_IsUnknownWithoutPerformanceData) {
-    EXPECT_EQ(RenderNagiosFailure("It | failed\nbadly."), "BAYWARD UNKNOWN - It / failed badly.\n");
+// ---- The service's part ----
+
+TEST(StatusNagios, ServiceThatIsDown_IsCriticalOnAGoodServer) {
+    const NagiosResult result = RenderNagios(GoodReport(), {{kNotRunning}, {}});
+    EXPECT_EQ(result.status, kNagiosCritical);
+    EXPECT_THAT(result.line,
+                StartsWith("BAYWARD CRITICAL - The service is not running; start it (2 drives, 1 "
+                           "logical drive) | controllers=1"));
+    EXPECT_THAT(result.line, testing::EndsWith(" time=1234ms;;;0\n"));
+}
+
+TEST(StatusNagios, ServiceThatIsOff_IsAWarningThatGivesWayToBadDrives) {
+    EXPECT_EQ(RenderNagios(GoodReport(), {{kFailing}, {}}).status, kNagiosWarning);
+    const NagiosResult result = RenderNagios(BadReport(), {{kFailing}, {}});
+    EXPECT_EQ(result.status, kNagiosCritical);
+    EXPECT_THAT(result.line, HasSubstr("drive 1I:1:2 failed; The thread \"OS log\" fails (2 drives"));
+}
+
+TEST(StatusNagios, UndeterminedHealth_IsWorseThanAWarningAlone) {
+    const NagiosResult result = RenderNagios(GoodReport(), {{kFailing, kUndetermined}, {}});
+    EXPECT_EQ(result.status, kNagiosUnknown);
+    EXPECT_THAT(result.line, StartsWith("BAYWARD UNKNOWN - Who / knows; The thread \"OS log\" fails ("));
+    EXPECT_EQ(RenderNagios(BadReport(), {{kUndetermined}, {}}).status, kNagiosCritical);
+    EXPECT_EQ(RenderNagios(GoodReport(), {{kUndetermined, kNotRunning}, {}}).status, kNagiosCritical);
+}
+
+TEST(StatusNagios, ServiceThatIsDown_IsNotLostBehindManyDrives) {
+    StatusReport report = BadReport();
+    for (int bay = 3; bay < 10; ++bay) {
+        report.systems.front().controllers.front().drives.push_back(
+            FailedDrive("1I:1:" + std::to_string(bay)));
+    }
+    EXPECT_THAT(RenderNagios(report, {{kNotRunning}, {}}).line,
+                StartsWith("BAYWARD CRITICAL - The service is not running; start it; "));
+}
+
+TEST(StatusNagios, Failure_IsUnknownWithTheServicesData) {
+    NagiosResult result = RenderNagiosFailure("It | failed\nbadly.", {});
+    EXPECT_EQ(result.status, kNagiosUnknown);
+    EXPECT_EQ(result.line, "BAYWARD UNKNOWN - It / failed badly.\n");
+    result = RenderNagiosFailure("It failed.", {{kFailing}, "threads=3;;;0"});
+    EXPECT_EQ(result.status, kNagiosUnknown);
+    EXPECT_EQ(result.line, "BAYWARD UNKNOWN - It failed. The thread \"OS log\" fails. | threads=3;;;0\n");
+}
+
+TEST(StatusNagios, FailureWithoutTheService_IsCriticalAndSaysThatFirst) {
+    const NagiosResult result = RenderNagiosFailure("It failed.", {{kNotRunning}, {}});
+    EXPECT_EQ(result.status, kNagiosCritical);
+    EXPECT_EQ(result.line, "BAYWARD CRITICAL - The service is not running; start it. It failed.\n");
 }
 
 }  // namespace
