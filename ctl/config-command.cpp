@@ -1,13 +1,8 @@
 #include "config-command.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
-#include <cstring>
-#include <fstream>
-#include <iterator>
 #include <vector>
 
 #include "account-text.h"
@@ -15,6 +10,7 @@
 #include "config-surroundings.h"
 #include "config-value.h"
 #include "ctl-error.h"
+#include "file-reading.h"
 #include "json-text.h"
 #include "secret.h"
 #include "service-param.h"
@@ -28,31 +24,6 @@ using tova_service::SettingKind;
 using tovaserverutil::Profile;
 
 namespace {
-
-// Why a file cannot be read.
-struct Unreadable {
-    int error;  // 0 for something that is no file
-    std::string reason;
-};
-
-std::string ReadWhole(const std::string& file) {
-    struct stat status {};
-    if (stat(file.c_str(), &status) != 0) {
-        throw Unreadable{errno, std::strerror(errno)};
-    }
-    if (!S_ISREG(status.st_mode)) {
-        throw Unreadable{0, "it is no regular file"};
-    }
-    std::ifstream in(file, std::ios::binary);
-    if (!in) {
-        throw Unreadable{errno, std::strerror(errno)};
-    }
-    // At once, so that no text is left behind in memory that was too small.
-    std::string content(static_cast<std::size_t>(status.st_size), '\0');
-    in.read(content.data(), status.st_size);
-    content.resize(static_cast<std::size_t>(in.gcount()));
-    return content;
-}
 
 // Do the lines say what the profile has read?
 bool AreSame(const ConfigText& text, const Profile& profile) {
@@ -71,8 +42,8 @@ class Configuration {
 public:
     // Throws Unreadable, and CtlError when the file was changed between the two readings.
     explicit Configuration(const std::string& file)
-        : m_content(ReadWhole(file)), m_text(m_content), m_profile(file) {
-        tovaserverutil::Wipe(m_content);
+        : m_content(ReadWholeFile(file)), m_text(m_content.text), m_profile(file) {
+        tovaserverutil::Wipe(m_content.text);
         try {
             m_profile.ReadProfile();
         } catch (const tovabase::TOVAExcpt& failure) {
@@ -84,11 +55,12 @@ public:
                            " was changed while it was read; run the command again.");
         }
     }
+    FileKind kind() const { return m_content.kind; }
     const ConfigText& text() const { return m_text; }
     const Profile& profile() const { return m_profile; }
 
 private:
-    std::string m_content;
+    FileContent m_content;
     ConfigText m_text;
     Profile m_profile;
 };
@@ -97,20 +69,23 @@ private:
 struct Shown {
     const Setting* setting;
     std::string value;
-    enum class From { kDefault, kFile, kRegistered, kEmptied } from;
+    enum class From { kDefault, kFile, kRegistered, kUnchecked, kEmptied } from;
     int line;  // in the file, where that is where it came from
 };
 
 // The registered account takes the place of what the file says; without one the service empties that.
-Shown ShowAccount(const Setting& setting, bool registered, const std::string& value, int line) {
-    if (registered) {
+Shown ShowAccount(const Setting& setting, AccountState::Kind state, const std::string& value, int line) {
+    if (state == AccountState::Kind::kUsable) {
         return {&setting, "***", Shown::From::kRegistered, 0};
+    }
+    if (state == AccountState::Kind::kUnknown) {
+        return {&setting, "***", Shown::From::kUnchecked, 0};
     }
     return value.empty() ? Shown{&setting, "", line == 0 ? Shown::From::kDefault : Shown::From::kFile, line}
                          : Shown{&setting, "", Shown::From::kEmptied, line};
 }
 
-std::vector<Shown> ShownSettings(const Configuration& configuration, bool registered) {
+std::vector<Shown> ShownSettings(const Configuration& configuration, AccountState::Kind account) {
     std::vector<Shown> shown;
     for (const Setting* setting : kSettings) {
         const ConfigLine* const entry = configuration.text().FindEntry(setting->section, setting->key);
@@ -118,7 +93,7 @@ std::vector<Shown> ShownSettings(const Configuration& configuration, bool regist
         const std::string value = EffectiveText(*setting, configuration.profile());
         shown.push_back(
             setting == &kAccount || setting == &kPassword
-                ? ShowAccount(*setting, registered, value, line)
+                ? ShowAccount(*setting, account, value, line)
                 : Shown{setting, value, line == 0 ? Shown::From::kDefault : Shown::From::kFile, line});
     }
     return shown;
@@ -130,9 +105,11 @@ std::string OriginText(const Shown& shown, const std::string& file) {
         case Shown::From::kFile:
             return place;
         case Shown::From::kEmptied:
-            return place + ", emptied: no account is registered";
+            return place + ", emptied: no usable account is registered";
         case Shown::From::kRegistered:
             return "the registered account";
+        case Shown::From::kUnchecked:
+            return "the registered account, if it can be deciphered (root sees that)";
         case Shown::From::kDefault:
             break;
     }
@@ -147,6 +124,8 @@ const char* OriginName(Shown::From from) {
             return "emptied";
         case Shown::From::kRegistered:
             return "registered";
+        case Shown::From::kUnchecked:
+            return "unchecked";
         case Shown::From::kDefault:
             break;
     }
@@ -196,38 +175,57 @@ std::string Counted(int count, const std::string& what) {
     return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
 }
 
+// What is no file reads as an empty one.
+void CheckKind(FileKind kind, std::vector<Finding>& findings) {
+    if (kind != FileKind::kRegular) {
+        findings.push_back({0,
+                            Finding::Level::kWarning,
+                            std::string("it is ") + (kind == FileKind::kFolder ? "a folder" : "no file") +
+                                ", which the service reads as an empty file: every setting has its default",
+                            {}});
+    }
+}
+
+// What becomes of a service whose configuration cannot be opened, or never gives a first line.
+std::string Unreadability(const Unreadable& failure, bool isServices) {
+    return "cannot be read: " + failure.reason +
+           (isServices && failure.error != 0 ? "; without its configuration the service does not start" : "");
+}
+
 }  // namespace
 
 ConfigCommand::ConfigCommand(CtlDoors doors, const std::optional<std::string>& file)
-    : m_doors(std::move(doors)), m_file(file.value_or(m_doors.root + tova_service::kConfigurationFile)) {}
+    : m_doors(std::move(doors)),
+      m_file(file.value_or(m_doors.root + tova_service::kConfigurationFile)),
+      m_isServices(m_file == m_doors.root + tova_service::kConfigurationFile) {}
 
-int ConfigCommand::Check() {
-    std::vector<Finding> findings;
+Surroundings ConfigCommand::Look() const {
+    Surroundings found;
     try {
         const Configuration configuration(m_file);
-        findings = FindInConfig(configuration.text(), configuration.profile());
-        if (auto account = FindAccount(m_doors.root, configuration.text(), configuration.profile())) {
-            findings.push_back(std::move(*account));
-        }
+        found.findings = FindInConfig(configuration.text(), configuration.profile());
+        CheckKind(configuration.kind(), found.findings);
+        LookBehindSettings(m_doors.root, m_doors.user, m_doors.commands, configuration.text(),
+                           configuration.profile(), found);
     } catch (const Unreadable& failure) {
         if (failure.error == EACCES && m_doors.user != 0) {
             throw CtlError("The configuration " + Printable(m_file) +
                            " cannot be read by this user; run the command with sudo.");
         }
-        findings.push_back(
-            {0,
-             Finding::Level::kError,
-             "cannot be read: " + failure.reason + "; without its configuration the service does not start",
-             {}});
+        found.findings.push_back({0, Finding::Level::kError, Unreadability(failure, m_isServices), {}});
     }
-    for (Finding& finding : FindInSystem(m_doors.root, m_doors.user)) {
-        findings.push_back(std::move(finding));
-    }
+    LookAtSystem(m_doors.root, m_doors.user, found);
     // Those about lines first, in the order of the lines.
-    std::stable_sort(findings.begin(), findings.end(), [](const Finding& one, const Finding& other) {
-        return (one.line == 0 ? INT32_MAX : one.line) < (other.line == 0 ? INT32_MAX : other.line);
-    });
-    for (const Finding& finding : findings) {
+    std::stable_sort(
+        found.findings.begin(), found.findings.end(), [](const Finding& one, const Finding& other) {
+            return (one.line == 0 ? INT32_MAX : one.line) < (other.line == 0 ? INT32_MAX : other.line);
+        });
+    return found;
+}
+
+int ConfigCommand::Check() {
+    const Surroundings found = Look();
+    for (const Finding& finding : found.findings) {
         const bool isError = finding.level == Finding::Level::kError;
         m_doors.out << Printable(finding.file.empty() ? m_file : finding.file) << ':';
         if (finding.line != 0) {
@@ -236,22 +234,39 @@ int ConfigCommand::Check() {
         m_doors.out << ' ' << (isError ? m_doors.paint.Red("error:") : m_doors.paint.Yellow("warning:"))
                     << ' ' << finding.sentence << '\n';
     }
-    const int errors = CountOf(findings, Finding::Level::kError);
-    const int warnings = CountOf(findings, Finding::Level::kWarning);
+    WriteNotChecked(found.notChecked);
+    const int errors = CountOf(found.findings, Finding::Level::kError);
+    const int warnings = CountOf(found.findings, Finding::Level::kWarning);
     m_doors.messages << Printable(m_file) << ": "
-                     << (findings.empty() ? std::string("nothing to complain about")
-                                          : Counted(errors, "error") + ", " + Counted(warnings, "warning"))
+                     << (found.findings.empty()
+                             ? std::string("nothing to complain about")
+                             : Counted(errors, "error") + ", " + Counted(warnings, "warning"))
                      << '\n';
     return errors > 0 ? kErrors : warnings > 0 ? kWarnings : kClean;
+}
+
+void ConfigCommand::WriteNotChecked(const std::vector<std::string>& names) const {
+    if (names.empty()) {
+        return;
+    }
+    std::string list;
+    for (const std::string& name : names) {
+        list += (list.empty() ? "" : ", ") + name;
+    }
+    m_doors.messages << "Not checked as this user: " << list << "; run the command with sudo.\n";
 }
 
 void ConfigCommand::Show(Format format) {
     std::vector<Shown> shown;
     try {
-        shown = ShownSettings(Configuration(m_file), IsAccountRegistered(m_doors.root));
+        const Configuration configuration(m_file);
+        shown =
+            ShownSettings(configuration, FindAccountState(m_doors.root, m_doors.user, m_doors.commands).kind);
     } catch (const Unreadable& failure) {
+        const bool forbidden = failure.error == EACCES && m_doors.user != 0;
         throw CtlError("The configuration " + Printable(m_file) + " cannot be read: " + failure.reason +
-                       "; name another file, or run the command with sudo.");
+                       "; " +
+                       (forbidden ? "run the command with sudo." : "check the name, or put the file there."));
     }
     if (format == Format::kJson) {
         WriteJson(shown, m_file, m_doors.out);

@@ -4,8 +4,10 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "commands.h"
+#include "config-surroundings.h"
 
 // Exit statuses of "config check". Whatever keeps it from checking is none of the findings.
 enum ConfigCheckStatus : int { kClean = 0, kWarnings = 1, kErrors = 2, kNotChecked = 3 };
@@ -23,6 +25,11 @@ public:
     void Show(Format format);
 
 private:
+    // Everything that is to be said, in its order. Throws CtlError.
+    Surroundings Look() const;
+    void WriteNotChecked(const std::vector<std::string>& names) const;
+
     CtlDoors m_doors;
     std::string m_file;
+    bool m_isServices;  // the file that the service itself reads
 };

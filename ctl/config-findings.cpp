@@ -1,9 +1,12 @@
 #include "config-findings.h"
 
+#include <strings.h>
+
 #include <algorithm>
 
 #include "account-text.h"
 #include "config-value.h"
+#include "controller-url.h"
 #include "nearest-name.h"
 #include "settings.h"
 #include "text.h"
@@ -30,8 +33,25 @@ bool MayHoldPassword(std::string_view name) {
            lower.find("secret") != std::string::npos;
 }
 
+// What looks like a name is shown; a URL, a longer text or strange characters may be anything.
 std::string QuotedUnlessSecret(std::string_view name) {
-    return MayHoldPassword(name) ? "(not shown, it may hold a password)" : Quoted(name);
+    constexpr std::size_t kLongestShown = 40;
+    constexpr const char* kNameCharacters =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789 _-";
+    const bool isShown = name.size() <= kLongestShown &&
+                         name.find_first_not_of(kNameCharacters) == std::string_view::npos &&
+                         !MayHoldPassword(name);
+    return isShown ? Quoted(name) : "(not shown, it may hold a password)";
+}
+
+// Of a key that nobody knows only the first word is shown: what follows may be a value behind a wrong
+// separator.
+std::string KeyToShow(std::string_view key, const std::vector<std::string_view>& known) {
+    const bool isKnownInOtherCase = std::any_of(known.begin(), known.end(), [key](std::string_view name) {
+        return name.size() == key.size() && strncasecmp(name.data(), key.data(), key.size()) == 0;
+    });
+    const bool isUrl = tovaserverutil::Contains(key, "://");
+    return QuotedUnlessSecret(isKnownInOtherCase || isUrl ? key : key.substr(0, key.find_first_of(": \t")));
 }
 
 std::vector<std::string_view> SectionNames() {
@@ -67,13 +87,23 @@ const Setting* FindSetting(std::string_view section, std::string_view key) {
     return nullptr;
 }
 
-std::string SectionOfKey(std::string_view key) {
+// "serial log" or "media error": every section that has the key; empty when none has.
+std::string SectionsOfKey(std::string_view key) {
+    std::string sections;
     for (const Setting* setting : kSettings) {
         if (key == setting->key) {
-            return setting->section;
+            sections += (sections.empty() ? "" : " or ") + Quoted(setting->section);
         }
     }
-    return {};
+    return sections;
+}
+
+std::string ListOf(const std::vector<std::string_view>& names) {
+    std::string list;
+    for (const std::string_view name : names) {
+        list += (list.empty() ? "" : ", ") + Quoted(name);
+    }
+    return list;
 }
 
 std::string DidYouMean(std::string_view name, const std::vector<std::string_view>& known) {
@@ -155,8 +185,10 @@ private:
                     "blanks inside the brackets belong to the section's name, so it is never read; write [" +
                         std::string(trimmed) + "]");
             } else {
-                Add(line,
-                    "unknown section " + QuotedUnlessSecret(line.section) + DidYouMean(line.section, known));
+                const std::string nearest = DidYouMean(line.section, known);
+                Add(line, "unknown section " + QuotedUnlessSecret(line.section) +
+                              ", nothing below it is read" +
+                              (nearest.empty() ? "; the sections are " + ListOf(known) : nearest));
             }
             return;
         }
@@ -214,6 +246,19 @@ private:
         for (std::string& sentence : FaultsOfValue(*setting, line.value, m_profile)) {
             Add(line, std::move(sentence));
         }
+        if (setting == &tova_service::kControllerUrl && !line.value.empty()) {
+            CheckUrl(line);
+        }
+    }
+
+    void CheckUrl(const ConfigLine& line) {
+        const std::string fault = FaultOfUrl(line.value);
+        if (!fault.empty()) {
+            m_findings.push_back({line.number,
+                                  Finding::Level::kError,
+                                  "\"url\" is refused, so the service cannot log in with it: it " + fault,
+                                  {}});
+        }
     }
 
     static bool IsMeantAsComment(std::string_view key) {
@@ -236,10 +281,11 @@ private:
                           DidYouMean(trimmed.substr(0, trimmed.find_first_of(": \t")), keys));
             return;
         }
-        const std::string elsewhere = SectionOfKey(trimmed);
-        Add(line, "unknown key " + QuotedUnlessSecret(trimmed) + inSection +
-                      (elsewhere.empty() ? DidYouMean(trimmed, keys)
-                                         : "; it belongs into section " + Quoted(elsewhere)));
+        const std::string elsewhere = SectionsOfKey(trimmed);
+        Add(line,
+            elsewhere.empty()
+                ? "unknown key " + KeyToShow(trimmed, keys) + inSection + DidYouMean(trimmed, keys)
+                : "unknown key " + Quoted(trimmed) + inSection + "; it belongs into section " + elsewhere);
     }
 
     const ConfigText& m_text;

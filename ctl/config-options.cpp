@@ -22,11 +22,14 @@ void AddCheck(CLI::App& config, const CtlDoors& doors, Action& chosen) {
         "check", "Say where the service reads the configuration in another way than it looks");
     const FileName file = AddFile(check);
     check->footer(
-        "One finding a line: FILE:LINE: warning: or error: and a sentence. The account files, the locale\n"
-        "file and the log folder, which the service needs around its configuration, are looked at, too.\n"
-        "Nothing is changed, and no password is shown.\n\n"
+        "One finding a line: FILE:LINE: warning: or error: and a sentence. The account files, the CA file, "
+        "the\n"
+        "locale file and the log folder, which the service needs around its configuration, are looked at, "
+        "too;\n"
+        "what only root may look at is named on standard error. Nothing is changed, and no password is "
+        "shown.\n\n"
         "Exit status: 0 nothing found, 1 warnings (the service runs, but not as the file seems to say),\n"
-        "2 errors (the service does not run, or lacks something it needs), 3 not checked, also for wrong "
+        "2 errors (the service does not run, or lacks something it needs), 3 not checked, also for wrong\n"
         "usage.\n\n"
         "Examples:\n  baywardctl config check\n  baywardctl config check new.conf && cp new.conf "
         "/etc/opt/tarn/bayward/bayward.conf");
@@ -40,9 +43,10 @@ void AddShow(CLI::App& config, const CtlDoors& doors, Action& chosen) {
         config.add_subcommand("show", "Show every setting: value, default, and where the value came from");
     const FileName file = AddFile(show);
     const auto format = std::make_shared<std::string>("table");
-    show->add_option("--format", *format, "table or json")->check(CLI::IsMember({"table", "json"}));
+    show->add_option("--format", *format, "table (default) or json")->check(CLI::IsMember({"table", "json"}));
     show->footer(
         "Numbers are shown as the service takes them, after its limits; a password is shown as ***.\n\n"
+        "Exit status: 0 done, 1 failed, 2 wrong usage.\n\n"
         "Examples:\n  baywardctl config show\n  baywardctl config show --format json");
     show->callback([&doors, &chosen, file, format] {
         chosen = [&doors, file, format] {

@@ -1,10 +1,13 @@
 #include "config-value.h"
 
+#include <algorithm>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <limits>
 
 #include "account-text.h"
+#include "clock.h"
 #include "text.h"
 
 using tova_service::Setting;
@@ -16,6 +19,7 @@ using tovaserverutil::Trimmed;
 namespace {
 
 constexpr std::size_t kShownBytes = 60;  // of a value in a sentence
+constexpr std::int64_t kMillisecondsPerSecond = 1000;
 
 std::string Quoted(const std::string& text) {
     return "\"" + Printable(text.substr(0, kShownBytes)) + (text.size() > kShownBytes ? "..." : "") + "\"";
@@ -38,16 +42,43 @@ void AddReason(std::string& reasons, const std::string& reason) {
     reasons += (reasons.empty() ? "" : ", and ") + reason;
 }
 
+// The whole part and up to three decimals.
+std::string Decimal(std::int64_t number, std::int64_t divisor) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%.3f", static_cast<double>(number) / static_cast<double>(divisor));
+    std::string decimal = text;
+    decimal.resize(decimal.find_last_not_of('0') + 1);
+    if (decimal.back() == '.') {
+        decimal.pop_back();
+    }
+    return decimal;
+}
+
+// The number that the service works with, in the setting's unit.
+std::string NumberText(const Setting& setting, std::int32_t read) {
+    if (setting.toMilliseconds == nullptr) {
+        return std::to_string(EffectiveNumber(setting, read));
+    }
+    return Decimal(setting.toMilliseconds(static_cast<std::uint32_t>(read)),
+                   tovaserverutil::kMillisecondsPerMinute);
+}
+
 // What the service makes of a number that is not as it should be.
-std::string Consequence(const Setting& setting, bool isOut, std::int64_t effective) {
-    std::string sentence = "the service takes " + std::to_string(effective);
+std::string Consequence(const Setting& setting, std::int32_t read) {
+    std::string sentence = "the service takes " + NumberText(setting, read);
     if (*setting.unit != '\0') {
         sentence += std::string(" ") + setting.unit;
     }
-    if (isOut && setting.beyond != nullptr) {
-        sentence += std::string(" and holds it to no range: ") + setting.beyond;
+    if (setting.toMilliseconds != nullptr) {
+        sentence +=
+            " (" + Decimal(setting.toMilliseconds(static_cast<std::uint32_t>(read)), kMillisecondsPerSecond) +
+            " seconds)";
     }
-    return sentence;
+    const char* const meaning = setting.isHeld ? nullptr
+                                : read == 0    ? setting.ifZero
+                                : read < 0     ? setting.ifNegative
+                                               : nullptr;
+    return meaning == nullptr ? sentence : sentence + ": " + meaning;
 }
 
 std::vector<std::string> FaultsOfNumber(const Setting& setting, const std::string& value,
@@ -74,7 +105,7 @@ std::vector<std::string> FaultsOfNumber(const Setting& setting, const std::strin
     }
     if (!reasons.empty()) {
         return {std::string("\"") + setting.key + "\" is " + Quoted(value) + ": " + reasons + "; " +
-                Consequence(setting, isOut, EffectiveNumber(setting, ReadNumber(setting, profile)))};
+                Consequence(setting, ReadNumber(setting, profile))};
     }
     if (Trimmed(value) != value) {
         return {std::string("blanks around the value of \"") + setting.key +
@@ -101,11 +132,19 @@ std::vector<std::string> FaultsOfText(const Setting& setting, const std::string&
     return faults;
 }
 
-std::string WithoutUserInformation(const std::string& url) {
-    const std::size_t scheme = url.find("://");
-    const std::size_t host = scheme == std::string::npos ? 0 : scheme + 3;
-    const std::size_t at = url.substr(0, url.find('/', host)).rfind('@');
-    return at == std::string::npos || at < host ? url : url.substr(0, host) + "***" + url.substr(at);
+// A password may hold every character, so the last "@" of the whole text counts, and a query goes altogether.
+std::string WithoutSecrets(const std::string& url) {
+    constexpr std::string_view kMark = "://";
+    const std::size_t scheme = url.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz");
+    const std::size_t host = scheme != std::string::npos && url.compare(scheme, kMark.size(), kMark) == 0
+                                 ? scheme + kMark.size()
+                                 : 0;
+    const std::size_t at = url.rfind('@');
+    const bool masked = at != std::string::npos;
+    const std::size_t from = masked ? at : 0;
+    const std::size_t query = url.find('?', from);
+    return (masked ? url.substr(0, std::min(host, at)) + "***" : "") + url.substr(from, query - from) +
+           (query == std::string::npos ? "" : "?***");
 }
 
 }  // namespace
@@ -137,7 +176,7 @@ std::string EffectiveText(const Setting& setting, const Profile& profile) {
     switch (setting.kind) {
         case SettingKind::kUnsigned:
         case SettingKind::kSigned:
-            return std::to_string(EffectiveNumber(setting, ReadNumber(setting, profile)));
+            return NumberText(setting, ReadNumber(setting, profile));
         case SettingKind::kFlag:
             return ReadFlag(profile, setting) ? "true" : "false";
         case SettingKind::kSecret:
@@ -145,7 +184,7 @@ std::string EffectiveText(const Setting& setting, const Profile& profile) {
         case SettingKind::kText:
             break;
     }
-    return Printable(WithoutUserInformation(ReadText(profile, setting)));
+    return Printable(WithoutSecrets(ReadText(profile, setting)));
 }
 
 std::string DefaultText(const Setting& setting) {

@@ -12,9 +12,8 @@
 std::vector<std::string> FaultsOfValue(const tova_service::Setting& setting, const std::string& value,
                                        const tovaserverutil::Profile& profile);
 
-// The value that the service works with, fit to be shown: numbers after their ranges, flags "true" or
-// "false",
-// "***" for a password, here and inside a URL.
+// The value that the service works with, fit to be shown: numbers after their ranges, in their unit and with
+// decimals where it comes to that; flags "true" or "false"; "***" for a password, here and inside a URL.
 std::string EffectiveText(const tova_service::Setting& setting, const tovaserverutil::Profile& profile);
 
 // The same for a key that is absent.

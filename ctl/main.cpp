@@ -2,7 +2,6 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <cerrno>
 #include <csignal>
 #include <filesystem>
 #include <iostream>
@@ -13,6 +12,7 @@
 #include "controller-access.h"
 #include "ctl-error.h"
 #include "ilorest-helper.h"
+#include "usage-fault.h"
 
 namespace {
 
@@ -68,26 +68,17 @@ int main(int argc, char** argv) {
 
     try {
         app.parse(argc, argv);
-    } catch (const CLI::ExtrasError&) {
-        // The arguments are not repeated: one of them may be a password.
-        return Complain(
-            "Unknown command or option, or an argument too many (passwords are asked for, they are no "
-            "arguments); see \"baywardctl --help\".",
-            chosen.wrongUsage);
     } catch (const CLI::ParseError& failure) {
         if (failure.get_exit_code() == 0) {
             return app.exit(failure);  // help or version
         }
-        return Complain("The command is incomplete or wrong; see \"baywardctl --help\".", chosen.wrongUsage);
+        return Complain(FaultOfUsage(app, failure), chosen.wrongUsage);
     }
 
     try {
         const int status = chosen.run();
         if (!std::cout.flush()) {
-            // A reader that has seen enough, as "head" does, misses nothing.
-            return errno == EPIPE
-                       ? chosen.failed
-                       : Complain("The results cannot be written to standard output.", chosen.failed);
+            return Complain("The results cannot be written to standard output.", chosen.failed);
         }
         return status;
     } catch (const UsageError& failure) {

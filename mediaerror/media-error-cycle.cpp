@@ -1,11 +1,9 @@
 #include "media-error-cycle.h"
 
-#include <algorithm>
-#include <climits>
 #include <string>
 
-#include "clock.h"
 #include "log-manager.h"
+#include "settings.h"
 #include "working-files.h"
 
 namespace {
@@ -29,7 +27,7 @@ void RunCycle(const MediaErrorContext& context, tovaserverutil::LogManager& mana
 
 void RunCycles(const MediaErrorContext& context) {
     const tova_service::ServiceParameter& parameter = context.parameter;
-    const int wait = MediaErrorWait(parameter.mediaErrorInterval());
+    const int wait = tova_service::MediaErrorWait(parameter.mediaErrorInterval());
     tovaserverutil::LogManager manager(
         &context.parameter.Log(),
         {kReportName, kReportExtension, std::string(parameter.tovaDir()) + "/", parameter.maxFileCount()},
@@ -48,11 +46,6 @@ void RemoveWorkingFiles(tovaserverutil::CommandRunner& runner) {
 }
 
 }  // namespace
-
-int MediaErrorWait(std::uint32_t minutes) {
-    return static_cast<int>(
-        std::min<std::uint32_t>(minutes * tovaserverutil::kMillisecondsPerMinute, INT_MAX));
-}
 
 void RunMediaErrorSearch(const MediaErrorContext& context) {
     try {

@@ -1,7 +1,6 @@
 // The media-error thread's work: a fresh diagnostic report per cycle, and the searches for medium errors.
 #pragma once
 
-#include <cstdint>
 #include <functional>
 
 #include "server-util.h"
@@ -17,10 +16,6 @@ struct MediaErrorContext {
     std::function<void()> searchSmartArray;
     std::function<void()> searchMegaRaid;
 };
-
-// The time between two cycles in milliseconds, as poll takes it, of a setting in minutes: the product is one
-// of 32 bits, deliberately so, and what is beyond the largest int is that.
-int MediaErrorWait(std::uint32_t minutes);
 
 // The thread's body, until the stop: a cycle, a wait, a cycle ... The stop is deliberately looked for in the
 // wait alone; one that comes during a cycle is honoured at its end. An exception that leaves the cycle is

@@ -1,10 +1,18 @@
 #include "settings.h"
 
 #include <algorithm>
+#include <climits>
+
+#include "clock.h"
 
 namespace tova_service {
 
 using tovaserverutil::Profile;
+
+int MediaErrorWait(std::uint32_t minutes) {
+    return static_cast<int>(
+        std::min<std::uint32_t>(minutes * tovaserverutil::kMillisecondsPerMinute, INT_MAX));
+}
 
 std::int32_t ReadSigned(const Profile& profile, const Setting& setting) {
     return profile.ReadSigned(setting.section, setting.key, setting.absent);
@@ -29,7 +37,7 @@ std::int64_t EffectiveNumber(const Setting& setting, std::int32_t read) {
         return read;
     }
     const std::int64_t number = static_cast<std::uint32_t>(read);
-    return setting.beyond != nullptr ? number : std::clamp(number, setting.least, setting.most);
+    return setting.isHeld ? std::clamp(number, setting.least, setting.most) : number;
 }
 
 }  // namespace tova_service

@@ -18,13 +18,23 @@ struct Setting {
     const char* meaning;  // one sentence
     const char* unit = "";
     std::int32_t absent = 0;  // the default of a number; of a flag 1 for on, 0 for off
-    // Numbers: the range that makes sense. Where the setting's user holds values to it, `beyond` is null and
+    // Numbers: the range that makes sense. Where the setting's user holds values to it (unsigned ones only),
     // a value out of it becomes the nearest end, a negative one, taken as the unsigned number it reads as,
-    // the upper end. Elsewhere the value is taken as it stands, and `beyond` says what that means.
+    // the upper end. Elsewhere the value is taken as it stands, and the sentences say what comes of one below
+    // the range.
     std::int64_t least = 0;
     std::int64_t most = 0;
-    const char* beyond = nullptr;
+    bool isHeld = true;
+    const char* ifZero = nullptr;
+    const char* ifNegative = nullptr;
+    // The milliseconds that the setting's user makes of a number that is not held to its range; null where it
+    // is taken as it is.
+    int (*toMilliseconds)(std::uint32_t) = nullptr;
 };
+
+// The wait of a "media error" interval in milliseconds, as poll takes it: the product is one of 32 bits,
+// deliberately so, and what is beyond the largest int is that.
+int MediaErrorWait(std::uint32_t minutes);
 
 inline constexpr Setting kMaxLogSize{
     .section = "log file",
@@ -35,7 +45,9 @@ inline constexpr Setting kMaxLogSize{
     .absent = 4096,
     .least = 1,
     .most = INT32_MAX,
-    .beyond = "with 0 every line moves the trace log aside, with a negative number it grows without limit"};
+    .isHeld = false,
+    .ifZero = "every line moves the trace log aside",
+    .ifNegative = "the trace log grows without limit"};
 inline constexpr Setting kControllerInterval{.section = "iLo",
                                              .key = "interval",
                                              .kind = SettingKind::kUnsigned,
@@ -48,7 +60,9 @@ inline constexpr Setting kControllerUrl{
     .section = "iLo",
     .key = "url",
     .kind = SettingKind::kText,
-    .meaning = "Address of the management controller; empty: the local in-band channel."};
+    .meaning =
+        "Address of the management controller; empty: the local in-band channel. On the virtual-NIC "
+        "link the controller is asked there instead."};
 inline constexpr Setting kCaFile{
     .section = "iLo",
     .key = "ca file",
@@ -66,25 +80,30 @@ inline constexpr Setting kPassword{
     .key = "password",
     .kind = SettingKind::kSecret,
     .meaning = "Its password; replaced by the registered one, or emptied when there is none."};
+// Deliberately no count of log-ins or reads, whatever the name says: only with 0 it keeps them from being
+// tried.
 inline constexpr Setting kMaxTrials{
     .section = "iLo",
     .key = "max trials",
     .kind = SettingKind::kSigned,
-    .meaning = "Trials of a request to the controller.",
+    .meaning = "Trials of a log-out from the controller; a log-in and each read are tried once.",
     .absent = 100,
     .least = 1,
     .most = INT32_MAX,
-    .beyond =
-        "with 0 no request is ever sent and nothing is watched, with a negative number trials hardly end"};
-inline constexpr Setting kTrialInterval{.section = "iLo",
-                                        .key = "trial interval",
-                                        .kind = SettingKind::kSigned,
-                                        .meaning = "Pause between two trials of a request to the controller.",
-                                        .unit = "milliseconds",
-                                        .absent = 10,
-                                        .least = 0,
-                                        .most = INT32_MAX,
-                                        .beyond = "a negative number is a pause of more than three weeks"};
+    .isHeld = false,
+    .ifZero = "no log-in and no read is ever tried, so nothing is watched",
+    .ifNegative = "the trials of a log-out that fails hardly end"};
+inline constexpr Setting kTrialInterval{
+    .section = "iLo",
+    .key = "trial interval",
+    .kind = SettingKind::kSigned,
+    .meaning = "Pause between two trials of a log-out from the controller.",
+    .unit = "milliseconds",
+    .absent = 10,
+    .least = 0,
+    .most = INT32_MAX,
+    .isHeld = false,
+    .ifNegative = "the pause between two trials of a log-out is longer than three weeks"};
 inline constexpr Setting kReportExisting{
     .section = "iLo",
     .key = "report existing",
@@ -114,17 +133,17 @@ inline constexpr Setting kMediaErrorCheck{.section = "media error",
                                           .meaning = "Search for medium errors.",
                                           .absent = 1};
 // Its milliseconds have to fit 31 bits, the longest wait there is.
-inline constexpr Setting kMediaErrorInterval{
-    .section = "media error",
-    .key = "interval",
-    .kind = SettingKind::kUnsigned,
-    .meaning = "Pause between two searches for medium errors.",
-    .unit = "minutes",
-    .absent = 60,
-    .least = 1,
-    .most = INT32_MAX / 60000,
-    .beyond =
-        "with 0 one search follows the other, and a pause of more than 35791 minutes comes out shorter"};
+inline constexpr Setting kMediaErrorInterval{.section = "media error",
+                                             .key = "interval",
+                                             .kind = SettingKind::kUnsigned,
+                                             .meaning = "Pause between two searches for medium errors.",
+                                             .unit = "minutes",
+                                             .absent = 60,
+                                             .least = 1,
+                                             .most = INT32_MAX / 60000,
+                                             .isHeld = false,
+                                             .ifZero = "one search follows the other without a pause",
+                                             .toMilliseconds = &MediaErrorWait};
 inline constexpr Setting kReportControllerFailures{
     .section = "iLO host",
     .key = "report",

@@ -1,11 +1,18 @@
 """baywardctl config, beside a service that shows what it really makes of the file."""
 
+import ast
 import json
+import sys
 from pathlib import Path
-from typing import Callable, Dict, List, Tuple
+from typing import Any, Callable, Dict, List, Tuple
 
 import pytest
 from watched import Watched
+
+ROOT = Path(__file__).resolve().parents[2]
+sys.path.append(str(ROOT / "ilorest/module"))
+from _bayward_outcome import Failure  # noqa: E402
+from _bayward_target import parse_target  # noqa: E402
 
 CONFIGURATION = "/etc/opt/tarn/bayward/bayward.conf"
 SECRET = "config-secret-4711"
@@ -27,6 +34,13 @@ def check(watched: Watched, *arguments: str) -> Tuple[int, List[str]]:
     return done.returncode, done.stdout.splitlines()
 
 
+def table_of_urls(test: str) -> List[Any]:
+    """The cases of one of the helper module's own tests."""
+    tree = ast.parse((ROOT / "tests/module/test_target.py").read_text(encoding="utf-8"))
+    function = next(node for node in tree.body if isinstance(node, ast.FunctionDef) and node.name == test)
+    return list(ast.literal_eval(function.decorator_list[0].args[1]))
+
+
 def settings(watched: Watched) -> Dict[str, object]:
     done = watched.ctl("config", "show", "--format", "json")
     assert (done.returncode, done.stderr) == (0, "")
@@ -41,7 +55,7 @@ def test_a_host_in_order(bare: Watched) -> None:
 
 
 def test_shipped_configuration_is_clean(bare: Watched) -> None:
-    bare.host.write_config((Path(__file__).resolve().parents[2] / "share/bayward.conf").read_text(encoding="utf-8"))
+    bare.host.write_config((ROOT / "share/bayward.conf").read_text(encoding="utf-8"))
     assert check(bare) == (0, [])
 
 
@@ -63,14 +77,14 @@ def test_everything_at_once(bare: Watched) -> None:
     for finding, begin in zip(findings, begins):
         assert finding.startswith(CONFIGURATION + begin), finding
     assert [finding.split(":")[0] for finding in findings[len(begins):]] == ["/etc/default/locale", "/var/log/bayward"]
-    assert all(": error: " in finding for finding in findings[len(begins):])
+    assert ": error: " in findings[-2] and ": warning: " in findings[-1]
     shown = settings(bare)
     assert (shown["iLo/interval"], shown["iLo/url"], shown["media error/check"]) == (3000, "", True)
 
 
 def test_what_is_said_is_what_the_service_does(watch: Callable[..., Watched]) -> None:
     """The findings that matter most, against the running service."""
-    watched = watch(None, account=None, speed=1, config="[media error]\ncheck=False\n[iLo]\nurl=https://127.0.0.1:9\n")
+    watched = watch(None, account=None, config="[media error]\ncheck=False\n[iLo]\nurl=https://127.0.0.1:9\n")
     assert check(watched)[0] == 1
     assert settings(watched)["media error/check"] is True
     watched.start().wait_line("Start cyclic Media Error search.")
@@ -101,7 +115,8 @@ def test_no_configuration(bare: Watched) -> None:
 def test_another_file(bare: Watched) -> None:
     bare.host.outer("/etc/opt/tarn/bayward/new.conf").write_text("[ilo]\n", encoding="ascii")
     status, findings = check(bare, "/etc/opt/tarn/bayward/new.conf")
-    assert (status, findings) == (1, ['/etc/opt/tarn/bayward/new.conf:1: warning: unknown section "ilo"; did you mean "iLo"?'])
+    assert (status, findings) == (1, ['/etc/opt/tarn/bayward/new.conf:1: warning: unknown section "ilo", nothing below it is '
+                                      'read; did you mean "iLo"?'])
     assert check(bare) == (0, [])
 
 
@@ -112,6 +127,11 @@ def test_registered_account(bare: Watched) -> None:
     bare.register("monitor", "another-secret")
     status, findings = check(bare)
     assert status == 1 and "the account that is registered replaces" in findings[0]
+    bare.host.outer("/etc/.TARNiLO1").write_bytes(b"damaged")
+    status, findings = check(bare)
+    assert status == 2 and findings[1].startswith(f"{CONFIGURATION}: error: no usable account: ")
+    assert settings(bare)["iLo/account"] == ""
+    bare.register("monitor", "another-secret")
     done = bare.ctl("config", "show")
     assert SECRET not in done.stdout and "another-secret" not in done.stdout
     rows = {tuple(line.split()[:2]): line for line in done.stdout.splitlines()}
@@ -137,6 +157,35 @@ def test_wrong_use(bare: Watched, arguments: List[str], status: int) -> None:
     done = bare.ctl(*arguments)
     assert (done.returncode, done.stdout) == (status, "")
     assert done.stderr.startswith("baywardctl: ") and done.stderr.count("\n") == 1
+
+
+def test_urls_are_judged_as_the_helper_module_judges_them(bare: Watched) -> None:
+    refused = {}
+    for url in [case[0] for case in table_of_urls("test_https_url_names_host_and_port")] + \
+            list(table_of_urls("test_malformed_url_is_another_error_said_in_one_line")) + \
+            ["blobstore://.", "BLOBSTORE://x", "https://me@ilo", "https://ilo:00443", "https", "https:443", "[::1%]", "-a"]:
+        if not url or any(character in url for character in "\r\n"):
+            continue  # the configuration cannot hold it, or means the in-band channel with it
+        try:
+            parse_target(url)
+            refused[url] = False
+        except Failure:
+            refused[url] = True
+        bare.host.write_config(f"[iLo]\nurl={url}\n")
+        findings = check(bare)[1]
+        assert any('error: "url" is refused' in finding for finding in findings) == refused[url], (url, findings)
+    assert list(refused.values()).count(True) > 20 and list(refused.values()).count(False) > 10
+
+
+def test_folder_is_read_as_the_service_reads_it(watch: Callable[..., Watched]) -> None:
+    """As an empty configuration: the service starts with every default."""
+    watched = watch(None, account=None)
+    configuration = watched.host.outer(CONFIGURATION)
+    configuration.unlink()
+    configuration.mkdir()
+    assert check(watched) == (1, [f"{CONFIGURATION}: warning: it is a folder, which the service reads as an empty file: every "
+                               "setting has its default"])
+    watched.start().wait_line("Start cyclic Media Error search.")
 
 
 def test_nothing_is_changed(bare: Watched) -> None:

@@ -63,6 +63,40 @@ TEST(CommandLine, WrongUsage_IsOneSentenceOnStandardErrorAndStatusTwo) {
     }
 }
 
+TEST(CommandLine, WrongUsage_NamesTheFaultAndTheHelpThatAnswersIt) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"config show --format xml",
+         "\"config show\" has no format \"xml\" (table, json); see \"baywardctl config show --help\"."},
+        {"config show --format p@ss:hunter2",
+         "\"config show\" has no format of that name (table, json); see \"baywardctl config show --help\"."},
+        {"config show --format", "\"--format\" needs one value; see \"baywardctl config show --help\"."},
+        {"config show hunter2 hunter2",
+         "\"config show\" does not know one of its arguments, or has one too many; see \"baywardctl config "
+         "show "
+         "--help\"."},
+        {"config show --password=hunter2",
+         "\"config show\" knows no option \"--password\"; see \"baywardctl config show --help\"."},
+        {"config hunter2",
+         "\"config\" needs one of its commands (check, show); see \"baywardctl config --help\"."},
+        {"events --test 337 --format json", "--test excludes --format; see \"baywardctl events --help\"."},
+        {"account set a hunter2",
+         "Unknown command or option, or an argument too many (passwords are asked for, they are no "
+         "arguments); see "
+         "\"baywardctl account set --help\"."},
+    };
+    for (const auto& [arguments, sentence] : cases) {
+        EXPECT_EQ(RunTool(arguments).err, std::string("baywardctl: ") + sentence + "\n") << arguments;
+    }
+}
+
+TEST(CommandLine, HelpOfCommandsWithFormats_NamesDefaultAndExitStatuses) {
+    for (const char* command : {"config show", "events"}) {
+        const std::string help = RunTool(std::string(command) + " --help").out;
+        EXPECT_THAT(help, HasSubstr("(default)")) << command;
+        EXPECT_THAT(help, HasSubstr("Exit status: 0 done, 1 failed")) << command;
+    }
+}
+
 TEST(CommandLine, AccountThatCannotBe_IsWrongUsage) {
     if (geteuid() != 0) {
         GTEST_SKIP() << "only root gets that far";
@@ -86,6 +120,19 @@ TEST(CommandLine, ResultsThatCannotBeWritten_AreAFailure) {
     EXPECT_EQ(outcome.status, 1);
     EXPECT_EQ(outcome.err, "baywardctl: The results cannot be written to standard output.\n");
     EXPECT_EQ(RunTool("config check /dev/null >/dev/full").status, 3);
+    EXPECT_EQ(RunTool("events >&-").err, outcome.err);
+}
+
+TEST(CommandLine, ReaderThatIsGone_IsAFailureThatIsSaid) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    close(ends[0]);
+    const int known = dup2(ends[1], 9);
+    close(ends[1]);
+    const Outcome outcome = RunTool("events >&9");
+    close(known);
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.err, "baywardctl: The results cannot be written to standard output.\n");
 }
 
 TEST(CommandLine, AnyoneButRoot_FailsWithStatusOne) {
@@ -117,6 +164,17 @@ TEST(CommandLine, AnyoneButRoot_FailsWithStatusOne) {
                       tovaserverutil::kListingDeadline);
     EXPECT_EQ(check.exitStatus, 3);
     EXPECT_THAT(check.output, HasSubstr("cannot be read by this user"));
+    // Nor does what it may not look at around the configuration.
+    folder.Write("public.conf", "[iLo]\nca file=" + (folder / "private/ca.pem") + "\n");
+    std::filesystem::create_directory(folder / "private");
+    std::filesystem::permissions(folder / "private", std::filesystem::perms::none);
+    const auto around =
+        shell.Capture(prefix + "'" + copy + "' config check '" + (folder / "public.conf") + "' 2>&1",
+                      tovaserverutil::kListingDeadline);
+    EXPECT_NE(around.exitStatus, 3);
+    EXPECT_THAT(around.output, HasSubstr("Not checked as this user: "));
+    EXPECT_THAT(around.output, HasSubstr("the CA file"));
+    EXPECT_THAT(around.output, Not(HasSubstr("CA file cannot be used")));
 }
 
 }  // namespace

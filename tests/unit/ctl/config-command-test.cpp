@@ -2,12 +2,14 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 #include <iterator>
 #include <sstream>
 #include <vector>
 
+#include "account-file.h"
 #include "ctl-error.h"
 #include "fake-commands.h"
 #include "monitor-loop.h"
@@ -23,6 +25,18 @@ using testing::Not;
 using testing::StartsWith;
 using tova_service::Setting;
 
+constexpr const char* kCertificate =
+    "-----BEGIN CERTIFICATE-----\n"
+    "MIIBdDCCARugAwIBAgIUYC9BU1aQV+Q5h4/BbPnmzeM0ni8wCgYIKoZIzj0EAwIw\n"
+    "DzENMAsGA1UEAwwEVGVzdDAgFw0yNjExMjExNTA4NDZaGA8yMTI2MTAyODE1MDg0\n"
+    "NlowDzENMAsGA1UEAwwEVGVzdDBZMBMGByqGSM49AgEGCCqGSM49AwEHA0IABGcS\n"
+    "RkkN/3m9RU7In+Pe8CFugHo28IwdBhJagPKY3/whmx/QxEHi1E3/t4ySfHQLO3pw\n"
+    "qL4fyKK5Ku6guwJRDwSjUzBRMB0GA1UdDgQWBBTet34QAB8HF8GT66g+tCjwYK6e\n"
+    "9TAfBgNVHSMEGDAWgBTet34QAB8HF8GT66g+tCjwYK6e9TAPBgNVHRMBAf8EBTAD\n"
+    "AQH/MAoGCCqGSM49BAMCA0cAMEQCICrjawcdpYphbU1lnNl7pOGeyWDdPbW9Hk6f\n"
+    "n4Frjh3xAiAdifTYK5o76F54EE8d/SKio/yM5RJCKhnxWCtRyvC3yQ==\n"
+    "-----END CERTIFICATE-----\n";
+
 class NoTerminal : public Terminal {
 public:
     bool IsInteractive() override { return false; }
@@ -37,12 +51,13 @@ protected:
         Configure("[iLo]\nurl=https://ilo\n");
         root.Write("etc/locale.conf", "LANG=C\n");
         std::filesystem::create_directories(root / "var/log/bayward");
+        std::filesystem::create_directories(root / "run");
+        commands.result.output = "UUID: 00112233-4455-6677-8899-aabbccddeeff\n";
     }
 
     void Configure(const std::string& content) { root.Write("etc/opt/tarn/bayward/bayward.conf", content); }
     void Register() {
-        root.Write("etc/.TARNiLO0", "x");
-        root.Write("etc/.TARNiLO1", "x");
+        WriteAccountFiles(root.path(), "00112233445566778899aabbccddeeff", "monitor", "another");
     }
     ConfigCommand Command(const std::optional<std::string>& given = {}) {
         return ConfigCommand({.root = root.path(),
@@ -104,13 +119,55 @@ TEST_F(ConfigCommandTest, CheckWithoutFile_IsAnErrorAndStillLooksAround) {
     EXPECT_THAT(out.str(),
                 StartsWith(file + ": error: cannot be read: No such file or directory; without its "
                                   "configuration the service does not start\n"));
-    EXPECT_THAT(out.str(), HasSubstr(root / "var/log/bayward: error: there is no such folder"));
-    EXPECT_EQ(messages.str(), file + ": 2 errors, 0 warnings\n");
+    EXPECT_THAT(out.str(), HasSubstr(root / "var/log/bayward: warning: there is no such folder"));
+    EXPECT_EQ(messages.str(), file + ": 1 error, 1 warning\n");
 }
 
-TEST_F(ConfigCommandTest, CheckOfAFolder_IsAnError) {
-    EXPECT_EQ(Check(root / "etc"), 2);
-    EXPECT_THAT(out.str(), HasSubstr("it is no regular file"));
+TEST_F(ConfigCommandTest, CheckOfAnotherFileThatIsMissing_DoesNotSpeakOfTheService) {
+    EXPECT_EQ(Check(root / "other"), 2);
+    EXPECT_EQ(out.str(), (root / "other") + ": error: cannot be read: No such file or directory\n");
+}
+
+TEST_F(ConfigCommandTest, CheckOfWhatReadsAsEmpty_SaysSo) {
+    EXPECT_EQ(Check(root / "etc"), 1);
+    EXPECT_EQ(out.str(), (root / "etc") +
+                             ": warning: it is a folder, which the service reads as an empty file: "
+                             "every setting has its default\n");
+    EXPECT_EQ(Check("/dev/null"), 1);
+    EXPECT_THAT(out.str(), HasSubstr("every setting has its default"));
+    // The service's reader agrees.
+    for (const std::string& path : {root / "etc", std::string("/dev/null")}) {
+        tovaserverutil::Profile profile(path);
+        profile.ReadProfile();
+        EXPECT_TRUE(profile.sections().empty()) << path;
+    }
+}
+
+TEST_F(ConfigCommandTest, CheckOfAFifo_DoesNotWait) {
+    const std::string fifo = root / "fifo";
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    EXPECT_EQ(Check(fifo), 2);
+    EXPECT_EQ(out.str(),
+              fifo + ": error: cannot be read: it is a FIFO, at which a reader waits for a writer\n");
+    std::filesystem::remove(root / "etc/locale.conf");
+    ASSERT_EQ(mkfifo((root / "etc/locale.conf").c_str(), 0600), 0);
+    EXPECT_EQ(Check(), 2);
+    EXPECT_THAT(
+        out.str(),
+        HasSubstr("etc/locale.conf: error: the language is detected from this file, but it is a FIFO"));
+}
+
+TEST_F(ConfigCommandTest, CheckOfAHugeFile_IsOneSentence) {
+    const std::string huge = root / "huge";
+    root.Write("huge", "");
+    std::filesystem::resize_file(huge, std::uintmax_t{1} << 40);
+    EXPECT_EQ(Check(huge), 2);
+    EXPECT_EQ(out.str(), huge + ": error: cannot be read: it is larger than 16 MiB\n");
+}
+
+TEST_F(ConfigCommandTest, CheckOfAFileThatClaimsNoSize_ReadsItToItsEnd) {
+    EXPECT_EQ(Check("/proc/self/status"), 1);
+    EXPECT_THAT(out.str(), HasSubstr("/proc/self/status:1: warning: the line stands before any section"));
 }
 
 TEST_F(ConfigCommandTest, CheckWithAccountButWithoutFiles_SaysThatItIsEmptied) {
@@ -118,11 +175,76 @@ TEST_F(ConfigCommandTest, CheckWithAccountButWithoutFiles_SaysThatItIsEmptied) {
     EXPECT_EQ(Check(), 1);
     EXPECT_THAT(out.str(),
                 StartsWith(file + ":3: warning: no account is registered, so the service empties"));
+}
+
+TEST_F(ConfigCommandTest, CheckWithFilesThatCannotBeDeciphered_IsAnErrorAndTheAccountIsEmptied) {
     Configure("[iLo]\naccount=me\npassword=hunter2\n");
     root.Write("etc/.TARNiLO0", "x");
-    EXPECT_EQ(Check(), 1) << "half an account is none";
-    EXPECT_THAT(out.str(), StartsWith(file + ":2: warning: no account is registered"));
+    EXPECT_EQ(Check(), 2) << "half an account is none";
+    EXPECT_THAT(out.str(), StartsWith(file + ":2: warning: the registered account cannot be used"));
+    EXPECT_THAT(out.str(), HasSubstr(file + ": error: no usable account: The account file " +
+                                     (root / "etc/.TARNiLO1 is missing")));
     EXPECT_THAT(out.str(), Not(HasSubstr("hunter2")));
+
+    Configure("[iLo]\nurl=x\n");
+    root.Write("etc/.TARNiLO1", "x");
+    EXPECT_EQ(Check(), 2);
+    EXPECT_THAT(out.str(), HasSubstr("error: no usable account: "));
+    EXPECT_THAT(out.str(), HasSubstr("cannot be deciphered"));
+
+    Register();
+    EXPECT_EQ(Check(), 0);
+    commands.result.output = "UUID: ffffffff-4455-6677-8899-aabbccddeeff\n";
+    EXPECT_EQ(Check(), 2) << "made on another machine";
+    commands.result.output = "";
+    EXPECT_EQ(Check(), 2) << "a machine without UUID";
+    EXPECT_THAT(out.str(), HasSubstr("error: no usable account: The system UUID"));
+}
+
+TEST_F(ConfigCommandTest, CheckByAnotherUser_SaysWhatWasNotLookedAt) {
+    user = 1000;
+    EXPECT_EQ(Check(), 0);
+    EXPECT_EQ(messages.str(), file + ": nothing to complain about\n");
+    root.Write("etc/.TARNiLO0", "x");
+    root.Write("etc/.TARNiLO1", "x");
+    EXPECT_EQ(Check(), 0);
+    EXPECT_EQ(messages.str(), "Not checked as this user: the account files; run the command with sudo.\n" +
+                                  file + ": nothing to complain about\n");
+    EXPECT_TRUE(commands.commands.empty());
+    Configure("[iLo]\naccount=me\n");
+    EXPECT_EQ(Check(), 1);
+    EXPECT_THAT(out.str(), HasSubstr("or emptied when that cannot be deciphered"));
+    EXPECT_THAT(Show(ConfigCommand::Format::kTable), HasSubstr("if it can be deciphered"));
+}
+
+// ---- CA file ----
+
+TEST_F(ConfigCommandTest, CheckOfTheCaFile_TakesWhatTheHelperTakes) {
+    Configure("[iLo]\nca file=/ca.pem\n");
+    root.Write("ca.pem", kCertificate);
+    EXPECT_EQ(Check(), 0);
+    root.Write("ca.pem", std::string("Issuer: someone\n") + kCertificate + kCertificate);
+    EXPECT_EQ(Check(), 0);
+}
+
+TEST_F(ConfigCommandTest, CheckOfACaFileOfNoUse_IsAnErrorForItsLine) {
+    root.Write("text", "hello\n");
+    root.Write("empty", "");
+    root.Write("broken", std::string(kCertificate).substr(0, 200));
+    std::filesystem::create_directory(root / "folder");
+    ASSERT_EQ(mkfifo((root / "fifo").c_str(), 0600), 0);
+    for (const auto& [path, reason] :
+         {std::pair("ca.pem", "it is no absolute path"), std::pair("/missing", "No such file or directory"),
+          std::pair("/folder", "it is no file"), std::pair("/fifo", "it is no file"),
+          std::pair("/text", "it holds no certificate in PEM form"),
+          std::pair("/empty", "it holds no certificate in PEM form"),
+          std::pair("/broken", "it holds no certificate in PEM form")}) {
+        Configure(std::string("[iLo]\nca file=") + path + "\n");
+        EXPECT_EQ(Check(), 2) << path;
+        EXPECT_EQ(out.str(),
+                  file + ":2: error: the CA file cannot be used, so no log-in over the network succeeds: " +
+                      reason + "\n");
+    }
 }
 
 TEST_F(ConfigCommandTest, CheckWithAccountAndFiles_SaysThatItIsReplaced) {
@@ -146,8 +268,8 @@ TEST_F(ConfigCommandTest, CheckWithoutLocaleFile_IsAnErrorWhereItIsNeeded) {
 
 TEST_F(ConfigCommandTest, CheckOfLogFolder_HasToBeAFolderThatCanBeWritten) {
     std::filesystem::remove_all(root / "var/log/bayward");
-    EXPECT_EQ(Check(), 2);
-    EXPECT_THAT(out.str(), HasSubstr("install -d -m 0750 /var/log/bayward"));
+    EXPECT_EQ(Check(), 1);
+    EXPECT_THAT(out.str(), HasSubstr("drops its trace log lines, unless its systemd unit makes the folder"));
     root.Write("var/log/bayward", "");
     EXPECT_EQ(Check(), 2);
     EXPECT_THAT(out.str(), HasSubstr("is no folder"));
@@ -157,9 +279,10 @@ TEST_F(ConfigCommandTest, CheckInColour_ColoursTheLevelAlone) {
     colour = true;
     Configure("[iLo]\ninterval=5\n");
     std::filesystem::remove_all(root / "var/log/bayward");
+    root.Write("var/log/bayward", "");
     Check();
     EXPECT_THAT(out.str(), HasSubstr(":2: \033[33mwarning:\033[0m \"interval\""));
-    EXPECT_THAT(out.str(), HasSubstr("\033[31merror:\033[0m there"));
+    EXPECT_THAT(out.str(), HasSubstr("\033[31merror:\033[0m the log"));
 }
 
 // ---- show ----
@@ -203,7 +326,8 @@ TEST(TextTable, Columns_AreAsWideAsTheirWidestText) {
 TEST_F(ConfigCommandTest, ShowOfTheAccount_IsWhatTheServiceUses) {
     Configure("[iLo]\naccount=me\npassword=hunter2\n");
     const std::string emptied = Show(ConfigCommand::Format::kTable);
-    EXPECT_THAT(emptied, testing::ContainsRegex("account +- +- +- +.*:2, emptied: no account is registered"));
+    EXPECT_THAT(emptied,
+                testing::ContainsRegex("account +- +- +- +.*:2, emptied: no usable account is registered"));
     EXPECT_THAT(emptied, Not(HasSubstr("hunter2")));
     Register();
     const std::string registered = Show(ConfigCommand::Format::kTable);
@@ -230,7 +354,9 @@ TEST_F(ConfigCommandTest, ShowWithoutFile_Fails) {
         Show(ConfigCommand::Format::kTable);
         FAIL() << "nothing thrown";
     } catch (const CtlError& failure) {
-        EXPECT_THAT(failure.what(), HasSubstr(file + " cannot be read: No such file or directory"));
+        EXPECT_THAT(failure.what(),
+                    HasSubstr(file + " cannot be read: No such file or directory; check the name"));
+        EXPECT_THAT(failure.what(), Not(HasSubstr("sudo")));
     }
     EXPECT_EQ(out.str(), "");
 }

@@ -18,11 +18,13 @@
 
 #include "../service/service-fixture.h"
 #include "media-error-cycle.h"
+#include "settings.h"
 
 namespace {
 
 using testing::ElementsAre;
 using testing::MatchesRegex;
+using tova_service::MediaErrorWait;
 using tovaserverutil::Event;
 using namespace std::chrono_literals;
 using Steps = std::vector<std::string>;
