@@ -12,6 +12,7 @@
 #include "ctl-error.h"
 #include "evt-data.h"
 #include "file-descriptor.h"
+#include "file-reading.h"
 #include "json-text.h"
 #include "server-util.h"
 #include "system-info.h"
@@ -70,6 +71,14 @@ std::vector<std::string> ExampleOf(const MessageCatalogue& catalogue, const std:
     return lines;
 }
 
+bool HasText(const MessageCatalogue& catalogue, const std::vector<std::string>& languages) {
+    return std::any_of(languages.begin(), languages.end(), [&](const std::string& language) {
+        return std::any_of(EventTable().begin(), EventTable().end(), [&](const EventInfo& event) {
+            return catalogue.Find(language, event.id) != nullptr;
+        });
+    });
+}
+
 // The service's sentence with every line of it marked: each is an entry of its own in the system log.
 std::string MarkedSentence(const MessageCatalogue& catalogue, const std::string& language, std::uint32_t id) {
     const auto message = catalogue.Message(language, MakeEvent(id, "TEST by baywardctl", "TEST", "TEST",
@@ -110,6 +119,10 @@ struct Locale {
 // As the service finds it out. A language that is given makes up for a system that tells none.
 Locale DetectLocale(const std::string& root, const std::optional<std::string>& language) {
     try {
+        if (const std::string file = root + system_info::LocaleFile(root); IsFifo(file)) {
+            throw CtlError("The system's language cannot be detected, because " + file +
+                           " is a FIFO, at which the service would wait, too; make it a file.");
+        }
         const system_info system(root);
         return {language.value_or(system.get_country_region()), system.get_code_page()};
     } catch (const tovabase::TOVAExcpt&) {
@@ -183,12 +196,19 @@ MessageCatalogue EventsCommand::Load(const std::optional<std::string>& language)
     const std::string file = m_doors.programFolder + "/" + tova_service::kMessageFile;
     MessageCatalogue catalogue;
     try {
+        if (IsFifo(file)) {
+            throw CtlError("The message catalogue " + Printable(file) + " is a FIFO; install it anew.");
+        }
         catalogue.Load(file);
     } catch (const tovabase::TOVAExcpt&) {
         throw CtlError("The message catalogue " + Printable(file) +
                        " cannot be read; install it anew, the service needs it too.");
     }
     const std::vector<std::string> languages = catalogue.Languages();
+    if (!HasText(catalogue, languages)) {
+        throw CtlError("The message catalogue " + Printable(file) +
+                       " holds no text of any event; install it anew, the service needs it too.");
+    }
     if (language && std::find(languages.begin(), languages.end(), *language) == languages.end()) {
         std::string known;
         for (const std::string& name : languages) {

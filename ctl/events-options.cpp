@@ -25,7 +25,7 @@ void AddEventsCommand(CLI::App& app, const CtlDoors& doors, Action& chosen) {
         ->add_option("--language", given->language,
                      "This language of the catalogue; otherwise all are shown, and a test uses the system's")
         ->option_text("NAME");
-    events->add_option("--format", given->format, "text or json")
+    events->add_option("--format", given->format, "text (default) or json")
         ->check(CLI::IsMember({"text", "json"}))
         ->excludes(test);
     events->footer(
@@ -34,6 +34,7 @@ void AddEventsCommand(CLI::App& app, const CtlDoors& doors, Action& chosen) {
         "text, with TEST in the places of its parameters and \"[TEST]\" behind every line. It is written to "
         "the\n"
         "system log only, never to the service's trace log, and needs no root.\n\n"
+        "Exit status: 0 done, 1 failed (no catalogue, or no log daemon for a test), 2 wrong usage.\n\n"
         "Examples:\n  baywardctl events\n  baywardctl events --format json\n  baywardctl events --test "
         "0xC0008151\n"
         "  baywardctl events --test VK0465 --language ja_JP");

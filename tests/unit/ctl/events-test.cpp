@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <syslog.h>
 
@@ -203,6 +204,24 @@ TEST_F(EventsCommandTest, ListWithoutCatalogue_NamesTheFile) {
     } catch (const CtlError& failure) {
         EXPECT_THAT(failure.what(), HasSubstr(root / "bin/bayward.msg"));
     }
+}
+
+TEST_F(EventsCommandTest, CatalogueWithoutTexts_Fails) {
+    for (const char* content : {"", "[default]\n", "[default]\n12345678=x\n"}) {
+        UseCatalogue(content);
+        EXPECT_THROW(List(EventsCommand::Format::kText), CtlError) << content;
+        EXPECT_THAT(FailureOfTest<CtlError>("337", "default"), HasSubstr("holds no text of any event"))
+            << content;
+    }
+}
+
+TEST_F(EventsCommandTest, FifoInTheWay_IsNotWaitedFor) {
+    std::filesystem::remove(root / "etc/locale.conf");
+    ASSERT_EQ(mkfifo((root / "etc/locale.conf").c_str(), 0600), 0);
+    EXPECT_THAT(FailureOfTest<CtlError>("337"), HasSubstr("etc/locale.conf is a FIFO"));
+    std::filesystem::remove(root / "bin/bayward.msg");
+    ASSERT_EQ(mkfifo((root / "bin/bayward.msg").c_str(), 0600), 0);
+    EXPECT_THAT(FailureOfTest<CtlError>("337"), HasSubstr("bayward.msg is a FIFO"));
 }
 
 TEST_F(EventsCommandTest, Test_WritesTheServicesSentenceMarkedInEachLine) {
