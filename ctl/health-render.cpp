@@ -6,6 +6,7 @@
 #include "health-report.h"
 #include "health-text.h"
 #include "json-text.h"
+#include "nagios-text.h"
 #include "prometheus-text.h"
 #include "status-report.h"
 #include "table-text.h"
@@ -50,19 +51,8 @@ std::string Gauge(const char* name, const char* help, const std::string& value) 
     return metric.Text();
 }
 
-// A plugin's text is one line, and "|" ends it.
-std::string PluginText(std::string text) {
-    for (char& character : text) {
-        if (character == '|' || character == '\n') {
-            character = '/';
-        }
-    }
-    return text;
-}
-
-std::string NagiosLine(HealthLevel level, const std::string& text) {
-    constexpr const char* kWords[] = {"OK", "WARNING", "CRITICAL", "UNKNOWN"};
-    return std::string("BAYWARD SERVICE ") + kWords[static_cast<int>(level)] + " - " + PluginText(text);
+std::string NagiosLine(HealthLevel level, const std::string& text, const std::string& data) {
+    return PluginLine("BAYWARD SERVICE", static_cast<int>(level), PluginText(text), data);
 }
 
 std::size_t LivingThreads(const HealthReport& report) {
@@ -187,10 +177,9 @@ std::string RenderHealthNagios(const HealthReport& report) {
         text = "running for " + AgeText(AgeOf(report, report.startedAt)) + ", " +
                Counted(LivingThreads(report), "thread");
     }
-    const std::string data = HealthPerformanceData(report);
-    return NagiosLine(HealthLevelOf(report), text) + (data.empty() ? "" : " | ") + data + "\n";
+    return NagiosLine(HealthLevelOf(report), text, HealthPerformanceData(report));
 }
 
 std::string RenderHealthNagiosFailure(const std::string& sentence) {
-    return NagiosLine(HealthLevel::kUnknown, sentence) + "\n";
+    return NagiosLine(HealthLevel::kUnknown, sentence, {});
 }

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <vector>
 
+#include "nagios-text.h"
 #include "status-render.h"
 
 namespace {
@@ -14,18 +15,6 @@ struct Problem {
 
 constexpr std::size_t kShownProblems = 4;
 constexpr std::size_t kMostText = 160;  // bytes of one problem: some schedulers cut the line at 1024
-
-// A plugin's text is one line, and "|" ends it.
-std::string PluginText(std::string text) {
-    for (char& character : text) {
-        if (static_cast<unsigned char>(character) < ' ' || character == '\x7f') {
-            character = ' ';
-        } else if (character == '|') {
-            character = '/';
-        }
-    }
-    return text;
-}
 
 // At most kMostText bytes, whole characters.
 std::string Shortened(std::string text) {
@@ -153,14 +142,8 @@ std::string PerformanceData(const StatusReport& report) {
            ";;;0 time=" + std::to_string(report.duration.count()) + "ms;;;0";
 }
 
-const char* StatusWord(NagiosStatus status) {
-    constexpr const char* kWords[] = {"OK", "WARNING", "CRITICAL", "UNKNOWN"};
-    return kWords[status];
-}
-
 NagiosResult Result(NagiosStatus status, const std::string& text, const std::string& data) {
-    return {status, std::string("BAYWARD ") + StatusWord(status) + " - " + text +
-                        (data.empty() ? "" : " | ") + data + "\n"};
+    return {status, PluginLine("BAYWARD", status, text, data)};
 }
 
 }  // namespace
