@@ -6,7 +6,7 @@ from typing import Callable
 
 import pytest
 from simcontroller.process import ControllerProcess
-from watched import Watched, smart_disk, wait_until
+from watched import LOGIN_FAILED, Watched, smart_disk, wait_until
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "module"))
 
@@ -76,6 +76,38 @@ def test_controller_that_is_not_trusted_gets_no_account(sim: ControllerProcess, 
     done = watched.ctl("account", "check", "--login")
     assert done.returncode == 1
     assert reason in done.stderr and "could not be asked" in done.stderr and "Traceback" not in done.stderr
+
+
+@pytest.mark.parametrize("order, reason", [
+    (None, "https://127.0.0.1:9: POST /redfish/v1/SessionService/Sessions/: [Errno 111] Connection refused"),
+    (("status", "*", 503), "The log-in to the controller failed with HTTP status 503; it may be restarting or have no "
+                           "session left."),
+    (("wire", "*", "SSH-2.0-OpenSSH_9.2p1\r\n<html>\x00\x01"),
+     "{url}: POST /redfish/v1/SessionService/Sessions/: SSH-2.0-OpenSSH_9.2p1??"),
+    (("drop", "*", "before"), "{url}: POST /redfish/v1/SessionService/Sessions/: "
+                              "Remote end closed connection without response"),
+], ids=["refused", "busy", "babbling", "closing"])
+def test_every_pass_says_why_it_failed(start_sim: Callable, authority: Authority, watch: Callable[..., Watched],
+                                       order: "tuple[object, ...] | None", reason: str) -> None:
+    certificate, key = authority.sign("failing", "IP:127.0.0.1")
+    sim = None
+    if order is not None:
+        sim = start_sim("--drives", 1, "--cert", certificate, "--key", key)
+        sim.control.call(*order, "forever")
+        reason = reason.format(url=sim.url)
+    watched = watch(sim, account=("monitor", "some-secret"), speed=25, config=with_ca(authority.file),
+                    addresses=[] if sim else ["192.0.2.1"]).start()
+    watched.wait_line(f"{FAILED}4")
+    assert watched.stop() == 0
+    assert watched.reasons() == [reason] * watched.count_line(FAILED)
+
+
+def test_refused_account_is_told_as_such(sim: ControllerProcess, authority: Authority, watch: Callable[..., Watched]
+                                         ) -> None:
+    watched = watch(sim, account=("simadmin", "wrong-secret"), config=with_ca(authority.file)).start()
+    watched.wait_line(LOGIN_FAILED.line)
+    watched.expect(LOGIN_FAILED, walks=0)
+    assert watched.reasons() == ["The controller refused the account or its password."] * 2
 
 
 def test_ca_file_is_read_at_each_log_in(sim: ControllerProcess, authority: Authority, stranger: Authority,

@@ -297,11 +297,11 @@ class Watched:
         return [_STAMP.sub("", line, count=1) for line in lines]
 
     def own_trace(self) -> List[str]:
-        """The trace without the lines that the reader writes for every drive in every walk, and without reasons."""
-        return [line for line in self.trace() if "<VK0999>" not in line and "<VK0888>" not in line]
+        """The trace without the lines that the reader writes for every drive in every walk."""
+        return [line for line in self.trace() if "<VK0999>" not in line]
 
     def reasons(self) -> List[str]:
-        """Why the controller could not be asked, as the helper module tells it, once for each attempt."""
+        """Why the controller could not be asked, as the helper module tells it with a CA file, once for each attempt."""
         mark = "<VK0888> [TR] "
         return [line[len(mark):] for line in self.trace() if line.startswith(mark)]
 
