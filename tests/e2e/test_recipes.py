@@ -82,8 +82,9 @@ class Site:
         (programs / "bin").symlink_to(self.host.runtime)
         # The folder of programs that comes first for a shell without PATH, as rsyslogd starts its programs.
         for command in (["mount", "-t", "tmpfs", "tmpfs", "/usr/local/sbin"],
-                        ["sh", "-c", f"printf '%s\\n' '#!/bin/sh' 'exec cat >{self.work}/sent/$$' >/usr/local/sbin/sendmail"
-                                     " && chmod 755 /usr/local/sbin/sendmail"]):
+                        # A mail is in its folder once it is whole.
+                        ["sh", "-c", f"printf '%s\\n' '#!/bin/sh' 'cat >{self.work}/mail-$$ && mv {self.work}/mail-$$ "
+                                     f"{self.work}/sent/$$' >/usr/local/sbin/sendmail && chmod 755 /usr/local/sbin/sendmail"]):
             done = self.host.run(command)
             assert done.returncode == 0, done.stderr
 
