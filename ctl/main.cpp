@@ -21,9 +21,15 @@ int Complain(const std::string& sentence, int status) {
     return status;
 }
 
-// The helper module lies beside the executable.
+// The helper module lies beside the executable. Throws CtlError.
 std::string ExecutableFolder() {
-    return std::filesystem::read_symlink("/proc/self/exe").parent_path().string();
+    std::error_code error;
+    const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe", error);
+    if (error) {
+        throw CtlError("Where this program lies cannot be found out (/proc/self/exe: " + error.message() +
+                       "); mount /proc.");
+    }
+    return program.parent_path().string();
 }
 
 std::unique_ptr<RestBridge> MakeBridge() {
@@ -40,16 +46,15 @@ int main(int argc, char** argv) {
     CLI::App app{"Manages bayward, the service that watches this server's RAID storage.", "baywardctl"};
     tovaserverutil::ShellRunner commands;
     RealTerminal terminal;
-    const CtlDoors doors{.root = {},
-                         .user = geteuid(),
-                         .commands = commands,
-                         .terminal = terminal,
-                         .out = std::cout,
-                         .messages = std::cerr,
-                         .makeBridge = &MakeBridge,
-                         .paint = Paint(WantsColour(STDOUT_FILENO)),
-                         .programFolder = ExecutableFolder(),
-                         .progress = isatty(STDERR_FILENO) == 1 ? STDERR_FILENO : -1};
+    CtlDoors doors{.root = {},
+                   .user = geteuid(),
+                   .commands = commands,
+                   .terminal = terminal,
+                   .out = std::cout,
+                   .messages = std::cerr,
+                   .makeBridge = &MakeBridge,
+                   .paint = Paint(WantsColour(STDOUT_FILENO)),
+                   .progress = isatty(STDERR_FILENO) == 1 ? STDERR_FILENO : -1};
     Action chosen;
     app.set_version_flag("--version", "baywardctl " BAYWARD_VERSION, "Show the version and exit");
     app.set_help_flag("-h,--help", "Show this help and exit");
@@ -76,6 +81,7 @@ int main(int argc, char** argv) {
     }
 
     try {
+        doors.programFolder = ExecutableFolder();  // only now: help needs none
         const int status = chosen.run();
         if (!std::cout.flush()) {
             return Complain("The results cannot be written to standard output.", chosen.failed);

@@ -123,6 +123,31 @@ TEST(CommandLine, ResultsThatCannotBeWritten_AreAFailure) {
     EXPECT_EQ(RunTool("events >&-").err, outcome.err);
 }
 
+TEST(CommandLine, WithoutProc_HelpIsShownAndCommandsFailInOneSentence) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "sanitizers need /proc";
+#endif
+    tovaserverutil::ShellRunner shell;
+    const auto run = [&](const std::string& arguments) {
+        return shell.Capture("unshare --mount sh -c \"mount -t tmpfs none /proc && exec '" BAYWARD_BIN_DIR
+                             "/baywardctl' " +
+                                 arguments + "\" 2>&1",
+                             tovaserverutil::kListingDeadline);
+    };
+    if (!shell.Capture("unshare --mount mount -t tmpfs none /proc 2>&1", tovaserverutil::kListingDeadline)
+             .Succeeded()) {
+        GTEST_SKIP() << "/proc cannot be hidden by this user";
+    }
+    const auto help = run("--help");
+    EXPECT_EQ(help.exitStatus, 0);
+    EXPECT_THAT(help.output, HasSubstr("Example"));
+    const auto events = run("events");
+    EXPECT_EQ(events.exitStatus, 1);
+    EXPECT_EQ(events.output,
+              "baywardctl: Where this program lies cannot be found out (/proc/self/exe: No such file or "
+              "directory); mount /proc.\n");
+}
+
 TEST(CommandLine, ReaderThatIsGone_IsAFailureThatIsSaid) {
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
