@@ -92,7 +92,7 @@ private:
         status.serialNumber = Clean(controller.serialNumber);
         status.health = Clean(controller.health);
         status.state = Clean(controller.state);
-        status.level = ItemLevel(status.health, status.state, {});
+        status.level = ItemLevel(ItemKind::kController, status.health, status.state, {});
 
         ArrayController alone = controller;  // with one item at a time, for the rules
         alone.diskDrives.clear();
@@ -142,7 +142,7 @@ private:
                 status.wearLevel = state.id == level.id ? level.percent : status.wearLevel;
             }
         }
-        status.level = ItemLevel(status.health, status.state, reported);
+        status.level = ItemLevel(ItemKind::kDrive, status.health, status.state, reported);
         if (drive.failurePredicted) {
             status.level = std::max(status.level, Level::kWarning);
         }
@@ -159,7 +159,7 @@ private:
         status.health = Clean(drive.health);
         status.state = Clean(drive.state);
         status.memberDrives = drive.dataDrives.size();
-        status.level = ItemLevel(status.health, status.state, reported);
+        status.level = ItemLevel(ItemKind::kLogicalDrive, status.health, status.state, reported);
         status.reported = std::move(reported);
         return status;
     }
@@ -217,6 +217,12 @@ bool IsDigit(char character) {
     return std::isdigit(static_cast<unsigned char>(character)) != 0;
 }
 
+bool IsBadState(ItemKind kind, const std::string& state) {
+    constexpr std::array kBadStates = {"Disabled", "UnavailableOffline", "Absent"};
+    return std::find(kBadStates.begin(), kBadStates.end(), state) != kBadStates.end() ||
+           (kind == ItemKind::kLogicalDrive && state == "StandbyOffline");
+}
+
 // The number at the front of the text without its zeros, which is removed; empty when there is none.
 std::string_view TakeDigits(std::string_view& text) {
     const auto end =
@@ -239,14 +245,12 @@ std::vector<SystemStatus> DescribeSystems(const ServiceRoot& snapshot,
     return systems;
 }
 
-Level ItemLevel(const std::string& health, const std::string& state,
+Level ItemLevel(ItemKind kind, const std::string& health, const std::string& state,
                 const std::vector<ReportedState>& reported) {
-    constexpr std::array kBadStates = {"Disabled", "UnavailableOffline", "Absent"};
     Level level = Level::kOk;
     if (health == "Critical") {
         level = Level::kCritical;
-    } else if ((!health.empty() && health != "OK") ||
-               std::find(kBadStates.begin(), kBadStates.end(), state) != kBadStates.end()) {
+    } else if ((!health.empty() && health != "OK") || IsBadState(kind, state)) {
         level = Level::kWarning;
     }
     for (const ReportedState& event : reported) {

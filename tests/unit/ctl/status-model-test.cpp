@@ -192,14 +192,32 @@ TEST(StatusOrder, NumbersInTexts_CountAsNumbers) {
 }
 
 TEST(StatusLevels, HealthAndState_AreJudgedAsAPersonWould) {
-    EXPECT_EQ(ItemLevel("OK", "Enabled", {}), Level::kOk);
-    EXPECT_EQ(ItemLevel("", "", {}), Level::kOk);
-    EXPECT_EQ(ItemLevel("OK", "StandbySpare", {}), Level::kOk);
-    EXPECT_EQ(ItemLevel("OK", "StandbyOffline", {}), Level::kOk);
-    EXPECT_EQ(ItemLevel("Warning", "Enabled", {}), Level::kWarning);
-    EXPECT_EQ(ItemLevel("OK", "UnavailableOffline", {}), Level::kWarning);
-    EXPECT_EQ(ItemLevel("Critical", "Enabled", {}), Level::kCritical);
-    EXPECT_EQ(ItemLevel("OK", "Enabled", {{1, Level::kCritical, "", ""}}), Level::kCritical);
+    EXPECT_EQ(ItemLevel(ItemKind::kDrive, "OK", "Enabled", {}), Level::kOk);
+    EXPECT_EQ(ItemLevel(ItemKind::kDrive, "", "", {}), Level::kOk);
+    EXPECT_EQ(ItemLevel(ItemKind::kDrive, "OK", "StandbySpare", {}), Level::kOk);
+    EXPECT_EQ(ItemLevel(ItemKind::kDrive, "OK", "StandbyOffline", {}), Level::kOk);
+    EXPECT_EQ(ItemLevel(ItemKind::kDrive, "Warning", "Enabled", {}), Level::kWarning);
+    EXPECT_EQ(ItemLevel(ItemKind::kDrive, "OK", "UnavailableOffline", {}), Level::kWarning);
+    EXPECT_EQ(ItemLevel(ItemKind::kDrive, "Critical", "Enabled", {}), Level::kCritical);
+    EXPECT_EQ(ItemLevel(ItemKind::kDrive, "OK", "Enabled", {{1, Level::kCritical, "", ""}}),
+              Level::kCritical);
+}
+
+TEST(StatusLevels, StandbyOffline_IsAGoodDriveButNoGoodLogicalDrive) {
+    for (const char* health : {"", "OK"}) {
+        EXPECT_EQ(ItemLevel(ItemKind::kDrive, health, "StandbyOffline", {}), Level::kOk) << health;
+        EXPECT_EQ(ItemLevel(ItemKind::kLogicalDrive, health, "StandbyOffline", {}), Level::kWarning)
+            << health;
+    }
+    EXPECT_EQ(ItemLevel(ItemKind::kLogicalDrive, "OK", "Enabled", {}), Level::kOk);
+    EXPECT_EQ(ItemLevel(ItemKind::kLogicalDrive, "OK", "Disabled", {}), Level::kWarning);
+}
+
+TEST_F(StatusModel, OfflineVolumeWithoutHealth_IsNotWell) {
+    Snapshot snapshot(Family::kMirror, kMegaRaid);
+    snapshot.Volume().health = "";
+    snapshot.Volume().state = "StandbyOffline";
+    EXPECT_EQ(DescribeOne(snapshot).logicalDrives.front().level, Level::kWarning);
 }
 
 }  // namespace
