@@ -49,7 +49,8 @@ HealthReport ReadHealth(const CtlDoors& doors) {
     }
     HealthReport report;
     report.readAt = tovaserverutil::WallClock().Now();
-    const std::optional<ServiceProcess> service = FindService(doors.root, doors.programFolder + "/bayward");
+    const auto [service, hidden] = FindService(doors.root, doors.programFolder + "/bayward");
+    report.hidden = hidden;
     if (!service) {
         return report;
     }

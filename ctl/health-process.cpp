@@ -23,10 +23,14 @@ std::string Content(const fs::path& file) {
     return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
-std::string Target(const fs::path& link) {
-    std::error_code error;
+std::string Target(const fs::path& link, std::error_code& error) {
     const fs::path target = fs::read_symlink(link, error);
     return error ? std::string() : target.string();
+}
+
+std::string Target(const fs::path& link) {
+    std::error_code ignored;
+    return Target(link, ignored);
 }
 
 std::vector<fs::path> Entries(const fs::path& folder) {
@@ -117,19 +121,42 @@ std::uint64_t ResidentBytes(const fs::path& process) {
     return resident * static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE));
 }
 
+std::string NameOf(const fs::path& task) {
+    std::string name = Content(task / "comm");
+    name.resize(std::min(name.find('\n'), name.size()));
+    return name;
+}
+
+// Whether a process whose executable may not be looked at can be the service. Its name is mostly shown
+// nevertheless: without that look, a service that is down would be in doubt beside any guarded process.
+bool MayBe(const fs::path& process, const std::string& executable) {
+    constexpr std::size_t kNameBytes = 15;  // the kernel keeps no more
+    const std::string name = NameOf(process);
+    return name.empty() || name == fs::path(executable).filename().string().substr(0, kNameBytes);
+}
+
 bool IsNumber(const std::string& text) {
     return !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
 }
 
 }  // namespace
 
-std::optional<ServiceProcess> FindService(const std::string& root, const std::string& executable) {
+ServiceSearch FindService(const std::string& root, const std::string& executable) {
     const fs::path proc = root + "/proc";
+    ServiceSearch search;
+    std::error_code none;
+    search.hidden = !fs::is_directory(proc, none);
     std::uint64_t oldest = std::numeric_limits<std::uint64_t>::max();
     fs::path process;
     for (const fs::path& entry : Entries(proc)) {
-        const std::string target =
-            IsNumber(entry.filename().string()) ? Target(entry / "exe") : std::string();
+        if (!IsNumber(entry.filename().string())) {
+            continue;
+        }
+        std::error_code error;
+        const std::string target = Target(entry / "exe", error);
+        if (error == std::errc::permission_denied || error == std::errc::operation_not_permitted) {
+            search.hidden = search.hidden || MayBe(entry, executable);
+        }
         if (target != executable && target != executable + kReplaced) {
             continue;
         }
@@ -140,19 +167,18 @@ std::optional<ServiceProcess> FindService(const std::string& root, const std::st
         }
     }
     if (process.empty()) {
-        return std::nullopt;
+        return search;
     }
-    ServiceProcess service;
+    search.hidden = false;
+    ServiceProcess& service = search.service.emplace();
     service.pid = std::stoi(process.filename().string());
     service.ageSeconds = AgeSeconds(proc, oldest);
     service.replaced = Target(process / "exe") != executable;
     for (const fs::path& task : Entries(process / "task")) {
-        std::string name = Content(task / "comm");
-        name.resize(std::min(name.find('\n'), name.size()));
-        service.threads.insert(name);
+        service.threads.insert(NameOf(task));
     }
     CountDescriptors(process, service);
     service.mostDescriptors = DescriptorLimit(process);
     service.residentBytes = ResidentBytes(process);
-    return service;
+    return search;
 }

@@ -17,6 +17,11 @@ struct ServiceProcess {
     std::uint64_t residentBytes = 0;
 };
 
-// The oldest process that runs the executable (a younger one is a tool that the service is about to start);
-// nothing when there is none. `root` goes before /proc. For root only: others see no process of the service.
-std::optional<ServiceProcess> FindService(const std::string& root, const std::string& executable);
+struct ServiceSearch {
+    std::optional<ServiceProcess> service;
+    bool hidden = false;  // none was found, but one may be among what the system does not show to this user
+};
+
+// The oldest process that runs the executable (a younger one is a tool that the service is about to start).
+// `root` goes before /proc. Root without the capability to trace processes may not see the service.
+ServiceSearch FindService(const std::string& root, const std::string& executable);

@@ -95,7 +95,7 @@ std::string RenderHealthTable(const HealthReport& report, const Paint& paint) {
 std::string RenderHealthJson(const HealthReport& report) {
     std::string text = "{\"version\":" + std::to_string(kJsonVersion) +
                        ",\"read_at\":" + JsonString(TimeText(report.readAt)) +
-                       ",\"running\":" + Flag(report.running);
+                       ",\"running\":" + (report.hidden ? "null" : Flag(report.running));
     if (report.running) {
         text += ",\"pid\":" + std::to_string(report.pid) +
                 ",\"started_at\":" + JsonString(TimeText(report.startedAt)) +
@@ -120,6 +120,10 @@ std::string RenderHealthJson(const HealthReport& report) {
 }
 
 std::string RenderHealthPrometheus(const HealthReport& report) {
+    if (!report.running && report.hidden) {
+        // Neither 0 nor 1 is true, and a metric that is absent is what alerts on what is unknown look for.
+        return "# " + HealthProblems(report).front().sentence + "\n";
+    }
     std::string text =
         Gauge("bayward_service_up", "Whether the service is running.", report.running ? "1" : "0");
     if (!report.running) {

@@ -34,6 +34,11 @@ std::uint64_t AgeOf(const HealthReport& report, std::uint64_t time) {
 }
 
 std::vector<HealthProblem> HealthProblems(const HealthReport& report) {
+    if (!report.running && report.hidden) {
+        return {{HealthLevel::kUnknown,
+                 "Whether the service runs cannot be found out: not every process may be looked at here; run "
+                 "this with all of root's capabilities (CAP_SYS_PTRACE)."}};
+    }
     if (!report.running) {
         return {
             {HealthLevel::kDown, "The service is not running; start it with \"systemctl start bayward\"."}};

@@ -23,7 +23,8 @@ struct ThreadHealth {
 };
 
 struct HealthReport {
-    bool running = false;  // false: only `readAt` has a meaning
+    bool running = false;  // false: only `readAt` and `hidden` have a meaning
+    bool hidden = false;   // it may run, but the system does not show it to this user
     std::uint64_t readAt = 0;
     int pid = 0;
     std::uint64_t startedAt = 0;

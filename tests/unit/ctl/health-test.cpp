@@ -127,7 +127,7 @@ TEST(HealthProcess, Service_IsFoundWithWhatItUses) {
     FakeProc proc;
     proc.Add(7, "/usr/bin/other", 1);
     proc.Add(41, kProgram, static_cast<long>(Ticks(4000)), {"bayward", "Signals", "OS log"});
-    const auto service = FindService(proc.root.path(), kProgram);
+    const auto service = FindService(proc.root.path(), kProgram).service;
     ASSERT_TRUE(service);
     EXPECT_EQ(service->pid, 41);
     EXPECT_EQ(service->ageSeconds, 1000U);
@@ -143,36 +143,53 @@ TEST(HealthProcess, ToolThatIsAboutToStart_IsNotTakenForTheService) {
     FakeProc proc;
     proc.Add(40, kProgram, 900);
     proc.Add(41, kProgram, 100);
-    EXPECT_EQ(FindService(proc.root.path(), kProgram)->pid, 41);
+    EXPECT_EQ(FindService(proc.root.path(), kProgram).service->pid, 41);
 }
 
 TEST(HealthProcess, ReplacedExecutable_IsStillTheService) {
     FakeProc proc;
     proc.Add(41, std::string(kProgram) + " (deleted)", 100);
-    EXPECT_TRUE(FindService(proc.root.path(), kProgram)->replaced);
+    EXPECT_TRUE(FindService(proc.root.path(), kProgram).service->replaced);
 }
 
 TEST(HealthProcess, NoProcessOfTheExecutable_IsNone) {
     FakeProc proc;
-    EXPECT_FALSE(FindService(proc.root.path(), kProgram));
+    EXPECT_FALSE(FindService(proc.root.path(), kProgram).service);
     proc.Add(41, "/opt/bin/baywardctl", 100);
     proc.root.Write("proc/net/exe", "");
-    EXPECT_FALSE(FindService(proc.root.path(), kProgram));
-    EXPECT_FALSE(FindService("/nowhere", kProgram));
+    EXPECT_FALSE(FindService(proc.root.path(), kProgram).service);
+    EXPECT_FALSE(FindService(proc.root.path(), kProgram).hidden);
+    EXPECT_FALSE(FindService("/nowhere", kProgram).service);
+    EXPECT_TRUE(FindService("/nowhere", kProgram).hidden) << "nothing is shown there";
 }
 
 TEST(HealthProcess, ProcessThatEndsMeanwhile_IsNone) {
     FakeProc proc;
     proc.Add(41, kProgram, 100);
     std::filesystem::remove(proc.root / "proc/41/stat");
-    EXPECT_FALSE(FindService(proc.root.path(), kProgram));
+    EXPECT_FALSE(FindService(proc.root.path(), kProgram).service);
+}
+
+TEST(HealthProcess, ProcessThatMayNotBeLookedAt_LeavesItOpen) {
+    FakeProc proc;
+    std::filesystem::permissions(proc.root.path(), std::filesystem::perms(0755));
+    proc.Add(41, kProgram, 100);
+    std::filesystem::permissions(proc.root / "proc/41", std::filesystem::perms::none);
+    const uid_t user = geteuid();
+    constexpr uid_t kNobody = 65534;
+    ASSERT_TRUE(user != 0 || seteuid(kNobody) == 0);
+    const ServiceSearch search = FindService(proc.root.path(), kProgram);
+    ASSERT_EQ(seteuid(user), 0);
+    std::filesystem::permissions(proc.root / "proc/41", std::filesystem::perms(0700));
+    EXPECT_FALSE(search.service);
+    EXPECT_TRUE(search.hidden);
 }
 
 TEST(HealthProcess, UnlimitedDescriptors_AreNoLimit) {
     FakeProc proc;
     proc.limit = "unlimited";
     proc.Add(41, kProgram, 100);
-    EXPECT_EQ(FindService(proc.root.path(), kProgram)->mostDescriptors, 0U);
+    EXPECT_EQ(FindService(proc.root.path(), kProgram).service->mostDescriptors, 0U);
 }
 
 // ---- What it comes to ----
@@ -202,6 +219,17 @@ TEST(HealthReport, AllWell_HasNoProblems) {
 TEST(HealthReport, NotRunning_IsDown) {
     EXPECT_EQ(HealthLevelOf(HealthReport{}), HealthLevel::kDown);
     EXPECT_THAT(HealthProblems(HealthReport{}), ElementsAre(Says("not running")));
+}
+
+TEST(HealthReport, HiddenService_IsUnknownEverywhere) {
+    HealthReport report;
+    report.hidden = true;
+    EXPECT_EQ(HealthLevelOf(report), HealthLevel::kUnknown);
+    EXPECT_THAT(HealthProblems(report), ElementsAre(Says("cannot be found out")));
+    EXPECT_THAT(RenderHealthPrometheus(report), Not(HasSubstr("bayward_service_up")));
+    EXPECT_THAT(RenderHealthPrometheus(report), testing::StartsWith("# Whether the service runs cannot"));
+    EXPECT_THAT(RenderHealthJson(report), HasSubstr("\"running\":null"));
+    EXPECT_THAT(RenderHealthNagios(report), testing::StartsWith("BAYWARD SERVICE UNKNOWN - Whether the"));
 }
 
 TEST(HealthReport, EachThingThatIsOff_IsAProblem) {
