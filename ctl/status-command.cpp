@@ -50,7 +50,7 @@ int StatusCommand::ShowStatus() {
     }
     const std::optional<StatusReport> report = Read();
     if (!report) {
-        m_doors.messages << "baywardctl: Stopped before the controller was read; its session is closed.\n";
+        m_doors.messages << "baywardctl: " << m_stopped << '\n';
         return kSignalStatus + m_signal;
     }
     if (m_format == StatusFormat::kNagios) {
@@ -70,11 +70,22 @@ std::optional<StatusReport> StatusCommand::Read() {
     Progress progress(m_doors.progress);
     StatusReport report;
     report.readAt = tovaserverutil::WallClock().Now();
-    const ControllerRead read =
-        ReadController(m_doors.makeBridge(), m_doors.commands, settings, account, stop.wait(),
-                       [&](unsigned requests) { progress.Show(requests); });
+    ControllerRead read;
+    try {
+        read = ReadController(m_doors.makeBridge(), m_doors.commands, settings, account, stop.wait(),
+                              [&](unsigned requests) { progress.Show(requests); });
+    } catch (const CtlError&) {
+        // A request that hung when the signal came ends as a failure, and so may the log-out behind it.
+        m_signal = stop.signal();
+        if (m_signal == 0) {
+            throw;
+        }
+        m_stopped = "Stopped before the controller was read.";
+        return std::nullopt;
+    }
     m_signal = stop.signal();
     if (!read.complete) {
+        m_stopped = "Stopped before the controller was read; its session is closed.";
         return std::nullopt;
     }
     report.host = HostName();

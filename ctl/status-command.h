@@ -38,4 +38,5 @@ private:
     StatusFormat m_format;
     std::string m_file;
     int m_signal = 0;
+    std::string m_stopped;  // what a signal came to
 };

@@ -267,6 +267,23 @@ TEST_F(StatusCommandTest, Signal_EndsTheReadAndTheSession) {
     }
 }
 
+TEST_F(StatusCommandTest, SignalDuringARequestThatFails_IsNoFailureOfTheController) {
+    bridge.failures["/a/"] = "timed out";
+    bridge.onFetch = [](const std::string& path) {
+        if (path == "/a/") {
+            raise(SIGTERM);
+        }
+    };
+    for (const StatusFormat format :
+         {StatusFormat::kTable, StatusFormat::kNagios, StatusFormat::kPrometheus}) {
+        messages.str("");
+        EXPECT_EQ(Run(format), 128 + SIGTERM);
+        EXPECT_EQ(messages.str(), "baywardctl: Stopped before the controller was read.\n");
+        EXPECT_EQ(out.str(), "");
+        EXPECT_EQ(bridge.sessionHost, "");
+    }
+}
+
 TEST_F(StatusCommandTest, SignalAtTheLastRequest_ComesTooLateToStopIt) {
     bridge.onFetch = [](const std::string& path) {
         if (path == "/d/") {
