@@ -44,6 +44,8 @@ struct Action {
     std::function<int()> run;
     int failed = kFailed;          // status when it throws anything but UsageError
     int wrongUsage = kWrongUsage;  // status of UsageError and of a command line that cannot be parsed
+    // Of a plugin for Nagios: the name under which standard output gets the sentence, too. Else empty.
+    std::string plugin = {};
 
     Action& operator=(std::function<int()> work) {
         run = std::move(work);

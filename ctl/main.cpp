@@ -12,6 +12,7 @@
 #include "controller-access.h"
 #include "ctl-error.h"
 #include "ilorest-helper.h"
+#include "nagios-text.h"
 #include "usage-fault.h"
 
 namespace {
@@ -19,6 +20,14 @@ namespace {
 int Complain(const std::string& sentence, int status) {
     std::cerr << "baywardctl: " << sentence << '\n';
     return status;
+}
+
+// Whoever runs a plugin for Nagios reads standard output alone.
+int Complain(const std::string& sentence, int status, const Action& action) {
+    if (!action.plugin.empty()) {
+        std::cout << PluginLine(action.plugin, status, PluginText(sentence), {});
+    }
+    return Complain(sentence, status);
 }
 
 // The helper module lies beside the executable. Throws CtlError.
@@ -77,7 +86,7 @@ int main(int argc, char** argv) {
         if (failure.get_exit_code() == 0) {
             return app.exit(failure);  // help or version
         }
-        return Complain(FaultOfUsage(app, failure), chosen.wrongUsage);
+        return Complain(FaultOfUsage(app, failure), chosen.wrongUsage, chosen);
     }
 
     try {
@@ -88,8 +97,8 @@ int main(int argc, char** argv) {
         }
         return status;
     } catch (const UsageError& failure) {
-        return Complain(failure.what(), chosen.wrongUsage);
+        return Complain(failure.what(), chosen.wrongUsage, chosen);
     } catch (const std::exception& failure) {
-        return Complain(failure.what(), chosen.failed);
+        return Complain(failure.what(), chosen.failed, chosen);
     }
 }

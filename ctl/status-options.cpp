@@ -5,6 +5,7 @@
 #include <string>
 
 #include "commands.h"
+#include "ctl-error.h"
 #include "status-command.h"
 
 namespace {
@@ -34,17 +35,19 @@ void AddStatusCommand(CLI::App& app, const CtlDoors& doors, Action& chosen) {
                 if (options->format == StatusFormat::kNagios) {
                     chosen.failed = kNagiosUnknown;
                     chosen.wrongUsage = kNagiosUnknown;
+                    chosen.plugin = kNagiosName;
                 }
             },
             "table (default), json, prometheus, nagios or html")
         ->check(CLI::IsMember(kFormats))
         ->type_name("FORMAT")
         ->trigger_on_parse();
-    status
-        ->add_option("--output", options->file,
-                     "Write to this file instead of standard output: its old content stays until the new "
-                     "one is complete")
-        ->type_name("FILE");
+    const CLI::Option* const output =
+        status
+            ->add_option("--output", options->file,
+                         "Write to this file instead of standard output: its old content stays until the new "
+                         "one is complete")
+            ->type_name("FILE");
     status->footer(
         "Reads with the configuration and the registered account of the service, so it needs root. It opens "
         "a\n"
@@ -64,11 +67,17 @@ void AddStatusCommand(CLI::App& app, const CtlDoors& doors, Action& chosen) {
         "any failure; the sentence that tells it goes to standard output, and what \"baywardctl health\" "
         "finds "
         "joins\n"
-        "it: without the service, or one of its threads, the result is CRITICAL. With --format prometheus a "
-        "failure\n"
-        "still writes \"bayward_up 0\", and ends with status 1; the metrics of \"baywardctl health\" come "
-        "first.");
-    status->callback([&doors, &chosen, options] {
+        "it: without the service, or one of its threads, the result is CRITICAL; a server without any\n"
+        "storage controller is WARNING. With --format prometheus a failure still writes \"bayward_up 0\", "
+        "and\n"
+        "ends with status 1; the metrics of \"baywardctl health\" come first.");
+    status->callback([&doors, &chosen, options, output] {
+        if (output->count() != 0 && options->file.empty()) {
+            chosen = []() -> int {
+                throw UsageError("\"--output\" needs the name of a file; see \"baywardctl status --help\".");
+            };
+            return;
+        }
         chosen = [&doors, options] { return StatusCommand(doors, options->format, options->file).Run(); };
     });
 }

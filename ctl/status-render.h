@@ -21,6 +21,7 @@ std::string RenderPrometheus(const StatusReport& report);
 // When the controller could not be read.
 std::string RenderPrometheusFailure();
 
+inline constexpr const char* kNagiosName = "BAYWARD";  // of the plugin, in front of its line
 enum NagiosStatus : int { kNagiosOk = 0, kNagiosWarning = 1, kNagiosCritical = 2, kNagiosUnknown = 3 };
 
 // What a plugin for Nagios and its kin ends with, and its one line, performance data behind "|".

@@ -89,6 +89,29 @@ TEST(CommandLine, WrongUsage_NamesTheFaultAndTheHelpThatAnswersIt) {
     }
 }
 
+TEST(CommandLine, OutputWithoutAName_IsWrongUsage) {
+    const Outcome outcome = RunTool("status --output ''");
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_EQ(outcome.out, "");
+    EXPECT_EQ(outcome.err,
+              "baywardctl: \"--output\" needs the name of a file; see \"baywardctl status --help\".\n");
+}
+
+TEST(CommandLine, FailureOfThePlugin_IsAResultOnStandardOutputToo) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"--output /nodir/x", "Cannot write /nodir/x: No such file or directory"},
+        {"--output ''", "\"--output\" needs the name of a file"},
+        {"--unknown", "\"status\" knows no option \"--unknown\""},
+    };
+    for (const auto& [arguments, sentence] : cases) {
+        const Outcome outcome = RunTool(std::string("status --format nagios ") + arguments);
+        EXPECT_EQ(outcome.status, 3) << arguments;
+        EXPECT_EQ(outcome.out.rfind(std::string("BAYWARD UNKNOWN - ") + sentence, 0), 0U) << outcome.out;
+        EXPECT_EQ(std::count(outcome.out.begin(), outcome.out.end(), '\n'), 1) << arguments;
+        EXPECT_EQ(outcome.err.rfind(std::string("baywardctl: ") + sentence, 0), 0U) << outcome.err;
+    }
+}
+
 TEST(CommandLine, HelpOfCommandsWithFormats_NamesDefaultAndExitStatuses) {
     for (const char* command : {"config show", "events"}) {
         const std::string help = RunTool(std::string(command) + " --help").out;
