@@ -1,6 +1,11 @@
 #include "health-command.h"
 
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
 #include <fstream>
+#include <system_error>
+#include <thread>
 
 #include "clock.h"
 #include "ctl-error.h"
@@ -30,13 +35,41 @@ bool IsMediaErrorExpected(const std::string& root) {
     return ReadFlag(profile, tova_service::kMediaErrorCheck);
 }
 
-TraceReading ReadTrace(const std::string& root) {
+// False when it cannot be read to its end. Regular files alone are opened: at a FIFO a reader would wait.
+bool ReadLog(const std::string& file, TraceReading& trace) {
+    std::error_code error;
+    if (!std::filesystem::is_regular_file(file, error)) {
+        return false;
+    }
+    std::ifstream lines(file, std::ios::binary);
+    if (!lines) {
+        return false;
+    }
+    trace.Read(lines);
+    return !lines.bad();
+}
+
+// When the log is full, the service makes it the backup a moment before it begins the next one.
+bool ReadLogWhenThere(const std::string& file, TraceReading& trace) {
+    constexpr std::chrono::milliseconds kMoment{200};
+    if (ReadLog(file, trace)) {
+        return true;
+    }
+    std::this_thread::sleep_for(kMoment);
+    return ReadLog(file, trace);
+}
+
+// What the log tells of a run that began then; notes in the report when it cannot be read. A backup need not
+// be there.
+TraceReading ReadTrace(const std::string& root, HealthReport& report) {
+    // A stamp has whole seconds, and so has the time of the start, which is the difference of two others.
+    constexpr std::uint64_t kInaccuracy = 2;
     tovaserverutil::FollowTimeZone();
-    const std::string log = root + tova_service::kLogDirectory + kTraceLog;
-    TraceReading trace;
-    for (const std::string& file : {log + kBackup, log}) {
-        std::ifstream lines(file, std::ios::binary);
-        trace.Read(lines);
+    const std::string log = std::string(tova_service::kLogDirectory) + kTraceLog;
+    TraceReading trace(report.startedAt - std::min(report.startedAt, kInaccuracy));
+    ReadLog(root + log + kBackup, trace);
+    if (!ReadLogWhenThere(root + log, trace)) {
+        report.unreadTrace = log;
     }
     return trace;
 }
@@ -62,7 +95,7 @@ HealthReport ReadHealth(const CtlDoors& doors) {
     report.mostDescriptors = service->mostDescriptors;
     report.connections = service->connections;
     report.residentBytes = service->residentBytes;
-    const TraceReading trace = ReadTrace(doors.root);
+    const TraceReading trace = ReadTrace(doors.root, report);
     for (const char* name : {kOsLogThread, kSerialLogThread, kMediaErrorThread}) {
         ThreadHealth thread;
         thread.name = name;

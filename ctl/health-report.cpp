@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "account-text.h"
 #include "health-text.h"
 
 namespace {
@@ -55,6 +56,10 @@ std::vector<HealthProblem> HealthProblems(const HealthReport& report) {
                                                        AgeText(AgeOf(report, thread.trace.outcomeAt)) + ": " +
                                                        thread.trace.outcome});
         }
+    }
+    if (!report.unreadTrace.empty()) {
+        problems.push_back({HealthLevel::kOff, "The trace log " + Printable(report.unreadTrace) +
+                                                   " cannot be read; what the threads do is unknown."});
     }
     if (report.mostDescriptors != 0 && report.descriptors * 100 >= report.mostDescriptors * kTooFullPercent) {
         problems.push_back({HealthLevel::kOff, "The service has " + std::to_string(report.descriptors) +

@@ -30,6 +30,7 @@ struct HealthReport {
     std::uint64_t startedAt = 0;
     bool replaced = false;  // its executable is no longer the one on disk
     std::vector<ThreadHealth> threads;
+    std::string unreadTrace;  // the trace log that cannot be read, which leaves the threads' lines unknown
     std::uint64_t descriptors = 0;
     std::uint64_t mostDescriptors = 0;  // the limit; 0 for none
     std::uint64_t connections = 0;      // TCP connections, which are sessions with the controller

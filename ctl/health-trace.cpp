@@ -84,7 +84,7 @@ ThreadTrace TraceReading::Of(const std::string& thread) const {
 
 void TraceReading::TakeLine(const std::string& line) {
     const std::uint64_t time = TimeOf(line);
-    if (time == 0) {
+    if (time == 0 || time < m_since) {
         return;
     }
     const std::string_view text = std::string_view(line).substr(kStampBytes);

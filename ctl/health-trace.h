@@ -1,6 +1,7 @@
 // What the trace log tells about the service's threads.
 #pragma once
 
+#include <cstdint>
 #include <istream>
 #include <map>
 #include <string>
@@ -11,6 +12,8 @@
 // names. Lines that no thread can be told for are passed over, and so is what is no trace line at all.
 class TraceReading {
 public:
+    // Lines stamped before `since`, in seconds since the epoch, are of an earlier run.
+    explicit TraceReading(std::uint64_t since = 0) : m_since(since) {}
     void Read(std::istream& lines);
     // Empty for a thread without lines.
     ThreadTrace Of(const std::string& thread) const;
@@ -18,6 +21,7 @@ public:
 private:
     void TakeLine(const std::string& line);
 
+    std::uint64_t m_since;
     std::map<std::string, ThreadTrace> m_threads;
     std::string
         m_reason;  // why the controller could not be asked, told just before the failure it belongs to

@@ -6,10 +6,13 @@
 
 #include "test-root.h"
 
-// A /proc with the service in it.
+// A /proc with the service in it, and its trace log.
 class FakeProc {
 public:
-    FakeProc() { root.Write("proc/uptime", "5000.25 9000.00\n"); }
+    FakeProc() {
+        root.Write("proc/uptime", "5000.25 9000.00\n");
+        root.Write("var/log/bayward/bayward.log", "");
+    }
 
     void Add(int pid, const std::string& executable, long startTicks,
              const std::vector<std::string>& threads = {}) {

@@ -1,6 +1,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 #include <ctime>
 #include <filesystem>
 #include <sstream>
@@ -32,6 +34,15 @@ constexpr const char* kProgram = "/opt/bin/bayward";
 std::string At(int minute, const std::string& text) {
     char stamp[40];
     std::snprintf(stamp, sizeof stamp, "2026/01/31 12:%02d:00.123 ", minute);
+    return stamp + text + "\n";
+}
+
+// A line of so many seconds ago.
+std::string Ago(std::time_t seconds, const std::string& text) {
+    const std::time_t then = std::time(nullptr) - seconds;
+    std::tm local{};
+    char stamp[40];
+    std::strftime(stamp, sizeof stamp, "%Y/%m/%d %H:%M:%S.123 ", localtime_r(&then, &local));
     return stamp + text + "\n";
 }
 
@@ -341,8 +352,6 @@ TEST(HealthRender, Nagios_IsOneLine) {
 
 class HealthCommandTest : public testing::Test {
 protected:
-    HealthCommandTest() { std::filesystem::create_directories(proc.root / "var/log/bayward"); }
-
     int Run(HealthFormat format = HealthFormat::kJson, const std::string& file = {}) {
         out.str("");
         const CtlDoors doors{.root = proc.root.path(),
@@ -388,10 +397,36 @@ TEST_F(HealthCommandTest, MediaErrorThread_IsExpectedUnlessSwitchedOff) {
 TEST_F(HealthCommandTest, TraceLogs_AreReadBackupFirst) {
     Start({"OS log", "Serial log", "Media Error"});
     proc.root.Write("var/log/bayward/bayward.log.bak",
-                    At(1, "<VK0956> [ER] Failed to initialize RaidManager."));
+                    Ago(60, "<VK0956> [ER] Failed to initialize RaidManager."));
     EXPECT_EQ(Run(), 1);
-    proc.root.Write("var/log/bayward/bayward.log", At(2, "<VK0950> [TR] Initializing RaidManager succeed."));
+    proc.root.Write("var/log/bayward/bayward.log",
+                    Ago(30, "<VK0950> [TR] Initializing RaidManager succeed."));
     EXPECT_EQ(Run(), 0) << out.str();
+}
+
+TEST_F(HealthCommandTest, LinesFromBeforeTheStart_AreNotOfThisRun) {
+    constexpr std::time_t kAge = 4999;  // of the process, by its ticks and those of the system
+    proc.Add(41, kProgram, static_cast<long>(Ticks(1)), {"OS log", "Serial log", "Media Error"});
+    proc.root.Write("var/log/bayward/bayward.log",
+                    Ago(kAge + 10, "<VK0956> [ER] Failed to initialize RaidManager."));
+    EXPECT_EQ(Run(), 0) << out.str();
+    proc.root.Write("var/log/bayward/bayward.log",
+                    Ago(kAge, "<VK0956> [ER] Failed to initialize RaidManager."));
+    EXPECT_EQ(Run(), 1) << out.str();
+}
+
+TEST_F(HealthCommandTest, TraceLogThatCannotBeRead_IsAProblem) {
+    Start({"OS log", "Serial log", "Media Error"});
+    const std::string log = proc.root / "var/log/bayward/bayward.log";
+    std::filesystem::remove(log);
+    EXPECT_EQ(Run(), 1);
+    EXPECT_THAT(out.str(), HasSubstr("The trace log /var/log/bayward/bayward.log cannot be read"));
+    ASSERT_EQ(mkfifo(log.c_str(), 0600), 0);
+    EXPECT_EQ(Run(), 1) << "and does not wait for a writer";
+    std::filesystem::remove(log);
+    std::filesystem::create_directory(log);
+    EXPECT_EQ(Run(HealthFormat::kNagios), 1);
+    EXPECT_THAT(out.str(), testing::StartsWith("BAYWARD SERVICE WARNING - The trace log "));
 }
 
 TEST_F(HealthCommandTest, AnyoneButRoot_CannotFindOut) {
