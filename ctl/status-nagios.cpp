@@ -97,6 +97,10 @@ std::vector<Problem> ProblemsOf(const StatusReport& report, const ServiceFinding
                        name + " " + StatusText(controller.health, controller.state));
         }
     }
+    if (TallyControllers(report).total == 0) {
+        // A server with none is hardly monitored: whatever it had is gone.
+        AddProblem(problems, kNagiosWarning, "The management controller lists no storage controller");
+    }
     PutWorstFirst(problems);
     return problems;
 }
@@ -143,7 +147,7 @@ std::string PerformanceData(const StatusReport& report) {
 }
 
 NagiosResult Result(NagiosStatus status, const std::string& text, const std::string& data) {
-    return {status, PluginLine("BAYWARD", status, text, data)};
+    return {status, PluginLine(kNagiosName, status, text, data)};
 }
 
 }  // namespace

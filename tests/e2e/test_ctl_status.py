@@ -152,7 +152,8 @@ def test_server_without_controllers(start_sim: Callable, watch: Callable[..., Wa
     assert (done.returncode, done.stderr) == (0, "")
     assert "The management controller lists no storage controller." in done.stdout
     promtool(watched.ctl("status", "--format", "prometheus").stdout)
-    assert_one_problem(watched, f"{NOT_RUNNING} (0 drives, 0 logical drives)")
+    assert_one_problem(watched, f"{NOT_RUNNING}; The management controller lists no storage controller "
+                                "(0 drives, 0 logical drives)")
 
 
 # ---- For monitoring systems ----

@@ -85,10 +85,17 @@ TEST(StatusNagios, LongTextOfWideCharacters_IsCutBetweenCharacters) {
     EXPECT_EQ(line.substr(cut - 3, 3), "ド");
 }
 
-TEST(StatusNagios, EmptyServer_IsOkWithoutLifeLeft) {
-    const std::string line = RenderNagios(EmptyReport(), kWell).line;
-    EXPECT_THAT(line, StartsWith("BAYWARD OK - 0 drives, 0 logical drives, all well | controllers=0;;;0 "));
-    EXPECT_THAT(line, Not(HasSubstr("life_left_min")));
+TEST(StatusNagios, ServerWithoutControllers_IsAWarningWithoutLifeLeft) {
+    StatusReport systemWithNone = EmptyReport();
+    systemWithNone.systems = {{"/redfish/v1/Systems/1", {}}};
+    for (const StatusReport& report : {EmptyReport(), systemWithNone}) {
+        const NagiosResult result = RenderNagios(report, kWell);
+        EXPECT_EQ(result.status, kNagiosWarning);
+        EXPECT_THAT(result.line,
+                    StartsWith("BAYWARD WARNING - The management controller lists no storage controller "
+                               "(0 drives, 0 logical drives) | controllers=0;;;0 "));
+        EXPECT_THAT(result.line, Not(HasSubstr("life_left_min")));
+    }
 }
 
 // ---- The service's part ----
