@@ -6,6 +6,7 @@
 #include <fstream>
 #include <system_error>
 #include <thread>
+#include <vector>
 
 #include "clock.h"
 #include "ctl-error.h"
@@ -33,6 +34,22 @@ bool IsMediaErrorExpected(const std::string& root) {
         return tova_service::kMediaErrorCheck.absent != 0;
     }
     return ReadFlag(profile, tova_service::kMediaErrorCheck);
+}
+
+std::vector<std::string> ExpectedThreads(const std::string& root) {
+    std::vector<std::string> threads = {kOsLogThread, kSerialLogThread};
+    if (IsMediaErrorExpected(root)) {
+        threads.emplace_back(kMediaErrorThread);
+    }
+    return threads;
+}
+
+// How many threads it lacks; one that is stopped does the work of none.
+std::size_t Badness(const ServiceProcess& service, const std::vector<std::string>& expected) {
+    return service.stopped ? expected.size() + 1
+                           : static_cast<std::size_t>(std::count_if(
+                                 expected.begin(), expected.end(),
+                                 [&](const std::string& name) { return service.threads.count(name) == 0; }));
 }
 
 // False when it cannot be read to its end. Regular files alone are opened: at a FIFO a reader would wait.
@@ -82,11 +99,22 @@ HealthReport ReadHealth(const CtlDoors& doors) {
     }
     HealthReport report;
     report.readAt = tovaserverutil::WallClock().Now();
-    const auto [service, hidden] = FindService(doors.root, doors.programFolder + "/bayward");
-    report.hidden = hidden;
-    if (!service) {
+    const ServiceSearch search = FindService(doors.root, doors.programFolder + "/bayward");
+    report.hidden = search.hidden;
+    if (search.instances.empty()) {
         return report;
     }
+    const std::vector<std::string> expected = ExpectedThreads(doors.root);
+    const auto service = std::max_element(search.instances.begin(), search.instances.end(),
+                                          [&](const ServiceProcess& a, const ServiceProcess& b) {
+                                              return Badness(a, expected) < Badness(b, expected);
+                                          });
+    for (const ServiceProcess& instance : search.instances) {
+        if (instance.pid != service->pid) {
+            report.others.push_back(instance.pid);
+        }
+    }
+    report.stopped = service->stopped;
     report.running = true;
     report.pid = service->pid;
     report.startedAt = report.readAt - std::min(report.readAt, service->ageSeconds);
@@ -99,7 +127,7 @@ HealthReport ReadHealth(const CtlDoors& doors) {
     for (const char* name : {kOsLogThread, kSerialLogThread, kMediaErrorThread}) {
         ThreadHealth thread;
         thread.name = name;
-        thread.expected = name != std::string(kMediaErrorThread) || IsMediaErrorExpected(doors.root);
+        thread.expected = std::count(expected.begin(), expected.end(), name) != 0;
         thread.lives = service->threads.count(name) != 0;
         thread.trace = trace.Of(name);
         report.threads.push_back(std::move(thread));

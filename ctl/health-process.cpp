@@ -6,7 +6,8 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <limits>
+#include <map>
+#include <optional>
 #include <sstream>
 #include <system_error>
 #include <vector>
@@ -42,23 +43,30 @@ std::vector<fs::path> Entries(const fs::path& folder) {
     return entries;
 }
 
-// Clock ticks since the system's start; nothing when the process has ended. The second field, the program's
-// name in parentheses, may hold anything.
-std::optional<std::uint64_t> StartTicks(const fs::path& process) {
-    constexpr int kFieldsToStart = 20;  // from the third on
+struct Candidate {
+    fs::path folder;
+    int pid = 0;
+    char state = '?';  // as the kernel abbreviates it
+    int parent = 0;
+    std::uint64_t startTicks = 0;  // clock ticks since the system's start
+};
+
+// Nothing when the process has ended. The second field, the program's name in parentheses, may hold anything.
+std::optional<Candidate> ReadCandidate(const fs::path& process) {
+    constexpr int kFieldsToStart = 17;  // from the parent to the start
     const std::string stat = Content(process / "stat");
     const std::size_t name = stat.rfind(')');
     if (name == std::string::npos) {
         return std::nullopt;
     }
+    Candidate candidate{process, std::stoi(process.filename().string())};
     std::istringstream fields(stat.substr(name + 1));
-    std::string field;
+    fields >> candidate.state >> candidate.parent;
+    std::string skipped;
     for (int i = 0; i < kFieldsToStart; ++i) {
-        fields >> field;
+        fields >> skipped;
     }
-    std::istringstream number(field);
-    std::uint64_t ticks = 0;
-    return number >> ticks ? std::optional(ticks) : std::nullopt;
+    return fields >> candidate.startTicks ? std::optional(candidate) : std::nullopt;
 }
 
 std::uint64_t AgeSeconds(const fs::path& proc, std::uint64_t startTicks) {
@@ -139,6 +147,23 @@ bool IsNumber(const std::string& text) {
     return !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
 }
 
+ServiceProcess Describe(const fs::path& proc, const Candidate& candidate, const std::string& executable) {
+    const fs::path& process = candidate.folder;
+    ServiceProcess service;
+    service.pid = candidate.pid;
+    // Not 't', which a tracer causes at every system call that it looks at.
+    service.stopped = candidate.state == 'T';
+    service.ageSeconds = AgeSeconds(proc, candidate.startTicks);
+    service.replaced = Target(process / "exe") != executable;
+    for (const fs::path& task : Entries(process / "task")) {
+        service.threads.insert(NameOf(task));
+    }
+    CountDescriptors(process, service);
+    service.mostDescriptors = DescriptorLimit(process);
+    service.residentBytes = ResidentBytes(process);
+    return service;
+}
+
 }  // namespace
 
 ServiceSearch FindService(const std::string& root, const std::string& executable) {
@@ -146,8 +171,7 @@ ServiceSearch FindService(const std::string& root, const std::string& executable
     ServiceSearch search;
     std::error_code none;
     search.hidden = !fs::is_directory(proc, none);
-    std::uint64_t oldest = std::numeric_limits<std::uint64_t>::max();
-    fs::path process;
+    std::map<int, Candidate> candidates;
     for (const fs::path& entry : Entries(proc)) {
         if (!IsNumber(entry.filename().string())) {
             continue;
@@ -160,25 +184,18 @@ ServiceSearch FindService(const std::string& root, const std::string& executable
         if (target != executable && target != executable + kReplaced) {
             continue;
         }
-        const std::optional<std::uint64_t> ticks = StartTicks(entry);
-        if (ticks && *ticks < oldest) {
-            oldest = *ticks;
-            process = entry;
+        if (const std::optional<Candidate> candidate = ReadCandidate(entry)) {
+            candidates.emplace(candidate->pid, *candidate);
         }
     }
-    if (process.empty()) {
-        return search;
+    for (const auto& [pid, candidate] : candidates) {
+        if (candidates.count(candidate.parent) == 0) {
+            search.instances.push_back(Describe(proc, candidate, executable));
+        }
     }
-    search.hidden = false;
-    ServiceProcess& service = search.service.emplace();
-    service.pid = std::stoi(process.filename().string());
-    service.ageSeconds = AgeSeconds(proc, oldest);
-    service.replaced = Target(process / "exe") != executable;
-    for (const fs::path& task : Entries(process / "task")) {
-        service.threads.insert(NameOf(task));
-    }
-    CountDescriptors(process, service);
-    service.mostDescriptors = DescriptorLimit(process);
-    service.residentBytes = ResidentBytes(process);
+    std::stable_sort(
+        search.instances.begin(), search.instances.end(),
+        [](const ServiceProcess& a, const ServiceProcess& b) { return a.ageSeconds > b.ageSeconds; });
+    search.hidden = search.hidden && search.instances.empty();
     return search;
 }

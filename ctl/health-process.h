@@ -2,12 +2,13 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <set>
 #include <string>
+#include <vector>
 
 struct ServiceProcess {
     int pid = 0;
+    bool stopped = false;  // by a signal, until another lets it go on
     std::uint64_t ageSeconds = 0;
     bool replaced = false;  // its executable is no longer the one on disk
     std::set<std::string> threads;
@@ -18,10 +19,10 @@ struct ServiceProcess {
 };
 
 struct ServiceSearch {
-    std::optional<ServiceProcess> service;
+    std::vector<ServiceProcess> instances;  // the oldest first; more than one is a mistake
     bool hidden = false;  // none was found, but one may be among what the system does not show to this user
 };
 
-// The oldest process that runs the executable (a younger one is a tool that the service is about to start).
-// `root` goes before /proc. Root without the capability to trace processes may not see the service.
+// The processes that run the executable; not those that one of them has begun, which are tools about to
+// start. `root` goes before /proc. Root without the capability to trace processes may not see the service.
 ServiceSearch FindService(const std::string& root, const std::string& executable);

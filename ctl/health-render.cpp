@@ -97,7 +97,7 @@ std::string RenderHealthJson(const HealthReport& report) {
                        ",\"read_at\":" + JsonString(TimeText(report.readAt)) +
                        ",\"running\":" + (report.hidden ? "null" : Flag(report.running));
     if (report.running) {
-        text += ",\"pid\":" + std::to_string(report.pid) +
+        text += ",\"pid\":" + std::to_string(report.pid) + ",\"stopped\":" + Flag(report.stopped) +
                 ",\"started_at\":" + JsonString(TimeText(report.startedAt)) +
                 ",\"uptime_seconds\":" + std::to_string(AgeOf(report, report.startedAt)) +
                 ",\"executable_replaced\":" + Flag(report.replaced) +
@@ -124,8 +124,8 @@ std::string RenderHealthPrometheus(const HealthReport& report) {
         // Neither 0 nor 1 is true, and a metric that is absent is what alerts on what is unknown look for.
         return "# " + HealthProblems(report).front().sentence + "\n";
     }
-    std::string text =
-        Gauge("bayward_service_up", "Whether the service is running.", report.running ? "1" : "0");
+    std::string text = Gauge("bayward_service_up", "Whether the service is running.",
+                             report.running && !report.stopped ? "1" : "0");
     if (!report.running) {
         return text;
     }

@@ -45,6 +45,20 @@ std::vector<HealthProblem> HealthProblems(const HealthReport& report) {
             {HealthLevel::kDown, "The service is not running; start it with \"systemctl start bayward\"."}};
     }
     std::vector<HealthProblem> problems;
+    if (report.stopped) {
+        const std::string pid = std::to_string(report.pid);
+        problems.push_back({HealthLevel::kDown, "The service is stopped by a signal (process " + pid +
+                                                    "); let it go on with \"kill -CONT " + pid + "\"."});
+    }
+    if (!report.others.empty()) {
+        std::string pids;
+        for (const int other : report.others) {
+            pids += (pids.empty() ? "" : ", ") + std::to_string(other);
+        }
+        problems.push_back({HealthLevel::kOff, "The service runs more than once (process " +
+                                                   std::to_string(report.pid) + " and " + pids +
+                                                   "), which reports everything twice; end all but one."});
+    }
     for (const ThreadHealth& thread : report.threads) {
         if (thread.expected && !thread.lives) {
             problems.push_back(

@@ -26,7 +26,9 @@ struct HealthReport {
     bool running = false;  // false: only `readAt` and `hidden` have a meaning
     bool hidden = false;   // it may run, but the system does not show it to this user
     std::uint64_t readAt = 0;
-    int pid = 0;
+    int pid = 0;  // of several instances this is the one that lacks the most threads
+    std::vector<int> others;
+    bool stopped = false;  // by a signal, until another lets it go on
     std::uint64_t startedAt = 0;
     bool replaced = false;  // its executable is no longer the one on disk
     std::vector<ThreadHealth> threads;

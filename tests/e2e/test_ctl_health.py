@@ -52,6 +52,14 @@ def test_running_service_is_well(start_sim: Callable, watch: Callable[..., Watch
     assert "HTTP status 503" in done.stdout
     assert 'The thread "OS log" fails since ' in done.stdout
 
+    # Root, but not allowed to look at processes that may do more.
+    guarded = ["setpriv", "--bounding-set", "-sys_ptrace", str(watched.host.runtime / "baywardctl"), "health"]
+    for form, told in (("table", "cannot be found out"), ("nagios", "BAYWARD SERVICE UNKNOWN - "),
+                       ("prometheus", "# Whether the service runs cannot"), ("json", '"running":null')):
+        done = watched.host.run([*guarded, "--format", form], env=watched.environment())
+        assert (done.returncode, done.stderr) == (3, "")
+        assert told in done.stdout and "bayward_service_up" not in done.stdout
+
     assert watched.stop() == 0
     for form, told in (("table", "The service is not running"), ("nagios", "BAYWARD SERVICE CRITICAL - "),
                        ("prometheus", "bayward_service_up 0"), ("json", '"running":false')):

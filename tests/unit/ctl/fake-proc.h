@@ -17,8 +17,9 @@ public:
     void Add(int pid, const std::string& executable, long startTicks,
              const std::vector<std::string>& threads = {}) {
         const std::string folder = "proc/" + std::to_string(pid) + "/";
-        root.Write(folder + "stat", std::to_string(pid) +
-                                        " (a) b (c) S 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 " +
+        root.Write(folder + "stat", std::to_string(pid) + " (a) b (c) " + state + " " +
+                                        std::to_string(parent) +
+                                        " 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 " +
                                         std::to_string(startTicks) + " 23 24\n");
         root.Write(folder + "statm", "1000 256 3 4\n");
         root.Write(folder + "limits",
@@ -47,5 +48,8 @@ public:
     }
 
     TestRoot root;
+    // Of those that are added next.
     std::string limit = "1024";
+    std::string state = "S";
+    int parent = 1;
 };

@@ -138,8 +138,9 @@ TEST(HealthProcess, Service_IsFoundWithWhatItUses) {
     FakeProc proc;
     proc.Add(7, "/usr/bin/other", 1);
     proc.Add(41, kProgram, static_cast<long>(Ticks(4000)), {"bayward", "Signals", "OS log"});
-    const auto service = FindService(proc.root.path(), kProgram).service;
-    ASSERT_TRUE(service);
+    const auto found = FindService(proc.root.path(), kProgram).instances;
+    ASSERT_EQ(found.size(), 1U);
+    const ServiceProcess* const service = &found.front();
     EXPECT_EQ(service->pid, 41);
     EXPECT_EQ(service->ageSeconds, 1000U);
     EXPECT_FALSE(service->replaced);
@@ -152,25 +153,28 @@ TEST(HealthProcess, Service_IsFoundWithWhatItUses) {
 
 TEST(HealthProcess, ToolThatIsAboutToStart_IsNotTakenForTheService) {
     FakeProc proc;
-    proc.Add(40, kProgram, 900);
     proc.Add(41, kProgram, 100);
-    EXPECT_EQ(FindService(proc.root.path(), kProgram).service->pid, 41);
+    proc.parent = 41;
+    proc.Add(40, kProgram, 900);
+    const auto found = FindService(proc.root.path(), kProgram).instances;
+    ASSERT_EQ(found.size(), 1U);
+    EXPECT_EQ(found.front().pid, 41);
 }
 
 TEST(HealthProcess, ReplacedExecutable_IsStillTheService) {
     FakeProc proc;
     proc.Add(41, std::string(kProgram) + " (deleted)", 100);
-    EXPECT_TRUE(FindService(proc.root.path(), kProgram).service->replaced);
+    EXPECT_TRUE(FindService(proc.root.path(), kProgram).instances.at(0).replaced);
 }
 
 TEST(HealthProcess, NoProcessOfTheExecutable_IsNone) {
     FakeProc proc;
-    EXPECT_FALSE(FindService(proc.root.path(), kProgram).service);
+    EXPECT_THAT(FindService(proc.root.path(), kProgram).instances, IsEmpty());
     proc.Add(41, "/opt/bin/baywardctl", 100);
     proc.root.Write("proc/net/exe", "");
-    EXPECT_FALSE(FindService(proc.root.path(), kProgram).service);
+    EXPECT_THAT(FindService(proc.root.path(), kProgram).instances, IsEmpty());
     EXPECT_FALSE(FindService(proc.root.path(), kProgram).hidden);
-    EXPECT_FALSE(FindService("/nowhere", kProgram).service);
+    EXPECT_THAT(FindService("/nowhere", kProgram).instances, IsEmpty());
     EXPECT_TRUE(FindService("/nowhere", kProgram).hidden) << "nothing is shown there";
 }
 
@@ -178,7 +182,7 @@ TEST(HealthProcess, ProcessThatEndsMeanwhile_IsNone) {
     FakeProc proc;
     proc.Add(41, kProgram, 100);
     std::filesystem::remove(proc.root / "proc/41/stat");
-    EXPECT_FALSE(FindService(proc.root.path(), kProgram).service);
+    EXPECT_THAT(FindService(proc.root.path(), kProgram).instances, IsEmpty());
 }
 
 TEST(HealthProcess, ProcessThatMayNotBeLookedAt_LeavesItOpen) {
@@ -192,7 +196,7 @@ TEST(HealthProcess, ProcessThatMayNotBeLookedAt_LeavesItOpen) {
     const ServiceSearch search = FindService(proc.root.path(), kProgram);
     ASSERT_EQ(seteuid(user), 0);
     std::filesystem::permissions(proc.root / "proc/41", std::filesystem::perms(0700));
-    EXPECT_FALSE(search.service);
+    EXPECT_THAT(search.instances, IsEmpty());
     EXPECT_TRUE(search.hidden);
 }
 
@@ -200,7 +204,7 @@ TEST(HealthProcess, UnlimitedDescriptors_AreNoLimit) {
     FakeProc proc;
     proc.limit = "unlimited";
     proc.Add(41, kProgram, 100);
-    EXPECT_EQ(FindService(proc.root.path(), kProgram).service->mostDescriptors, 0U);
+    EXPECT_EQ(FindService(proc.root.path(), kProgram).instances.at(0).mostDescriptors, 0U);
 }
 
 // ---- What it comes to ----
@@ -299,7 +303,7 @@ TEST(HealthRender, Json_HasEverything) {
     EXPECT_EQ(
         RenderHealthJson(Well()),
         R"({"version":1,"read_at":"2026-01-31T12:00:00Z","running":true,"pid":41,)"
-        R"("started_at":"2026-01-31T09:55:00Z","uptime_seconds":7500,"executable_replaced":false,)"
+        R"("stopped":false,"started_at":"2026-01-31T09:55:00Z","uptime_seconds":7500,"executable_replaced":false,)"
         R"("descriptors":14,"descriptor_limit":1024,"connections":1,"resident_bytes":31457280,"threads":[)"
         R"({"name":"OS log","expected":true,"lives":true,"last_line_at":"2026-01-31T11:59:48Z",)"
         R"("failing":false,"outcome":"Start to monitor.","outcome_at":"2026-01-31T09:56:40Z"},)"
@@ -402,6 +406,27 @@ TEST_F(HealthCommandTest, TraceLogs_AreReadBackupFirst) {
     proc.root.Write("var/log/bayward/bayward.log",
                     Ago(30, "<VK0950> [TR] Initializing RaidManager succeed."));
     EXPECT_EQ(Run(), 0) << out.str();
+}
+
+TEST_F(HealthCommandTest, TwoInstances_AreToldAndTheWorseIsJudged) {
+    Configure("[media error]\ncheck=false\n");
+    Start({"OS log", "Serial log"});
+    proc.Add(57, kProgram, 300, {"OS log", "Serial log"});
+    EXPECT_EQ(Run(HealthFormat::kNagios), 1);
+    EXPECT_THAT(out.str(), HasSubstr("The service runs more than once (process 41 and 57)"));
+    proc.Add(58, kProgram, 400, {"Serial log"});
+    EXPECT_EQ(Run(HealthFormat::kNagios), 2);
+    EXPECT_THAT(out.str(), HasSubstr("(process 58 and 41, 57)"));
+    EXPECT_THAT(out.str(), HasSubstr("\"OS log\" has ended"));
+}
+
+TEST_F(HealthCommandTest, StoppedProcess_IsDown) {
+    proc.state = "T";
+    Start({"OS log", "Serial log", "Media Error"});
+    EXPECT_EQ(Run(HealthFormat::kNagios), 2);
+    EXPECT_THAT(out.str(), testing::StartsWith("BAYWARD SERVICE CRITICAL - The service is stopped"));
+    EXPECT_EQ(Run(HealthFormat::kPrometheus), 2);
+    EXPECT_THAT(out.str(), HasSubstr("\nbayward_service_up 0\n"));
 }
 
 TEST_F(HealthCommandTest, LinesFromBeforeTheStart_AreNotOfThisRun) {
