@@ -46,10 +46,11 @@ void AddHealthCommand(CLI::App& app, const CtlDoors& doors, Action& chosen) {
         "  baywardctl health --format nagios\n"
         "  baywardctl health --format prometheus --output "
         "/var/lib/prometheus/node-exporter/bayward-service.prom\n\n"
-        "Exit status: 0 all well, 1 something is off, 2 not running or a thread is missing, 3 not to be "
-        "found "
-        "out\n"
-        "(also wrong usage).");
+        "Exit status, with every format: 0 all well, 1 something is off, 2 the service is not running, is "
+        "stopped,\n"
+        "or lacks a thread, 3 not to be found out (also wrong usage); for Nagios these are OK, WARNING, "
+        "CRITICAL\n"
+        "and UNKNOWN.");
     health->preparse_callback([&chosen](std::size_t) {
         chosen.failed = chosen.wrongUsage = static_cast<int>(HealthLevel::kUnknown);
     });

@@ -26,8 +26,12 @@ std::string OutcomeOf(const HealthReport& report, const ThreadHealth& thread) {
     if (thread.trace.outcome.empty()) {
         return "-";
     }
-    return std::string(thread.trace.failing ? "fails: " : "works: ") + thread.trace.outcome + " (" +
-           AgeText(AgeOf(report, thread.trace.outcomeAt)) + " ago)";
+    const ThreadTrace& trace = thread.trace;
+    const char* const kind = trace.failing ? "fails: "
+                             : trace.works ? "works: "
+                             : trace.began ? "began: "
+                                           : "";
+    return kind + thread.trace.outcome + " (" + AgeText(AgeOf(report, thread.trace.outcomeAt)) + " ago)";
 }
 
 std::string Flag(bool value) {

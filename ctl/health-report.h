@@ -13,6 +13,8 @@ struct ThreadTrace {
     std::string outcome;
     std::uint64_t outcomeAt = 0;
     bool failing = false;  // it tells that it does not
+    bool works = false;    // it tells that it does
+    bool began = false;    // it tells that it began; without any of the three it is a hint
 };
 
 struct ThreadHealth {

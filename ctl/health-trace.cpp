@@ -11,7 +11,11 @@ namespace {
 constexpr std::string_view kRunBegins = "<VK0900> [TR] MainRoutine started.";
 constexpr std::string_view kReason = "<VK0888> [TR] ";
 
-enum class Tells { kSuccess, kFailure, kActivity };
+// kBegin: nothing has succeeded or failed yet. kNoTool: a hint alone, for hosts without a Smart Array
+// controller need no diagnostic tool.
+enum class Tells { kBegin, kSuccess, kFailure, kNoTool, kActivity };
+
+constexpr const char* kToolFails = "the diagnostic tool fails";
 
 // Which thread writes the lines that begin so, and what they tell. Success and failure are told by lines that
 // undo each other alone: a failed look at the controller, say, is followed by none when the next one
@@ -23,7 +27,7 @@ struct Mark {
 };
 
 constexpr Mark kMarks[] = {
-    {"<VK0900> [TR] Start to monitor.", kOsLogThread, Tells::kSuccess},
+    {"<VK0900> [TR] Start to monitor.", kOsLogThread, Tells::kBegin},
     {"<VK0900> [TR] Retry accessing vNIC.", kOsLogThread, Tells::kFailure},
     {"<VK0900> [TR] Break MonitorLogRoutine", kOsLogThread, Tells::kActivity},
     {"<VK0900> [ER] Failed to build RAID information.", kOsLogThread, Tells::kFailure},
@@ -38,13 +42,14 @@ constexpr Mark kMarks[] = {
     {"<VK0954> ", kOsLogThread, Tells::kFailure},
     {"<VK0956> ", kOsLogThread, Tells::kFailure},
     {"<VK0999> ", kOsLogThread, Tells::kActivity},
-    {"<VK0900> [TR] Start cyclic serial log saving.", kSerialLogThread, Tells::kSuccess},
+    {"<VK0900> [TR] Start cyclic serial log saving.", kSerialLogThread, Tells::kBegin},
     {"<VK0900> [TR] Break SerialLogRoutine", kSerialLogThread, Tells::kActivity},
     {"<VK0902> [ER] service 1537 ", kSerialLogThread, Tells::kFailure},
     {"<VK0902> [ER] service 1540 ", kSerialLogThread, Tells::kFailure},
-    {"<VK0900> [TR] Start cyclic Media Error search.", kMediaErrorThread, Tells::kSuccess},
+    {"<VK0900> [TR] Start cyclic Media Error search.", kMediaErrorThread, Tells::kBegin},
     {"<VK0900> [TR] Break MediaErrorRoutine", kMediaErrorThread, Tells::kActivity},
     {"<VK0902> [ER] media-error ", kMediaErrorThread, Tells::kFailure},
+    {"<VK0902> [ER] log-manager 118 ", kMediaErrorThread, Tells::kNoTool},
     {"[EV] (", kMediaErrorThread, Tells::kActivity},
 };
 
@@ -107,7 +112,9 @@ void TraceReading::TakeLine(const std::string& line) {
         if (mark.tells != Tells::kActivity) {
             thread.failing = mark.tells == Tells::kFailure;
             thread.outcomeAt = time;
-            thread.outcome = Sentence(text);
+            thread.outcome = mark.tells == Tells::kNoTool ? kToolFails : Sentence(text);
+            thread.began = mark.tells == Tells::kBegin;
+            thread.works = mark.tells == Tells::kSuccess;
             if (mark.thread == kOsLogThread) {
                 thread.outcome += thread.failing && !m_reason.empty() ? " (" + m_reason + ")" : "";
                 m_reason.clear();

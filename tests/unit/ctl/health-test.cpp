@@ -119,6 +119,16 @@ TEST(HealthTrace, LinesOfAnEarlierRun_AreForgotten) {
     EXPECT_FALSE(trace.failing);
 }
 
+TEST(HealthTrace, DiagnosticToolThatFails_IsAHintAlone) {
+    const ThreadTrace trace = Tell(At(1, "<VK0900> [TR] Start cyclic Media Error search.") +
+                                       At(2, "<VK0902> [ER] log-manager 118 (command: ssacli)"),
+                                   "Media Error");
+    EXPECT_EQ(trace.outcome, "the diagnostic tool fails");
+    EXPECT_EQ(trace.outcomeAt, Noon(2));
+    EXPECT_FALSE(trace.failing);
+    EXPECT_FALSE(trace.works);
+}
+
 TEST(HealthTrace, LinesThatAreNone_ArePassedOver) {
     for (const char* line : {"\n", "x\n", "2026/01/31 12:01:00.123\n", "2026/13/31 12:01:00.123 <VK0956> x\n",
                              "<VK0956> [ER] Failed, without a stamp and long enough\n",
@@ -219,10 +229,12 @@ HealthReport Well() {
     report.mostDescriptors = 1024;
     report.connections = 1;
     report.residentBytes = 30 * 1024 * 1024;
-    report.threads = {
-        {"OS log", true, true, {report.readAt - 12, "Start to monitor.", report.readAt - 7400, false}},
-        {"Serial log", true, true, {}},
-        {"Media Error", false, false, {}}};
+    report.threads = {{"OS log",
+                       true,
+                       true,
+                       {report.readAt - 12, "Start to monitor.", report.readAt - 7400, false, false, true}},
+                      {"Serial log", true, true, {}},
+                      {"Media Error", false, false, {}}};
     return report;
 }
 
@@ -286,7 +298,7 @@ TEST(HealthRender, Table_ShowsThreadsAndProblems) {
               "bayward runs as process 41 since 2026-01-31T09:55:00Z (2 h)\n"
               "14 descriptors of 1024, 1 connection to the controller, 30 MiB of memory\n\n"
               "THREAD       STATE  LAST LINE  WHAT IT TELLS\n"
-              "OS log       lives  12 s ago   works: Start to monitor. (2 h ago)\n"
+              "OS log       lives  12 s ago   began: Start to monitor. (2 h ago)\n"
               "Serial log   lives  -          -\n"
               "Media Error  off    -          -\n\n"
               "All is well.\n");
