@@ -40,7 +40,7 @@ constexpr std::uint32_t kMinute = 60000;
 // Waits no time at all: so many waits end with the time, then one with the stop.
 class CountedWaits : public tovaserverutil::StopWait {
 public:
-    explicit CountedWaits(int cycles) : StopWait(nullptr), m_cycles(cycles) {}
+    explicit CountedWaits(std::size_t cycles) : StopWait(nullptr), m_cycles(cycles) {}
 
     bool Wait(unsigned int timeoutMs) override {
         waits.push_back(timeoutMs);
