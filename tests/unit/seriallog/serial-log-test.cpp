@@ -83,7 +83,8 @@ protected:
     ~SerialLogTest() override { Parameter = nullptr; }
 
     // One run of `cycles` cycles. Returns the lines after those of the start.
-    Lines Run(int cycles, const std::string& configuration = "", std::function<void()> atTheEnd = {}) {
+    Lines Run(std::size_t cycles, const std::string& configuration = "",
+              std::function<void()> atTheEnd = {}) {
         root.Configure(configuration);
         const auto parameter = root.Initialized();
         CountedWaits wait(cycles);
