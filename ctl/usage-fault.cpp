@@ -29,6 +29,7 @@ std::vector<const CLI::App*> Chosen(const CLI::App& app) {
 
 std::vector<std::string> NamesOf(const std::vector<const CLI::App*>& commands) {
     std::vector<std::string> names;
+    names.reserve(commands.size());
     for (const CLI::App* command : commands) {
         names.push_back(command->get_name());
     }
@@ -78,7 +79,7 @@ std::string FaultOf(const std::vector<const CLI::App*>& chosen, const CLI::Parse
     const std::vector<std::string> names = NamesOf(chosen);
     const std::string command =
         Quoted(chosen.size() > 1 ? Joined({names.begin() + 1, names.end()}, " ") : names.front());
-    const std::string text = failure.what();
+    std::string text = failure.what();
     const std::string option = text.substr(0, text.find(':'));
     if (dynamic_cast<const CLI::RequiredError*>(&failure) != nullptr) {
         return command + " needs one of its commands (" +

@@ -38,9 +38,11 @@ void ReportMediumErrors(const MediumErrorContext& context, tovaevent::EvtData ev
     }
 }
 
+// NOLINTBEGIN(performance-unnecessary-value-param): the texts come by value, as the interface has it
 void MediumErrorEventRoutine(tovaevent::EvtData evt, int port, int drive, std::string location,
                              std::uint32_t reference_time, std::string title, int count) {
     const tovaserverutil::WallClock clock;
     ReportMediumErrors({m_PdAddrMap, *Parameter, LocalSystemInfo->get_country_region(), clock},
                        std::move(evt), port, drive, location, reference_time, title, count);
 }
+// NOLINTEND(performance-unnecessary-value-param)
