@@ -156,8 +156,8 @@ void MegaRaidSearch::Report(unsigned int number, const StorcliController& contro
         return;
     }
     m_context.reports.set_trace_time(key, now);
-    m_context.parameter.Log().Write("[EV] (%lu) Medium Errors detected on pid:%u",
-                                    static_cast<unsigned long>(errors.count), device);
+    m_context.parameter.Log().Write("[EV] (%lu) Medium Errors detected on pid:%d",
+                                    static_cast<unsigned long>(errors.count), static_cast<int>(device));
 }
 
 CommandResult MegaRaidSearch::List(const std::string& arguments, const StorcliListing& listing) {

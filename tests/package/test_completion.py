@@ -101,8 +101,7 @@ def test_output_file_is_completed(tool: Tool, tmp_path: Path) -> None:
             if re.match(r"\S*--output FILE\b", line):
                 seen += 1
                 assert tool.complete(*path, "--output", "so", folder=tmp_path) == {"some.prom"}
-    if not seen:
-        pytest.skip("no command writes a file yet")
+    assert seen > 0
 
 
 def test_script_says_nothing_where_the_tool_is_missing(tmp_path: Path) -> None:
