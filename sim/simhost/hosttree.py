@@ -81,7 +81,9 @@ def _mount_devices(folder: str) -> None:
     for name, target in _DEVICE_LINKS.items():
         os.symlink(target, f"{folder}/{name}")
     os.mkdir(f"{folder}/shm")
-    _mount("tmpfs", f"{folder}/shm", "tmpfs", 0, "mode=1777")
+    # Read-only, so that libfaketime can put no semaphore there: a program and its children would share it, and one
+    # that is killed at its deadline while it holds it would stop the others for ever.
+    _mount("tmpfs", f"{folder}/shm", "tmpfs", _MS_RDONLY, "mode=1777")
 
 
 def _bind(source: str, target: str) -> None:
