@@ -23,7 +23,7 @@ RSYSLOG = RECIPES / "rsyslog"
 PROMETHEUS = RECIPES / "prometheus"
 HERE = Path(__file__).resolve().parent
 CONTROLLER = "127.0.0.1:8443"
-DRIVES = 12
+DRIVES = 8
 
 # What Debian's rsyslog.conf does, as far as the recipes are concerned.
 RSYSLOG_CONF = """\
@@ -67,7 +67,7 @@ class Site:
 
     def _place_files(self) -> None:
         recipes = self._own_folder("/etc/rsyslog.d")
-        for name in ("30-bayward-script", "30-bayward-mail", "40-bayward-forward-tls", "40-bayward-forward-relp"):
+        for name in ("30-bayward-script", "30-bayward-mail", "40-bayward-forward-tls"):
             shutil.copy(RSYSLOG / f"{name}.conf", recipes)
         shutil.copy(RSYSLOG / "bayward-on-event", self.host.outer("/etc/opt/tarn/bayward"))
         hosts = self.host.outer("/etc/hosts")
@@ -106,22 +106,17 @@ class Site:
     def _start_own_rsyslogd(self) -> None:
         self.start_rsyslogd("server", Path("/etc/rsyslog.d"), "/dev/log")
 
-    def restart_rsyslogd(self) -> None:
-        self.stop("server")
-        self._start_own_rsyslogd()
-
     @contextmanager
-    def central(self, road: str) -> Iterator[None]:
-        """A central rsyslogd that has one of the receiving recipes, for the time of the `with` block."""
-        recipe = f"central-{road}"
-        include = self.work / f"include-{recipe}"
+    def central(self) -> Iterator[None]:
+        """A central rsyslogd that has the receiving recipe, for the time of the `with` block."""
+        include = self.work / "include-central"
         include.mkdir(exist_ok=True)
-        shutil.copy(RSYSLOG / f"{recipe}.conf", include)
-        self.start_rsyslogd(recipe, include)
+        shutil.copy(RSYSLOG / "central-tls.conf", include)
+        self.start_rsyslogd("central", include)
         try:
             yield
         finally:
-            self.stop(recipe)
+            self.stop("central")
 
     def stop(self, name: str) -> None:
         pid = self._daemons.pop(name)
@@ -156,16 +151,16 @@ class Site:
         self.watched.wait_line(event.line)
         return event
 
-    def received(self, road: str) -> List[str]:
+    def received(self) -> List[str]:
         """The messages in the central server's file, without stamp, host and process."""
-        files = list(self.host.outer("/var/log/remote").glob(f"*/bayward-{road}.log"))
+        files = list(self.host.outer("/var/log/remote").glob("*/bayward-tls.log"))
         lines = [line for file in files for line in file.read_text(encoding="utf-8").splitlines()]
         heads = [re.match(r"\S+ \S+ bayward(\[\d+\])?:? ", line) for line in lines]
         assert None not in heads, lines
         return [line[head.end():] for line, head in zip(lines, heads) if head is not None]
 
-    def wait_received(self, road: str, text: str) -> None:
-        wait_until(lambda: text in self.received(road), f"message at the central server ({road})", 40, self.host)
+    def wait_received(self, text: str) -> None:
+        wait_until(lambda: text in self.received(), "message at the central server", 40, self.host)
 
 
 def openssl(folder: Path, *arguments: str) -> None:
@@ -187,12 +182,11 @@ def make_certificate(folder: Path, authority: str, name: str, prefix: str) -> No
 
 
 @pytest.fixture(scope="module", autouse=True)
-def modules_are_there() -> None:
-    """rsyslogd's modules for TLS and RELP are packages of their own."""
-    for module, package in (("lmnsd_gtls", "rsyslog-gnutls"), ("omrelp", "rsyslog-relp")):
-        if not glob.glob(f"/usr/lib/*/rsyslog/{module}.so") + glob.glob(f"/usr/lib*/rsyslog/{module}.so"):
-            reason = f"rsyslogd's module {module} is missing; install the package {package}."
-            pytest.fail(reason) if os.environ.get("CI") == "true" else pytest.skip(reason)
+def module_is_there() -> None:
+    """rsyslogd's module for TLS is a package of its own."""
+    if not glob.glob("/usr/lib/*/rsyslog/lmnsd_gtls.so") + glob.glob("/usr/lib*/rsyslog/lmnsd_gtls.so"):
+        reason = "rsyslogd's module lmnsd_gtls is missing; install the package rsyslog-gnutls."
+        pytest.fail(reason) if os.environ.get("CI") == "true" else pytest.skip(reason)
 
 
 @pytest.fixture(scope="module")
@@ -268,55 +262,38 @@ def test_mail_server_gets_each_message(site: Site) -> None:
 
 # ---- Forwarding ----
 
-@pytest.mark.parametrize("road, first", [("tls", 4), ("relp", 6)])
-def test_central_server_gets_what_was_reported_while_it_was_away(site: Site, road: str, first: int) -> None:
-    away = site.fail_drive(first)
-    with site.central(road):
+def test_central_server_gets_what_was_reported_while_it_was_away(site: Site) -> None:
+    away = site.fail_drive(4)
+    with site.central():
         for sentence in away.sentences():
-            site.wait_received(road, sentence)
-        there = site.fail_drive(first + 1)
-        site.wait_received(road, there.sentences()[0])
+            site.wait_received(sentence)
+        there = site.fail_drive(5)
+        site.wait_received(there.sentences()[0])
 
 
-@contextmanager
-def impostor(site: Site, road: str) -> Iterator[None]:
-    """The right authority, the wrong name: somebody else's server that answers in the central one's place."""
+def test_server_with_another_name_gets_nothing(site: Site) -> None:
+    """The right authority, the wrong name: somebody else's server that answers in the central one's place.
+
+    Nothing is lost by it: the right one gets the message.
+    """
     make_certificate(site.tls, "ca", "other.example.com", "central-")
     try:
-        with site.central(road):
-            yield
+        with site.central():
+            sentence = site.fail_drive(6).sentences()[0]
+            time.sleep(8)  # longer than the sender's pause between two trials
+            assert sentence not in site.received()
     finally:
         make_certificate(site.tls, "ca", "log.example.com", "central-")
-
-
-def test_server_with_another_name_gets_nothing_over_tls(site: Site) -> None:
-    """Nothing is lost by it: the right one gets the message."""
-    with impostor(site, "tls"):
-        sentence = site.fail_drive(8).sentences()[0]
-        time.sleep(8)  # longer than the sender's pause between two trials
-        assert sentence not in site.received("tls")
-    with site.central("tls"):
-        site.wait_received("tls", sentence)
-
-
-def test_server_with_another_name_gets_nothing_over_relp(site: Site) -> None:
-    """rsyslogd gives the road up and takes it again from its next start on."""
-    with impostor(site, "relp"):
-        sentence = site.fail_drive(9).sentences()[0]
-        time.sleep(8)  # longer than the sender's pause between two trials
-        assert sentence not in site.received("relp")
-    site.restart_rsyslogd()
-    with site.central("relp"):
-        site.wait_received("relp", site.fail_drive(12).sentences()[0])
+    with site.central():
+        site.wait_received(sentence)
 
 
 def test_test_event_takes_every_road(site: Site) -> None:
-    with site.central("tls"), site.central("relp"):
+    with site.central():
         done = site.watched.ctl("events", "--test", "443")
         assert done.returncode == 0, done.stderr
-        for road in ("tls", "relp"):
-            for sentence in Event(0x800081BB, ("CTRL(TEST by baywardctl)", "LD(TEST)")).sentences():
-                site.wait_received(road, f"{sentence} [TEST]")
+        for sentence in Event(0x800081BB, ("CTRL(TEST by baywardctl)", "LD(TEST)")).sentences():
+            site.wait_received(f"{sentence} [TEST]")
     wait_until(lambda: any("[TEST]" in body for body in bodies(site.sent)), "mail of the script", 30)
     wait_until(lambda: sum("[TEST]" in mail for mail in bodies(site.mails)) == 2, "mails", 30)
 
@@ -346,7 +323,7 @@ def command_of(file: Path, pattern: str) -> List[str]:
 
 
 def test_metrics_have_what_the_alert_rules_ask_for(site: Site, promtool: str) -> None:
-    site.control.call("fail-drive", 1, 10)
+    site.control.call("fail-drive", 1, 7)
     command = command_of(PROMETHEUS / "bayward-metrics.service", "^ExecStart=(.*)$")
     target = command[-1]
     made = site.host.run(["sh", "-c", f"mount -t tmpfs tmpfs /var/lib && mkdir -p {os.path.dirname(target)}"])
@@ -361,7 +338,7 @@ def test_metrics_have_what_the_alert_rules_ask_for(site: Site, promtool: str) ->
     assert asked - {"bayward_drive_life_left_ratio"} <= set(re.findall(r"^\w+", metrics, re.M))
     labels = set(re.findall(r"\$labels\.(\w+)", rules)) - {"instance", "item"}
     assert labels <= set(re.findall(r'(\w+)="', metrics))
-    place = re.escape(smart_disk(10).location)
+    place = re.escape(smart_disk(7).location)
     assert re.search(rf'^bayward_drive_level\{{[^}}]*location="{place}"[^}}]*\}} 2$', metrics, re.M), metrics
     checked = subprocess.run([promtool, "check", "metrics"], input=metrics, capture_output=True, text=True, check=False)
     assert (checked.returncode, checked.stdout + checked.stderr) == (0, "")
@@ -384,7 +361,7 @@ def test_unreadable_controller_is_in_the_metrics(site: Site) -> None:
 
 
 def test_nagios_check_is_critical_while_a_drive_is_failed(site: Site) -> None:
-    site.control.call("fail-drive", 1, 11)
+    site.control.call("fail-drive", 1, 8)
     command = command_of(RECIPES / "nagios/bayward-nrpe.cfg", r"^command\[check_bayward\]=/usr/bin/sudo -n (.*)$")
     allowed = command_of(RECIPES / "nagios/bayward-sudoers", r"NOPASSWD: (.*)$")
     assert command == allowed
