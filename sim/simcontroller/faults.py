@@ -7,14 +7,14 @@ import threading
 from typing import Any, Dict, List, Optional
 
 # Faults that take the place of an answer; the others spoil how it is delivered.
-ANSWERS = ("status", "not-ready", "missing", "body")
+ANSWERS = ("status", "not-ready", "missing", "body", "redirect")
 
 
 class Fault:
     """One armed fault.
 
-    kind: status, not-ready, missing, body (answers); drop-before, drop-during, hang-headers, hang-body, cut,
-    wire (deliveries). `pattern` is matched against the path without trailing slash, with and without its
+    kind: status, not-ready, missing, body, redirect (answers); drop-before, drop-during, hang-headers, hang-body, cut,
+    wire, trickle, close (deliveries). `pattern` is matched against the path without trailing slash, with and without its
     query, or with "METHOD " before it. `times` None: for ever.
     """
 
@@ -65,15 +65,16 @@ class FaultBoard:
                 return fault
             return None
 
-    def wait(self, fault: Fault) -> None:
-        """Hang as the fault says: its seconds, or until release or clear."""
+    def wait(self, fault: Fault) -> bool:
+        """Hang as the fault says: its seconds, or until release or clear. Whether it was one of these."""
         released = threading.Event()
         with self._lock:
             self._hanging.append(released)
-        released.wait(fault.seconds)
+        told = released.wait(fault.seconds)
         with self._lock:
             if released in self._hanging:
                 self._hanging.remove(released)
+        return told
 
     def release(self) -> int:
         """Let every answer that hangs go on; the number of them."""

@@ -156,6 +156,8 @@ class _Connection(BaseHTTPRequestHandler):
             return json_answer(503, errors.not_ready())
         if fault.kind == "missing":
             return json_answer(404, errors.missing(request.path))
+        if fault.kind == "redirect":
+            return Answer(fault.code, b"", (("Location", fault.text),))
         if fault.kind == "body" or fault.text:
             return Answer(fault.code, fault.text.encode("utf-8", "surrogateescape"))
         return json_answer(fault.code, errors.base("GeneralError"))
@@ -177,10 +179,22 @@ class _Connection(BaseHTTPRequestHandler):
             self.wfile.write(head + before + body[:half])
             self.server.faults.wait(spoiler)
             self.wfile.write(body[half:] + after)
+        elif kind == "trickle":
+            self._trickle(spoiler, head + before + body + after)
         else:
             if kind == "hang-headers":
                 self.server.faults.wait(spoiler)
             self.wfile.write(head + before + body + after)
+            if kind == "close":
+                self._end()
+
+    def _trickle(self, spoiler: Fault, data: bytes) -> None:
+        """One byte at a time, each as a TLS record of its own; the rest at once when told so."""
+        for index in range(len(data)):
+            self.wfile.write(data[index:index + 1])
+            if self.server.faults.wait(spoiler):
+                self.wfile.write(data[index + 1:])
+                return
 
     def _encode(self, answer: Answer) -> Tuple[bytes, bytes, bytes, bytes]:
         """Head, what frames the body on the left, the body, what frames it on the right."""

@@ -86,6 +86,14 @@ def _duration(value: Any) -> float:
     return float(seconds)
 
 
+def _header(value: Any) -> str:
+    """A text that may stand in a header."""
+    text = _text(value)
+    if not (text.isascii() and text.isprintable()):
+        raise ValueError(f"{value!r} is no printable ASCII text")
+    return text
+
+
 def _one_of(*words: str) -> Callable[[Any], str]:
     def read(value: Any) -> str:
         if value not in words:
@@ -166,6 +174,10 @@ VERBS: Dict[str, Verb] = {verb.name: verb for verb in (
     Verb("drop", (_PATTERN, Parameter("before|during", _one_of("before", "during")), _TIMES),
          "drop the connection before or during an answer"),
     Verb("cut", (_PATTERN, Parameter("BYTES", _whole(0, 10**9)), _TIMES), "drop the connection after BYTES of the body"),
+    Verb("redirect", (_PATTERN, Parameter("LOCATION", _header), _TIMES, Parameter("CODE", _whole(300, 399), True)),
+         "send the client elsewhere (308 unless CODE is given)"),
+    Verb("trickle", (_PATTERN, Parameter("SECONDS", _duration), _TIMES), "send an answer with SECONDS after each byte"),
+    Verb("close", (_PATTERN, _TIMES), "close the connection after a whole answer, unannounced"),
     Verb("faults", (), "the faults in force"),
     Verb("release", (), "let hanging answers go on"),
     Verb("clear-faults", (), "forget all faults and let hanging answers go on"),

@@ -8,6 +8,7 @@ import time
 
 import pytest
 from sim_rest import ARRAY, SYSTEM, Rest
+from simcontroller.errors import UseError
 
 ONCE = 1
 
@@ -101,6 +102,48 @@ def test_drop_during_the_answer_and_cut(start, connect, framing):
             assert error.value.partial == whole[:length]
         rest.close()
     assert rest.get(SYSTEM).body == whole
+
+
+@pytest.mark.parametrize("code", [(), (302,)])
+def test_redirect(sim, rest, code):
+    sim.control.call("redirect", SYSTEM, "https://192.0.2.9/elsewhere", ONCE, *code)
+    reply = rest.get(SYSTEM)
+    assert (reply.status, reply.headers["Location"], reply.body) == (code[0] if code else 308,
+                                                                     "https://192.0.2.9/elsewhere", b"")
+    assert rest.get(SYSTEM).status == 200
+
+
+@pytest.mark.parametrize("location", ["/a\r\nX: y", "/\u00e9"])
+def test_redirect_to_what_is_no_header_is_refused(sim, location):
+    with pytest.raises(UseError, match="LOCATION"):
+        sim.control.call("redirect", SYSTEM, location)
+
+
+def test_trickle_sends_the_whole_answer_byte_by_byte(sim, rest):
+    whole = rest.get(SYSTEM).body
+    sim.control.call("trickle", SYSTEM, 0.0002, ONCE)
+    began = time.monotonic()
+    assert rest.get(SYSTEM).body == whole
+    assert time.monotonic() - began >= 0.0002 * len(whole)
+
+
+def test_trickle_until_released(sim, rest):
+    sim.control.call("trickle", SYSTEM, 2)
+    threading.Timer(0.3, sim.control.call, ("release",)).start()
+    began = time.monotonic()
+    assert rest.get(SYSTEM).json["Id"] == "1"
+    assert 0.25 <= time.monotonic() - began < 2
+
+
+def test_close_after_a_whole_answer(sim, rest):
+    sim.control.call("close", SYSTEM, ONCE)
+    reply = rest.get(SYSTEM)
+    assert reply.json["Id"] == "1"
+    assert "Connection" not in reply.headers
+    with pytest.raises((ConnectionError, ssl.SSLError)):
+        rest.get(SYSTEM)
+    rest.close()
+    assert rest.get(SYSTEM).status == 200
 
 
 @pytest.mark.parametrize("where", ["headers", "body"])
