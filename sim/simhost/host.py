@@ -237,17 +237,19 @@ class SimHost:
     # The service
 
     def start_service(self, stand_alone: bool = True, faketime: Optional[str] = None,
-                      env: Optional[Mapping[str, str]] = None) -> "SimHost":
+                      env: Optional[Mapping[str, str]] = None,
+                      limits: Optional[Mapping[str, int]] = None) -> "SimHost":
         """Starts the service, in the foreground or detached.
 
         faketime   what libfaketime takes: "+0 x20" makes its clock and its waits twenty times as fast
         env        further variables
+        limits     resource limits from its start on, by their names in prlimit(1): {"nofile": 16}
         Its standard output and error are kept in service.out and service.err in the work folder.
         """
         if self._service is not None and self._service.running:
             raise HostError("the service runs already")
         self._service = Service(self._live(), self.runtime / "bayward", stand_alone,
-                                self.environment(env, faketime), self.work)
+                                self.environment(env, faketime), self.work, limits or {})
         return self
 
     @property

@@ -6,7 +6,7 @@ import os
 import signal
 import time
 from pathlib import Path
-from typing import Dict, List, Optional
+from typing import Dict, List, Mapping, Optional
 
 from .errors import HostError
 from .namespace import Namespace, Process, all_processes
@@ -18,15 +18,19 @@ class Service:
     """One run of the service, from its start to its end."""
 
     def __init__(self, namespace: Namespace, executable: Path, stand_alone: bool, env: Dict[str, str],
-                 folder: Path) -> None:
+                 folder: Path, limits: Mapping[str, int]) -> None:
         """Starts it; its standard output and error are added to service.out and service.err in `folder`.
 
+        limits   resource limits by their names in prlimit(1): "nofile", "as", "fsize", ...
         A detached service counts as started when its launcher has ended. It may have ended itself by then.
         """
         self._namespace = namespace
         self._executable = executable
         self.stand_alone = stand_alone
         argv = [str(executable)] + (["--stand-alone"] if stand_alone else [])
+        if limits:
+            # Gives way to the service, so that both are one process.
+            argv = ["prlimit", *(f"--{name}={value}" for name, value in limits.items()), *argv]
         before = set(namespace.ended())
         with open(os.devnull, "rb") as nothing, open(folder / "service.out", "ab") as out, \
                 open(folder / "service.err", "ab") as err:

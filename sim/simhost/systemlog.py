@@ -32,6 +32,15 @@ class SyslogEntry:
     def text(self, encoding: str = "utf-8") -> str:
         return self.message.decode(encoding, errors="replace")
 
+    @classmethod
+    def parse(cls, line: bytes) -> "SyslogEntry":
+        """The entry that a line of SystemLog.messages holds, for whoever follows the file himself."""
+        priority, facility, tag, message = line.split(b"\t", 3)
+        match = _TAG.match(tag.decode(errors="replace"))
+        identity, pid = (match["identity"], match["pid"]) if match else (tag.decode(errors="replace"), None)
+        return cls(int(priority), facility.decode(), identity, int(pid) if pid else None,
+                   message[1:] if message.startswith(b" ") else message)
+
 
 class SystemLog:
     """The folder of one rsyslogd: configuration, working files and output."""
@@ -53,12 +62,5 @@ class SystemLog:
             data = self.messages.read_bytes()
         except FileNotFoundError:
             return []
-        return [self._parse(line) for line in data.split(b"\n")[:-1]]  # what follows the last line feed is unfinished
-
-    @staticmethod
-    def _parse(line: bytes) -> SyslogEntry:
-        priority, facility, tag, message = line.split(b"\t", 3)
-        match = _TAG.match(tag.decode(errors="replace"))
-        identity, pid = (match["identity"], match["pid"]) if match else (tag.decode(errors="replace"), None)
-        return SyslogEntry(int(priority), facility.decode(), identity, int(pid) if pid else None,
-                           message[1:] if message.startswith(b" ") else message)
+        # What follows the last line feed is unfinished.
+        return [SyslogEntry.parse(line) for line in data.split(b"\n")[:-1]]

@@ -32,7 +32,7 @@ _MEGA_DRIVE: Dict[str, Any] = {
 
 
 class Command(NamedTuple):
-    """A command line that was run: the tool, its arguments, the folder it was run in, and when, by the clock it saw."""
+    """A command line that was run: the tool, its arguments, the folder it was run in, and when (seconds_up())."""
 
     tool: str
     arguments: List[str]

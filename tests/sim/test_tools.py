@@ -17,7 +17,7 @@ import pytest
 from sim_rest import SIM, ControllerProcess
 from simcontroller.errors import UseError
 from simtools import storcli
-from simtools.store import Store
+from simtools.store import Store, seconds_up
 from simtools.tools import Tools
 
 DIAG = ("ctrl", "all", "diag", "file=ADUReport.zip")
@@ -426,12 +426,12 @@ class TestFaults:
 
 class TestLog:
     def test_command_lines_stand_there_in_order_with_folder_and_time(self, bench: Bench) -> None:
-        before = time.time()
+        before = seconds_up()
         bench.storcli("show")
         bench.run("ssacli", "ctrl", "all", "diag", "file=a b\n\udcff.zip")
         first, second = bench.tools.commands()
         assert first.line == "storcli64 show" and first.folder == str(bench.folder)
-        assert before <= first.at <= second.at <= time.time() and first.pid != second.pid
+        assert before <= first.at <= second.at <= seconds_up() and first.pid != second.pid
         assert second.arguments == ["ctrl", "all", "diag", "file=a b\n\udcff.zip"]
         assert [command.tool for command in bench.tools.commands("ssacli")] == ["ssacli"]
         bench.tools.forget_commands()
