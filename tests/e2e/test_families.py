@@ -383,5 +383,5 @@ def test_services_end_well(servers: List[Server]) -> None:
     for server in servers:
         assert server.watched.stop() == 0
         server.watched.assert_reports()
-        assert server.watched.count_line("[ER]") == len(server.units)
+        assert len(server.watched.errors()) == len(server.units), server.watched.errors()
         assert server.watched.counters()["open_sessions"] == 0

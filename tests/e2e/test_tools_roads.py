@@ -189,5 +189,5 @@ def test_all_threads_side_by_side(start_sim: Callable) -> None:
         # It had ended before the stop.
         watched.stop_search(searching=False)
         watched.assert_reports()
-        assert watched.count_line("[ER]") == 1
+        assert len(watched.errors()) == 1, watched.errors()
         assert watched.count_line("Join thread for Media Error.") == 1

@@ -163,7 +163,7 @@ def test_natural_pace(natural: Watched) -> None:
     natural.sim.control.call("fail-drive", 2, 1)
     natural.expect(mega_disk(1, ssd=True).failed)
     assert natural.stop() == 0
-    assert natural.count_line("[ER]") == 0
+    assert natural.errors() == []
 
     def seconds(text: str, count: int = 1) -> float:
         stamp = natural.wait_line(text, 1, count)[:23]

@@ -131,5 +131,5 @@ def test_virtual_nic_is_verified_without_its_name(authority: Authority, watch: C
                         "--ready-file", str(watched.host.work / "nic-ready")])
     wait_until((watched.host.work / "nic-ready").exists, "controller", 20)
     watched.start().wait_line(MONITORED)
-    assert watched.count_line("[ER]") == 0
+    assert watched.errors() == []
     assert watched.reasons() == []

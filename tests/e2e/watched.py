@@ -311,6 +311,10 @@ class Watched:
     def count_line(self, text: str) -> int:
         return sum(text in line for line in self.trace())
 
+    def errors(self) -> List[str]:
+        """The error lines of the trace log."""
+        return [line for line in self.trace() if "[ER]" in line]
+
     # Walks
 
     def counters(self) -> Dict[str, Any]:
