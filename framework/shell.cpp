@@ -11,7 +11,9 @@
 #include <cerrno>
 #include <optional>
 #include <utility>
+#include <vector>
 
+#include "child-environment.h"
 #include "file-descriptor.h"
 
 namespace {
@@ -28,6 +30,12 @@ constexpr std::size_t kReadBuffer = 64 * 1024;
 
 // Starts /bin/sh in a process group of its own. `output` becomes its standard output unless it is -1.
 std::optional<pid_t> Spawn(std::string command, int output) {
+    std::vector<std::string> variables = tovaserverutil::ChildEnvironment(environ);
+    std::vector<char*> environment;
+    for (std::string& variable : variables) {
+        environment.push_back(variable.data());
+    }
+    environment.push_back(nullptr);
     posix_spawn_file_actions_t actions;
     if (posix_spawn_file_actions_init(&actions) != 0) {
         return std::nullopt;
@@ -54,7 +62,7 @@ std::optional<pid_t> Spawn(std::string command, int output) {
         char shell[] = "sh";
         char option[] = "-c";
         char* const arguments[] = {shell, option, command.data(), nullptr};
-        result = posix_spawn(&pid, "/bin/sh", &actions, &attributes, arguments, environ);
+        result = posix_spawn(&pid, "/bin/sh", &actions, &attributes, arguments, environment.data());
     }
     posix_spawnattr_destroy(&attributes);
     posix_spawn_file_actions_destroy(&actions);

@@ -31,9 +31,10 @@ public:
 };
 
 // The real one. Children start with an empty signal mask, default signal dispositions, standard input from
-// /dev/null and a process group of their own; past the deadline the group is ended (SIGTERM, then SIGKILL). A
-// descendant that outlives the shell and keeps the output open does not hold the caller up. Any thread may
-// use it; never throws but std::bad_alloc.
+// /dev/null, a process group of their own and this process's environment without what would change the
+// meaning of a command (PATH: its absolute folders and the system's); past the deadline the group is ended
+// (SIGTERM, then SIGKILL). A descendant that outlives the shell and keeps the output open does not hold the
+// caller up. Any thread may use it; never throws but std::bad_alloc.
 class ShellRunner : public CommandRunner {
 public:
     CommandResult Capture(const std::string& command, std::chrono::milliseconds deadline) override;

@@ -5,7 +5,10 @@
 #include <sys/wait.h>
 
 #include <chrono>
+#include <cstdlib>
+#include <filesystem>
 #include <fstream>
+#include <optional>
 #include <thread>
 
 #include "test-io.h"
@@ -223,6 +226,54 @@ TEST(ShellRunner, CallerWithoutStandardStreams_StillCaptures) {
     int status = -1;
     waitpid(child, &status, 0);
     EXPECT_EQ(status, 0);
+}
+
+class Variable {
+public:
+    Variable(const char* name, const std::string& value) : m_name(name) {
+        if (const char* const before = std::getenv(name)) {
+            m_before = before;
+        }
+        setenv(name, value.c_str(), 1);
+    }
+    ~Variable() { m_before ? setenv(m_name, m_before->c_str(), 1) : unsetenv(m_name); }
+    Variable(const Variable&) = delete;
+    Variable& operator=(const Variable&) = delete;
+
+private:
+    const char* m_name;
+    std::optional<std::string> m_before;
+};
+
+TEST(ShellRunner, RelativeFoldersOnThePath_AreNoPlacesForTools) {
+    const TestRoot folder;
+    folder.Write("dmidecode", "#!/bin/sh\necho planted\n");
+    folder.Write("bin/dmidecode", "#!/bin/sh\necho installed\n");
+    for (const char* const program : {"/dmidecode", "/bin/dmidecode"}) {
+        std::filesystem::permissions(folder.path() + program, std::filesystem::perms::owner_all);
+    }
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::current_path(folder.path());
+    const Variable path("PATH", ".::bin:" + folder.path() + "/bin");
+    const std::string output = ShellRunner().Capture("dmidecode", kLong).output;
+    std::filesystem::current_path(before);
+    EXPECT_EQ(output, "installed\n");
+}
+
+TEST(ShellRunner, EmptyPath_IsTheSystems) {
+    const Variable path("PATH", "");
+    EXPECT_EQ(ShellRunner().Capture("echo $PATH", kLong).output, "/usr/sbin:/usr/bin:/sbin:/bin\n");
+}
+
+TEST(ShellRunner, VariablesThatChangeWhatAShellDoes_DoNotReachIt) {
+    const Variable function("BASH_FUNC_unzip%%", "() { echo planted; }");
+    const Variable options("UNZIPOPT", "-:");
+    const Variable start("ENV", "/tmp/planted");
+    const Variable other("BAYWARD_TEST_VARIABLE", "kept");
+    const std::string variables = ShellRunner().Capture("env", kLong).output;
+    EXPECT_THAT(variables, testing::Not(testing::HasSubstr("planted")));
+    EXPECT_THAT(variables, testing::Not(testing::HasSubstr("UNZIPOPT")));
+    EXPECT_THAT(variables, testing::HasSubstr("BAYWARD_TEST_VARIABLE=kept\n"));
 }
 
 // With SIGCHLD ignored the kernel keeps no exit status; the call must return all the same.
