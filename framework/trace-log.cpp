@@ -1,12 +1,14 @@
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/time.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <ctime>
-#include <memory>
 
+#include "file-descriptor.h"
 #include "local-time.h"
 #include "server-util.h"
 
@@ -38,6 +40,12 @@ std::size_t Stamp(char* buffer, std::size_t size, bool milliseconds) {
     return static_cast<std::size_t>(length);
 }
 
+// One call is one line, whatever an account's name or a URL holds.
+void ReplaceControls(char* text, std::size_t length) {
+    std::replace_if(
+        text, text + length, [](unsigned char byte) { return byte < ' ' || byte == 0x7F; }, '?');
+}
+
 }  // namespace
 
 namespace tovaserverutil {
@@ -64,7 +72,9 @@ bool TraceLog::vWrite(const char* format, va_list args) {
     const std::size_t room = kLineBytes - length;  // for the message and its NUL, which becomes the line feed
     const int wanted = std::vsnprintf(line + length, room, format, args);
     if (wanted > 0) {
-        length += std::min(static_cast<std::size_t>(wanted), room - 1);
+        const std::size_t written = std::min(static_cast<std::size_t>(wanted), room - 1);
+        ReplaceControls(line + length, written);
+        length += written;
     }
     line[length++] = '\n';
 
@@ -89,9 +99,15 @@ void TraceLog::Append(const char* line, std::size_t length) {
         }
         std::rename(m_path, backup);  // when it fails, the line goes to the old file
     }
-    const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(m_path, "a+e"), &std::fclose);
-    if (file != nullptr) {
-        std::fwrite(line, 1, length, file.get());
+    // Whoever may write the folder could lay a link there and have root write to its target, or a pipe that
+    // nobody reads and that would stop every thread. (Folders above it may be links.)
+    constexpr int kFlags = O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+    constexpr mode_t kMode = S_IRUSR | S_IWUSR | S_IRGRP | S_IROTH;
+    const FileDescriptor file(open(m_path, kFlags, kMode));
+    if (!file.valid() || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
+        return;
+    }
+    while (write(file.get(), line, length) < 0 && errno == EINTR) {
     }
 }
 

@@ -176,16 +176,16 @@ private:
 };
 
 // Appends time-stamped lines to a file that is kept below a size limit, with one backup ending ".bak". Any
-// thread may write; lines never interleave. File-system problems drop the line and never reach the caller;
-// only a failing lock throws (TOVAExcpt). The folder must exist.
+// thread may write; lines never interleave. File-system problems, also a link in the file's place, drop the
+// line; only a failing lock throws (TOVAExcpt). The folder must exist.
 class TraceLog {
 public:
     TraceLog(const std::string& path, std::uint64_t sizeLimitBytes, bool milliseconds);
     TraceLog(const TraceLog&) = delete;
     TraceLog& operator=(const TraceLog&) = delete;
 
-    // Appends one line. Longer messages are cut so that stamp, message and line feed fit 2046 bytes. Returns
-    // the result of releasing the lock; false when the time could not be taken.
+    // Appends one line, control characters as "?", cut so that stamp, message and line feed fit 2046 bytes.
+    // Returns the result of releasing the lock; false when the time could not be taken.
     bool Write(const char* format, ...) __attribute__((format(printf, 2, 3)));
     bool vWrite(const char* format, va_list args) __attribute__((format(printf, 2, 0)));
 

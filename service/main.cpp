@@ -1,4 +1,5 @@
 // Process entry: a foreground run with --stand-alone as the first argument, a daemon otherwise.
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -7,9 +8,16 @@
 
 namespace {
 constexpr const char* kStandAloneOption = "--stand-alone";
+
+// Whatever the launcher allowed: nobody but root writes what the service and its tools leave behind, some of
+// which the service reads again.
+void KeepOthersFromWriting() {
+    umask(umask(S_IWGRP | S_IWOTH) | S_IWGRP | S_IWOTH);
 }
+}  // namespace
 
 int main(int argc, char** argv) {
+    KeepOthersFromWriting();
     const bool standAlone = argc > 1 && std::strcmp(argv[1], kStandAloneOption) == 0;
     if (!standAlone && daemon(0, 0) != 0) {
         return -1;

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <ctime>
+#include <filesystem>
 #include <limits>
 #include <regex>
 #include <sstream>
@@ -300,6 +301,46 @@ TEST_F(TraceLogTest, LogCurrentException_WritesOneLineByKind) {
                                              "<VK0902> [ER] unit 12 (Err: what 100%)",
                                              "<VK0902> [ER] unit 12 (Err: Unknown)",
                                              "<VK0902> [ER] unit 12 (Err: Unknown)"));
+}
+
+TEST_F(TraceLogTest, ControlCharacters_CannotForgeALine) {
+    TraceLog log(Path(), kNoLimit, true);
+    log.Write("<VK0900> [TR] name=%s", "a\n2026/01/01 00:00:00.000 <VK0900> [TR] b\r\x1b[31m\x7f\t\xc3\xa4");
+    EXPECT_EQ(WithoutStamp(Current()),
+              "<VK0900> [TR] name=a?2026/01/01 00:00:00.000 <VK0900> [TR] b??[31m??\xc3\xa4\n");
+}
+
+TEST_F(TraceLogTest, LinkInTheFilesPlace_IsNotWrittenThrough) {
+    root.Write("precious", "");
+    std::filesystem::create_symlink(root / "precious", Path());
+    TraceLog(Path(), kNoLimit, true).Write("text");
+    EXPECT_EQ(root.Read("precious"), "");
+}
+
+TEST_F(TraceLogTest, LinkInTheFoldersPlace_IsFollowed) {
+    std::filesystem::create_directory(root / "elsewhere");
+    std::filesystem::create_directory_symlink("elsewhere", root / "folder");
+    TraceLog(root / "folder/bayward.log", kNoLimit, true).Write("text");
+    EXPECT_EQ(WithoutStamp(root.Read("elsewhere/bayward.log")), "text\n");
+}
+
+TEST_F(TraceLogTest, PipeThatNobodyReadsInTheFilesPlace_DoesNotStopTheThread) {
+    ASSERT_EQ(mkfifo(Path().c_str(), 0600), 0);
+    TraceLog log(Path(), kNoLimit, true);
+    constexpr int kMoreThanAPipeHolds = 100;
+    for (int line = 0; line < kMoreThanAPipeHolds; ++line) {
+        log.Write("%s", std::string(2000, 'x').c_str());
+    }
+    EXPECT_TRUE(std::filesystem::is_fifo(Path()));
+}
+
+TEST_F(TraceLogTest, NewFile_IsWritableByItsOwnerAlone) {
+    const mode_t before = umask(0);
+    TraceLog(Path(), kNoLimit, true).Write("text");
+    umask(before);
+    struct stat status {};
+    ASSERT_EQ(stat(Path().c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777u, 0644u);
 }
 
 }  // namespace
