@@ -8,6 +8,9 @@ from _bayward_outcome import OTHER, REFUSED, Answer, Deadline, Failure
 from _bayward_shaping import member, parse_object, shaped_text
 
 GET_SECONDS = 45.0  # one whole get, with renewed session, redirects and look-ups
+# Texts handed out in one walk over the systems. 200 drives have some 300,000 bytes; a controller that lists storage
+# without end would fill this server's memory.
+MAX_WALK_BYTES = 16 * 1024 * 1024
 
 _MISSING = "ResourceMissingAtURI"
 _MARKERS = ("ResourceNotReadyRetry", _MISSING)  # the caller waits on these and asks again
@@ -23,6 +26,7 @@ class Resources:
         self._session = session
         # System path -> lower-case names of the storage families its resource links to; of one walk over the systems.
         self._families: dict[str, frozenset[str]] = {}
+        self._walked = 0  # bytes of texts handed out since the walk began
 
     def get(self, path: str) -> str:
         """The shaped text of a resource, or of the error answer when it holds a marker. Raises Failure for all else."""
@@ -31,11 +35,15 @@ class Resources:
         deadline = Deadline(GET_SECONDS)
         if _SYSTEMS.fullmatch(path):
             self._families.clear()
+            self._walked = 0
         answer = self._session.fetch(path, deadline)
         if answer.status == 401:
             raise Failure(REFUSED, f"The controller refused GET {path} although the log-in succeeded; "
                                    "check the account's privileges.")
         text = shaped_text(self._object(path, answer))
+        self._walked += len(text)
+        if self._walked > MAX_WALK_BYTES:
+            raise Failure(OTHER, f"The controller lists storage of more than {MAX_WALK_BYTES} bytes.")
         if answer.succeeded():
             return text
         if _MISSING in text and self._is_absent_storage(path, deadline):

@@ -9,8 +9,10 @@ import sys
 import pytest
 from conftest import MODULE_FOLDER
 
+import _bayward_resources
 import _bayward_shaping
 import _bayward_transport
+from _bayward_outcome import OTHER, Answer, Failure
 
 PROGRAM = """
 import sys
@@ -105,3 +107,27 @@ def test_long_text_costs_little(name, text):
     body = f'{{"{name}":"{text * (1_000_000 // len(text.encode()))}"}}'.encode()
     taken, peak = cost(body)
     assert taken and peak < 24 * 1024
+
+
+class Endless:
+    """A session with a controller that lists one drive after the other, for ever."""
+
+    def fetch(self, path, _deadline):
+        return Answer(200, json.dumps({"@odata.id": path, "Model": "x" * 1000}).encode())
+
+
+def test_storage_without_end_is_given_up_and_the_next_walk_begins_afresh():
+    resources = _bayward_resources.Resources(Endless())
+    for _ in range(2):
+        taken = len(resources.get("/redfish/v1/Systems/"))
+        with pytest.raises(Failure) as raised:
+            for number in range(_bayward_resources.MAX_WALK_BYTES // 1000):
+                taken += len(resources.get(f"/redfish/v1/Systems/1/Storage/1/Drives/{number}"))
+        assert raised.value.code == OTHER
+        assert _bayward_resources.MAX_WALK_BYTES - 2000 < taken <= _bayward_resources.MAX_WALK_BYTES
+
+
+def test_the_storage_of_a_large_server_is_a_small_part_of_a_walk():
+    drives = expanded_drives(200)["Members"]
+    texts = [_bayward_shaping.shaped_text(drive) for drive in drives]
+    assert 10 * sum(map(len, texts)) < _bayward_resources.MAX_WALK_BYTES
