@@ -1,0 +1,58 @@
+"""The simulated controller of a run, which may be restarted, and how often it was walked over."""
+
+from __future__ import annotations
+
+from pathlib import Path
+from typing import Any, Optional
+
+from soaklogs import Tail
+from soakworld import OPTIONS
+from watched import ControllerProcess
+
+_WALK = " GET /redfish/v1/Systems/ "
+_IDLE_SECONDS = "120"  # sessions that nobody uses end then
+
+
+class Server:
+    """Restarts look like the same controller to its clients: address, certificate and account stay."""
+
+    def __init__(self, folder: Path) -> None:
+        folder.mkdir()
+        self._folder = folder
+        self._listen = "127.0.0.1:0"
+        self._process: Optional[ControllerProcess] = None
+        self._requests = Tail(folder / "requests.log")
+        self._walks = 0
+        self.most_sessions = 0
+        self.start()
+        self._listen = f"127.0.0.1:{self.process.port}"
+
+    @property
+    def process(self) -> ControllerProcess:
+        assert self._process is not None, "the controller is stopped"
+        return self._process
+
+    def start(self) -> None:
+        """Starts it as new: it has forgotten everything that was done to it."""
+        self._process = ControllerProcess(*OPTIONS, "--session-timeout", _IDLE_SECONDS, listen=self._listen,
+                                          folder=self._folder).start()
+
+    def stop(self) -> None:
+        if self._process is not None:
+            self._process.stop()
+        self._process = None
+
+    def call(self, verb: str, *arguments: Any) -> Any:
+        return self.process.control.call(verb, *arguments)
+
+    def walks(self) -> int:
+        """How many walks over the storage have begun; each begins with one request."""
+        self._walks += sum(_WALK in line for line in self._requests.lines())
+        return self._walks
+
+    def sessions(self) -> int:
+        """How many sessions are open now."""
+        found = int(self.call("counters")["open_sessions"])
+        self.call("reset-counters")  # they count each session's own address
+        self.most_sessions = max(self.most_sessions, found)
+        return found

@@ -1,0 +1,220 @@
+"""The soak finds what it looks for."""
+
+import random
+from collections import Counter
+from pathlib import Path
+from typing import Any
+
+import pytest
+import soak
+from soaklogs import Journal, Tail, Violation
+from soakmodule import ModuleLoads
+from soakserver import Server
+from soakvitals import Vitals
+from soakworld import (FAILED, GOOD, MEGA, OFFLINE, PREDICTED, SMART, Condition, Drive, Volume, World, blank, drives,
+                       known_events, random_change, transitions)
+from watched import bin_dir
+
+import simhost
+
+ABSENT = Condition(present=False)
+STAMP = "2026/11/21 10:00:00.000 "
+
+
+# ---- Logs ----
+
+def test_tail_gives_each_complete_line_once_and_follows_a_rotation(tmp_path: Path) -> None:
+    log, backup = tmp_path / "log", tmp_path / "log.bak"
+    tail = Tail(log, backup)
+    assert tail.lines() == []
+    log.write_text("a\nb")
+    assert tail.lines() == ["a"]
+    with log.open("a") as file:
+        file.write("\nc\n")
+    log.rename(backup)
+    assert tail.lines() == ["b", "c"]
+    log.write_text("d\n")
+    assert tail.lines() == ["d"]
+    assert tail.lines() == []
+
+
+def test_tail_tells_that_lines_were_lost(tmp_path: Path) -> None:
+    log, backup = tmp_path / "log", tmp_path / "log.bak"
+    tail = Tail(log, backup)
+    log.write_text("a\n")
+    assert tail.lines() == ["a"]
+    for text in ("b\n", "c\n"):
+        log.replace(backup)
+        log.write_text(text)
+    with pytest.raises(Violation, match="lines of it are lost"):
+        tail.lines()
+
+
+@pytest.fixture
+def logs(tmp_path: Path) -> Path:
+    for name in ("trace", "syslog"):
+        (tmp_path / name).touch()
+    return tmp_path
+
+
+def journal(logs: Path) -> Journal:
+    return Journal(Tail(logs / "trace"), Tail(logs / "syslog"), known_events())
+
+
+def tell(log: Path, line: str) -> None:
+    with log.open("a") as file:
+        file.write(f"{line}\n")
+
+
+def test_event_stands_in_both_logs(logs: Path) -> None:
+    found, event = journal(logs), Drive(SMART, 1).disk.failed
+    tell(logs / "trace", STAMP + event.line)
+    assert not found.logs_agree()
+    for sentence in event.sentences():
+        assert not found.logs_agree()
+        assert sentence in found.disagreement()
+        tell(logs / "syslog", f"3\tdaemon\tbayward[1]:\t {sentence}")
+    assert found.logs_agree()
+    assert found.events == [event]
+    tell(logs / "syslog", f"3\tdaemon\tbayward[1]:\t {event.sentences()[0]}")
+    assert not found.logs_agree()
+
+
+@pytest.mark.parametrize("line", [
+    STAMP + Drive(SMART, 1).disk.failed.line.replace("1I:1:1", "1I:1:9"), Drive(SMART, 1).disk.failed.line])
+def test_line_that_nothing_explains_is_a_violation(logs: Path, line: str) -> None:
+    tell(logs / "trace", line)
+    with pytest.raises(Violation, match="The trace log before:\n    " ):
+        journal(logs).poll()
+
+
+def test_journal_follows_the_log_in(logs: Path) -> None:
+    found = journal(logs)
+    mark = found.mark()
+    for line, away in (("<VK0956> [ER] Failed to initialize RaidManager.", True),
+                       ("<VK0950> [TR] Initializing RaidManager succeed.", False),
+                       ("<VK0954> [ER] Login to iLO was failed.", True)):
+        tell(logs / "trace", STAMP + line)
+        found.poll()
+        assert found.away == away
+    assert found.mark() == (mark.events, 1, 1, 1)
+    assert not found.errors
+
+
+# ---- Which events a change makes ----
+
+def after(*changes: Any) -> World:
+    world = World()
+    for item, condition in changes:
+        world.items[item] = condition
+    return world
+
+
+SSD, HDD = Drive(MEGA, 1), Drive(MEGA, 3)
+
+
+@pytest.mark.parametrize("before, now, expected", [
+    ([], [], []),
+    ([], [(HDD, Condition(status=FAILED))], [HDD.disk.failed]),
+    ([(HDD, Condition(status=FAILED))], [(HDD, Condition(status=FAILED))], []),
+    ([(HDD, Condition(status=FAILED))], [(HDD, Condition(status=PREDICTED))], [HDD.disk.predicted]),
+    ([(HDD, Condition(status=FAILED))], [], []),
+    ([], [(SSD, Condition(used=97, status=FAILED))], [SSD.disk.failed, SSD.disk.worn_95]),
+    ([(SSD, Condition(used=97))], [(SSD, Condition(used=85))], [SSD.disk.worn_80]),
+    ([(SSD, Condition(used=85))], [(SSD, Condition(used=60))], []),
+    ([], [(HDD, ABSENT)], [HDD.disk.failed]),
+    ([(HDD, Condition(status=FAILED))], [(HDD, ABSENT)], [HDD.disk.failed]),
+    ([(HDD.volume, ABSENT)], [(HDD.volume, ABSENT), (HDD, ABSENT)], []),
+    ([(HDD, ABSENT)], [(HDD, Condition(status=FAILED))], [HDD.disk.failed]),
+    ([], [(Drive(SMART, 3), ABSENT)], []),
+    ([], [(Volume(MEGA, 1), Condition(status=OFFLINE))], [Volume(MEGA, 1).offline]),
+    ([], [(Volume(MEGA, 1), ABSENT)], []),
+    ([], [(Volume(MEGA, 1), ABSENT), (Drive(MEGA, 1), ABSENT)], [Drive(MEGA, 1).disk.failed]),
+    ([], [(Volume(MEGA, 1), ABSENT), (Drive(MEGA, 1), ABSENT), (Drive(MEGA, 2), ABSENT)],
+     [Drive(MEGA, 1).disk.failed, Drive(MEGA, 2).disk.failed, Volume(MEGA, 1).offline]),
+])
+def test_transitions(before: Any, now: Any, expected: Any) -> None:
+    assert transitions(after(*before), after(*now)) == Counter(expected)
+
+
+def test_controller_that_comes_back_tells_everything_it_has() -> None:
+    world = after(*((drive, Condition(status=FAILED)) for drive in drives(SMART)))
+    assert transitions(blank(), world) == Counter(drive.disk.failed for drive in drives(SMART))
+    assert transitions(world, blank()) == Counter()
+
+
+def test_changes_follow_from_the_seed() -> None:
+    def some(seed: int) -> Any:
+        world, rng = World(), random.Random(seed)
+        return [random_change(world, rng.choice(list(world.items)), rng) for _ in range(50)]
+
+    assert some(1) == some(1) != some(2)
+    assert {change.condition.status for change in some(1)} == {GOOD, FAILED, PREDICTED, OFFLINE}
+
+
+def test_loads_of_the_module_are_counted(tmp_path: Path) -> None:
+    loads = ModuleLoads(tmp_path)
+    for name in ("baywardilorest.py", "_bayward_wire.py", "bayward.msg", "__pycache__/baywardilorest.cpython-311.pyc"):
+        (tmp_path / name).touch()
+    before = loads.count()
+    for name in ("baywardilorest.py", "_bayward_wire.py", "bayward.msg", "__pycache__/baywardilorest.cpython-311.pyc"):
+        (tmp_path / name).read_bytes()
+    assert loads.count() - before == 2
+    loads.close()
+
+
+# ---- Runs ----
+
+needs_host = pytest.mark.skipif(simhost.missing(faketime=True) is not None, reason=str(simhost.missing(faketime=True)))
+
+
+def run(cycles: int) -> int:
+    return soak.main([str(cycles), "--seed", "7", "--bin", str(bin_dir())])
+
+
+@needs_host
+def test_good_service_passes(capsys: pytest.CaptureFixture) -> None:
+    assert run(30) == 0
+    told = capsys.readouterr().out
+    assert "BROKEN" not in told and "seed              7" in told
+
+
+@needs_host
+def test_change_that_is_not_reported_breaks_the_run(monkeypatch: pytest.MonkeyPatch,
+                                                    capsys: pytest.CaptureFixture) -> None:
+    """To the run it is the same whether the service says nothing or the controller shows nothing."""
+    call = Server.call
+
+    def forgetful(self: Server, verb: str, *arguments: Any) -> Any:
+        return None if verb.startswith("fail-") else call(self, verb, *arguments)
+
+    monkeypatch.setattr(Server, "call", forgetful)
+    assert run(300) == 1
+    assert "The events are not those that the changes make:\nmissing (1)" in capsys.readouterr().out
+
+
+@needs_host
+def test_growing_memory_breaks_the_run(monkeypatch: pytest.MonkeyPatch, capsys: pytest.CaptureFixture) -> None:
+    monkeypatch.setattr("soakvitals.GROWTH_KIB", 0)
+    assert run(20) == 1
+    assert "Memory has grown" in capsys.readouterr().out
+
+
+def test_no_more_archives_than_allowed(tmp_path: Path) -> None:
+    class Host:
+        log_dir = tmp_path
+
+    class Watched:
+        host = Host()
+
+    class Told:
+        @staticmethod
+        def violation(text: str) -> Violation:
+            return Violation(text)
+
+    vitals = Vitals(Watched(), Told(), 0)  # type: ignore[arg-type]
+    for number in range(12):
+        vitals.look_at_files()
+        (tmp_path / f"serial_log_20261121_0000{number:02}.zip").touch()
+    with pytest.raises(Violation, match="There are 12 archives; 11 are allowed"):
+        vitals.look_at_files()
