@@ -18,3 +18,8 @@ else()
                                                    $<$<CONFIG:Release>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>)
     target_link_options(bayward_flags INTERFACE -Wl,-z,relro,-z,now)
 endif()
+if(BAYWARD_BUILD_FUZZERS)
+    # The fuzzer sees which code its inputs reach.
+    target_compile_options(bayward_flags INTERFACE -fsanitize=fuzzer-no-link)
+    target_link_options(bayward_flags INTERFACE -fsanitize=fuzzer-no-link)
+endif()
