@@ -13,6 +13,7 @@ from __future__ import annotations
 import argparse
 import os
 import random
+import signal
 import sys
 import tempfile
 import time
@@ -149,6 +150,7 @@ def main(argv: Optional[Sequence[str]] = None) -> int:
     if reason is not None:
         print(f"soak: {reason}", file=sys.stderr)
         return 1
+    signal.signal(signal.SIGTERM, signal.default_int_handler)  # what was started is ended, as after Ctrl+C
     os.environ["BAYWARD_BIN"] = str(args.bin.resolve())
     seed = args.seed if args.seed is not None else random.SystemRandom().randrange(10**6)
     print(f"seed              {seed}", flush=True)

@@ -194,6 +194,23 @@ def test_change_that_is_not_reported_breaks_the_run(monkeypatch: pytest.MonkeyPa
 
 
 @needs_host
+def test_change_that_the_run_does_not_know_of_breaks_it(monkeypatch: pytest.MonkeyPatch,
+                                                        capsys: pytest.CaptureFixture) -> None:
+    """It makes an event too many, or, when it fell into a lost log-in, hides the one that was to come."""
+    call = Server.call
+
+    def meddling(self: Server, verb: str, *arguments: Any) -> Any:
+        if verb == "release":
+            call(self, "fail-drive", MEGA, 3)
+        return call(self, verb, *arguments)
+
+    monkeypatch.setattr(Server, "call", meddling)
+    assert run(300) == 1
+    told = capsys.readouterr().out.split("The events are not those that the changes make:\n", 1)[1]
+    assert told.startswith((f"too much (1): {HDD.disk.failed.line}\n", f"missing (1): {HDD.disk.failed.line}\n"))
+
+
+@needs_host
 def test_growing_memory_breaks_the_run(monkeypatch: pytest.MonkeyPatch, capsys: pytest.CaptureFixture) -> None:
     monkeypatch.setattr("soakvitals.GROWTH_KIB", 0)
     assert run(20) == 1
