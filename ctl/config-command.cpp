@@ -8,6 +8,7 @@
 #include "account-text.h"
 #include "config-findings.h"
 #include "config-surroundings.h"
+#include "config-trust.h"
 #include "config-value.h"
 #include "ctl-error.h"
 #include "file-reading.h"
@@ -215,6 +216,7 @@ Surroundings ConfigCommand::Look() const {
         found.findings.push_back({0, Finding::Level::kError, Unreadability(failure, m_isServices), {}});
     }
     LookAtSystem(m_doors.root, m_doors.user, found);
+    LookAtTrust(m_doors.root, m_doors.programFolder, found);
     // Those about lines first, in the order of the lines.
     std::stable_sort(
         found.findings.begin(), found.findings.end(), [](const Finding& one, const Finding& other) {

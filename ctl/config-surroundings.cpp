@@ -11,6 +11,7 @@
 #include <memory>
 
 #include "account-text.h"
+#include "config-trust.h"
 #include "controller-access.h"
 #include "ctl-error.h"
 #include "file-reading.h"
@@ -132,6 +133,7 @@ void CheckCaFile(const std::string& root, uid_t user, const ConfigText& text, co
             throw Unreadable{0, "it is no absolute path"};
         }
         TryCaFile(root + path);
+        CheckOnlyRootChanges(root, root + path, found);
     } catch (const Unreadable& failure) {
         if (IsForbidden(failure.error, user)) {
             found.notChecked.push_back("the CA file");

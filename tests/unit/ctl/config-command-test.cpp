@@ -207,6 +207,9 @@ TEST_F(ConfigCommandTest, CheckByAnotherUser_SaysWhatWasNotLookedAt) {
     EXPECT_EQ(messages.str(), file + ": nothing to complain about\n");
     root.Write("etc/.TARNiLO0", "x");
     root.Write("etc/.TARNiLO1", "x");
+    for (const char* const name : {"etc/.TARNiLO0", "etc/.TARNiLO1"}) {
+        ASSERT_EQ(chmod((root / name).c_str(), S_IRUSR | S_IWUSR), 0);
+    }
     EXPECT_EQ(Check(), 0);
     EXPECT_EQ(messages.str(), "Not checked as this user: the account files; run the command with sudo.\n" +
                                   file + ": nothing to complain about\n");
@@ -215,6 +218,20 @@ TEST_F(ConfigCommandTest, CheckByAnotherUser_SaysWhatWasNotLookedAt) {
     EXPECT_EQ(Check(), 1);
     EXPECT_THAT(out.str(), HasSubstr("or emptied when that cannot be deciphered"));
     EXPECT_THAT(Show(ConfigCommand::Format::kTable), HasSubstr("if it can be deciphered"));
+}
+
+TEST_F(ConfigCommandTest, CheckOfWhatOthersMayWrite_WarnsWithItsName) {
+    root.Write("ca.pem", kCertificate);
+    Configure("[iLo]\nca file=/ca.pem\n");
+    EXPECT_EQ(Check(), 0);
+    for (const char* const place : {"ca.pem", "etc/opt/tarn", "var/log/bayward"}) {
+        std::filesystem::permissions(root / place, std::filesystem::perms::others_write,
+                                     std::filesystem::perm_options::add);
+        EXPECT_EQ(Check(), 1);
+        EXPECT_THAT(out.str(), StartsWith((root / place) + ": warning: others than root may write it"));
+        std::filesystem::permissions(root / place, std::filesystem::perms::others_write,
+                                     std::filesystem::perm_options::remove);
+    }
 }
 
 // ---- CA file ----

@@ -1,0 +1,141 @@
+#include "config-trust.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <system_error>
+
+#include "ilo-account.h"
+#include "service-param.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* kTraceLog = "/bayward.log";
+constexpr const char* kTestInput = "/KMT_ADUReport_test";
+constexpr const char* kTools[] = {"/opt/smartstorageadmin/ssacli/bin/ssacli",
+                                  "/opt/MegaRAID/storcli/storcli64"};
+
+// Root's user and group, and those of the root folder, which in production are the same.
+class Root {
+public:
+    explicit Root(const std::string& root) {
+        if (stat((root + "/").c_str(), &m_folder) != 0) {
+            m_folder = {};
+        }
+    }
+    bool IsUser(uid_t user) const { return user == 0 || user == m_folder.st_uid; }
+    bool IsGroup(gid_t group) const { return group == 0 || group == m_folder.st_gid; }
+
+private:
+    struct stat m_folder {};
+};
+
+void Warn(const std::string& file, const std::string& sentence, Surroundings& found) {
+    const bool known = std::any_of(found.findings.begin(), found.findings.end(), [&](const Finding& one) {
+        return one.file == file && one.sentence == sentence;
+    });
+    if (!known) {
+        found.findings.push_back({0, Finding::Level::kWarning, sentence, file});
+    }
+}
+
+void CheckPlace(const Root& root, const std::string& place, Surroundings& found) {
+    struct stat status {};
+    if (stat(place.c_str(), &status) != 0) {
+        return;
+    }
+    const bool onlyOwnersRename = S_ISDIR(status.st_mode) && (status.st_mode & S_ISVTX) != 0;
+    const bool othersWrite =
+        (status.st_mode & S_IWOTH) != 0 || ((status.st_mode & S_IWGRP) != 0 && !root.IsGroup(status.st_gid));
+    if (!root.IsUser(status.st_uid)) {
+        Warn(place,
+             "it belongs to another user than root, who can change what the service does as root; \"chown "
+             "root\" it",
+             found);
+    } else if (othersWrite && !onlyOwnersRename) {
+        Warn(place,
+             "others than root may write it and so change what the service does as root; \"chmod go-w\" it",
+             found);
+    }
+}
+
+void CheckEveryPlace(const Root& root, const fs::path& path, Surroundings& found) {
+    fs::path place;
+    for (const fs::path& part : path) {
+        place /= part;
+        CheckPlace(root, place.string(), found);
+    }
+}
+
+void CheckWay(const Root& root, const std::string& path, Surroundings& found) {
+    std::error_code error;
+    const fs::path target = fs::canonical(path, error);
+    if (error) {
+        return;
+    }
+    CheckEveryPlace(root, fs::path(path).lexically_normal(), found);
+    CheckEveryPlace(root, target, found);
+}
+
+void CheckProgramFolder(const Root& root, const std::string& folder, Surroundings& found) {
+    CheckWay(root, folder, found);
+    std::error_code error;
+    for (fs::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error)) {
+        CheckWay(root, entry->path().string(), found);
+    }
+    struct stat status {};
+    const std::string input = folder + kTestInput;
+    if (stat(input.c_str(), &status) == 0) {
+        Warn(input,
+             "the service reads the files in this folder, for tests, instead of what ssacli and storcli64 "
+             "tell, and so misses the medium errors of the real drives; remove it",
+             found);
+    }
+}
+
+void CheckAccountFile(const Root& root, const std::string& file, Surroundings& found) {
+    struct stat status {};
+    if (stat(file.c_str(), &status) != 0) {
+        return;
+    }
+    CheckWay(root, file, found);
+    if ((status.st_mode & (S_IRGRP | S_IROTH)) != 0) {
+        Warn(
+            file,
+            "others than root may read it, and with the system's UUID they can decipher it; \"chmod 600\" it",
+            found);
+    }
+}
+
+void CheckLogs(const Root& root, const std::string& folder, Surroundings& found) {
+    CheckWay(root, folder, found);
+    struct stat status {};
+    const std::string log = folder + kTraceLog;
+    if (lstat(log.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
+        Warn(log, "it is no regular file, so the service drops its trace log lines; remove it", found);
+    }
+}
+
+}  // namespace
+
+void CheckOnlyRootChanges(const std::string& root, const std::string& path, Surroundings& found) {
+    CheckWay(Root(root), path, found);
+}
+
+void LookAtTrust(const std::string& root, const std::string& programFolder, Surroundings& found) {
+    const Root trusted(root);
+    if (!programFolder.empty()) {
+        CheckProgramFolder(trusted, programFolder, found);
+    }
+    for (const char* const tool : kTools) {
+        CheckWay(trusted, root + tool, found);
+    }
+    CheckWay(trusted, root + tova_service::kConfigurationFile, found);
+    for (const int record : {kAccountNameRecord, kAccountPasswordRecord}) {
+        CheckAccountFile(trusted, root + AccountFile(record), found);
+    }
+    CheckLogs(trusted, root + tova_service::kLogDirectory, found);
+}
