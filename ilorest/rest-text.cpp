@@ -1,8 +1,10 @@
 #include "rest-text.h"
 
 // Nothing limits how deep a hostile text nests, so it is parsed without recursion. NaN and the infinities
-// stay the archive's habit; they never become a whole number.
-#define RAPIDJSON_PARSE_DEFAULT_FLAGS (kParseFullPrecisionFlag | kParseNanAndInfFlag | kParseIterativeFlag)
+// stay the archive's habit; they never become a whole number. The archive's own full precision is left out:
+// with it RapidJSON 1.1 makes a random number of a zero with an exponent ("0e39"), and whole numbers do not
+// need it.
+#define RAPIDJSON_PARSE_DEFAULT_FLAGS (kParseNanAndInfFlag | kParseIterativeFlag)
 
 #include <algorithm>
 #include <cereal/archives/json.hpp>

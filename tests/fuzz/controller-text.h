@@ -45,8 +45,8 @@ public:
 private:
     // The real bridge cuts a resource off here.
     static constexpr std::size_t kMostBytes = 18195;
-    // A collection may link itself. The reader follows every link, and that is bounded by the depth of the
-    // tree alone: it would only take long.
+    // A collection may link itself, and the reader follows every link. The helper module gives such a walk up
+    // by the bytes that it has handed out; here it would only take long.
     static constexpr int kMostFetches = 200;
 
     void Prepare(const std::string& path) {

@@ -157,6 +157,13 @@ TEST(RestText, WholeNumber_CutsARealAndStopsAtItsRange) {
     }
 }
 
+TEST(RestText, ZeroWithAnExponent_IsZero) {
+    for (const char* number :
+         {"0e0", "0e30", "0e39", "0.0e40", "-0e45", "0.0e100", "0e200", "0e308", "0e-400"}) {
+        EXPECT_EQ(Whole(number), 0) << number;
+    }
+}
+
 TEST(RestText, SmallWholeNumber_StopsAtItsRange) {
     const struct {
         const char* number;
