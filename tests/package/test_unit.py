@@ -20,6 +20,10 @@ def test_exposure_is_low() -> None:
     assert float(exposure[1]) <= _MOST_EXPOSURE, said
 
 
+def test_a_crash_leaves_no_password_on_the_disk() -> None:
+    assert re.findall(r"^LimitCORE=(.*)$", UNIT.read_text(), re.MULTILINE) == ["0"]
+
+
 def test_systemd_finds_no_fault(installed: Tree, tmp_path: Path) -> None:
     # The program where it lies here; the manual pages are looked for on this machine, which has none of them.
     unit = tmp_path / UNIT.name
