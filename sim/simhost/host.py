@@ -268,6 +268,11 @@ class SimHost:
     def running(self) -> bool:
         return self._service is not None and self._service.running
 
+    @property
+    def exit_status(self) -> Optional[int]:
+        """Exit status of the latest run of the service, negative for the signal that ended it; None: it did not end."""
+        return None if self._service is None else self._service.exit_status(0)
+
     def signal(self, number: int) -> None:
         self.service.signal(number)
 
