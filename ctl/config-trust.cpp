@@ -110,8 +110,9 @@ void CheckAccountFile(const Root& root, const std::string& file, Surroundings& f
     }
 }
 
+// Not the folders above it: some distributions let the system log's own group write /var/log.
 void CheckLogs(const Root& root, const std::string& folder, Surroundings& found) {
-    CheckWay(root, folder, found);
+    CheckPlace(root, folder, found);
     struct stat status {};
     const std::string log = folder + kTraceLog;
     if (lstat(log.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {

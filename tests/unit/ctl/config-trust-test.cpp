@@ -88,6 +88,11 @@ TEST_F(ConfigTrustTest, WhatAnotherUserOrGroupHas_IsFound) {
     ExpectOne("opt/MegaRAID", "chmod go-w");
 }
 
+TEST_F(ConfigTrustTest, FolderAboveTheLogs_IsTheDistributionsAffair) {
+    SetMode("var/log", 0777);
+    EXPECT_THAT(Look(), IsEmpty());
+}
+
 TEST_F(ConfigTrustTest, TargetOfALink_IsLookedAtToo) {
     root.Write("home/storcli64", "");
     SetMode("home", 0777);
