@@ -116,7 +116,9 @@ ConnectionSettings ReadConnectionSettings(const std::string& root) {
     const std::string file = root + tova_service::kConfigurationFile;
     tovaserverutil::Profile profile(file);
     ReadConfiguration(file, profile);
-    return {ReadText(profile, tova_service::kCaFile)};
+    ConnectionSettings settings;
+    settings.caFile = ReadText(profile, tova_service::kCaFile);
+    return settings;
 }
 
 void FailOnController(const ControllerSettings& settings, const std::string& failure,

@@ -42,7 +42,9 @@ std::string ExecutableFolder() {
 }
 
 std::unique_ptr<RestBridge> MakeBridge() {
-    return std::make_unique<iLoRestHelper>(ExecutableFolder(), ReadConnectionSettings({}));
+    ConnectionSettings settings = ReadConnectionSettings({});
+    settings.quiet = true;  // the sentence of a failure has its reason
+    return std::make_unique<iLoRestHelper>(ExecutableFolder(), settings);
 }
 
 }  // namespace

@@ -12,6 +12,8 @@ struct ConnectionSettings {
     // a log-in whose certificate fails, or whose file is of no use, fails as "other error". Empty: the
     // connection is encrypted, but the certificate is not verified.
     std::string caFile;
+    // What the helper module says stays off the error stream: the caller shows lastReason() itself.
+    bool quiet = false;
 };
 
 // One session with a management controller. Failures are thrown as C strings (const char*) that stay valid

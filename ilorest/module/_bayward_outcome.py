@@ -75,6 +75,11 @@ def report(text: str) -> None:
         _noted = _untaken = line
 
 
+def be_quiet(quiet: bool) -> None:
+    """Whether what is said is kept from the log, by who takes reports and shows them."""
+    _log.disabled = quiet
+
+
 def take_report() -> str:
     """The last line that was said and not taken yet; empty when there is none. Each log-in may say the same anew."""
     global _untaken

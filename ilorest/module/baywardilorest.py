@@ -19,7 +19,7 @@ import _bayward_resources
 import _bayward_session
 import _bayward_shaping
 import _bayward_vnic
-from _bayward_outcome import OPENED, OTHER, Deadline, Failure, begin_attempt, forget_report, report
+from _bayward_outcome import OPENED, OTHER, Deadline, Failure, be_quiet, begin_attempt, forget_report, report
 from _bayward_outcome import take_report  # noqa: F401: one of the module's functions
 from _bayward_target import Target, parse_target
 
@@ -78,9 +78,11 @@ def configure(settings: dict) -> None:
     "ca file"   absolute path of a PEM file, read at each log-in: the certificate's chain and host name are verified
                 with it, and a log-in whose certificate fails, or whose CA file is of no use, is 10001. Empty or absent:
                 the connection is encrypted but not verified.
+    "quiet"     True: why something failed is told to who takes reports alone, not logged.
     """
     global _ca_file
     _ca_file = settings.get("ca file", "")
+    be_quiet(settings.get("quiet", False))
 
 
 @_answered

@@ -73,3 +73,15 @@ def test_answer_that_is_no_object_is_reported_with_its_path(module, ilo5, caplog
 def test_missing_account_says_how_to_register_one(module, caplog):
     assert module.init("https://127.0.0.1:1", "None", "None") == 401
     assert '"baywardctl account set ACCOUNT"' in caplog.text
+
+
+def test_quiet_module_tells_who_takes_reports_alone(module, caplog):
+    module.configure({"quiet": True})
+    try:
+        assert module.init("https://127.0.0.1:1", "None", "None") == 401
+    finally:
+        module.configure({})
+    assert caplog.text == ""
+    assert module.take_report().startswith("No account of the controller is registered; ")
+    assert module.get(SYSTEMS) == 10001
+    assert caplog.records[-1].getMessage() == module.take_report() != ""

@@ -70,6 +70,13 @@ TEST_F(BridgeSettings, NoCaFile_IsHandedOverAsNone) {
     EXPECT_FALSE(m_bridge.isVerified());
 }
 
+TEST_F(BridgeSettings, QuietBridge_TellsTheModule) {
+    m_module.Top(m_configure).Install();
+    iLoRestHelper bridge(m_module.folder(), ConnectionSettings{.caFile = {}, .quiet = true});
+    bridge.init("https://bmc", "admin", "secret", 1, 1);
+    EXPECT_THAT(m_module.Calls(), ElementsAre(R"(configure {"ca file": "", "quiet": true})", kInit));
+}
+
 TEST_F(BridgeSettings, PathThatIsNotUtf8_ReachesTheModuleByteForByte) {
     SetConfigure("import os; _note('configure', os.fsencode(settings['ca file']).hex())");
     m_module.Top(m_configure).Install();
