@@ -57,7 +57,7 @@ def test_program_on_a_relative_path_and_function_of_a_shell_are_not_run(start_si
     planted.write_text("#!/bin/sh\ntouch planted\nexit 1\n", encoding="ascii")
     planted.chmod(0o755)
     path = watched.host.environment()["PATH"].replace(f"{watched.host.runtime}:", "")
-    watched.host.start_service(False, "+0 x10", {**watched.environment(True), "PATH": f".:{path}",
+    watched.host.start_service(False, "+0 x10", {**watched.environment(), "PATH": f".:{path}",
                                                  "BASH_FUNC_dmidecode%%": "() { touch planted; }"})
     watched.wait_baseline()
     assert watched.stop() == 0
