@@ -93,3 +93,11 @@ void ReplaceFile(const std::string& path, const std::string& content) {
         fsync(place.get());
     }
 }
+
+void PutResult(const std::string& text, const std::string& file, std::ostream& out) {
+    if (file.empty()) {
+        out << text;
+    } else {
+        ReplaceFile(file, text);
+    }
+}

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <ostream>
 #include <string>
 
 // False with errno when not everything could be written.
@@ -13,3 +14,6 @@ bool WriteAll(int file, const void* content, std::size_t size);
 // Puts a file of this content, mode 0644, in the place of a regular file or of none, by way of a file beside
 // it that begins with "." and never stays. Throws CtlError.
 void ReplaceFile(const std::string& path, const std::string& content);
+
+// A command's result: the file's new content, or written to `out` where the file has no name.
+void PutResult(const std::string& text, const std::string& file, std::ostream& out);

@@ -19,6 +19,25 @@ namespace {
 
 constexpr int kSignalStatus = 128;  // the exit status after a signal is this and its number
 
+// What a signal came to.
+constexpr const char* kStoppedInOrder = "Stopped before the controller was read; its session is closed.";
+constexpr const char* kStoppedAtFailure = "Stopped before the controller was read.";
+constexpr const char* kStoppedAtHang =
+    "Stopped before the controller was read; the request that it did not answer was given up.";
+constexpr const char* kStoppedForGood =
+    "Stopped before the controller was read; it does not answer, so a session may stay there until it "
+    "expires.";
+
+const char* StoppedSentence(bool failed, RequestCutter::Cut cut) {
+    if (cut == RequestCutter::Cut::kLogOut) {
+        return kStoppedForGood;
+    }
+    if (!failed) {
+        return kStoppedInOrder;
+    }
+    return cut == RequestCutter::Cut::kRequest ? kStoppedAtHang : kStoppedAtFailure;
+}
+
 std::string HostName() {
     char name[256] = {};
     return gethostname(name, sizeof name - 1) == 0 ? Printable(name) : std::string();
@@ -36,7 +55,7 @@ int StatusCommand::Run() {
         sentence = std::string("The system refused a call (") + failure.text() + "); try again.";
     }
     if (m_format == StatusFormat::kNagios) {
-        return PutResult(RenderNagiosFailure(sentence, FindInService()));
+        return PutNagios(RenderNagiosFailure(sentence, FindInService()));
     }
     if (m_format == StatusFormat::kPrometheus) {
         Put(ServiceMetrics() + RenderPrometheusFailure());
@@ -50,11 +69,10 @@ int StatusCommand::ShowStatus() {
     }
     const std::optional<StatusReport> report = Read();
     if (!report) {
-        m_doors.messages << "baywardctl: " << m_stopped << '\n';
         return kSignalStatus + m_signal;
     }
     if (m_format == StatusFormat::kNagios) {
-        return PutResult(RenderNagios(*report, FindInService()));
+        return PutNagios(RenderNagios(*report, FindInService()));
     }
     Put(Render(*report));
     return kDone;
@@ -66,26 +84,29 @@ std::optional<StatusReport> StatusCommand::Read() {
     RegisteredAccount account;
     ReadRegisteredAccount(m_doors.root, m_doors.commands, account);
 
-    SignalStop stop;
-    Progress progress(m_doors.progress);
+    SignalStop stop(m_limits, [this](int signal) {
+        TellStopped(kStoppedForGood);
+        _exit(kSignalStatus + signal);
+    });
     StatusReport report;
     report.readAt = tovaserverutil::WallClock().Now();
     ControllerRead read;
+    bool failed = false;
     try {
-        read = ReadController(m_doors.makeBridge(), m_doors.commands, settings, account, stop.wait(),
-                              [&](unsigned requests) { progress.Show(requests); });
+        Progress progress(m_doors.progress);
+        read =
+            ReadController(m_doors.makeBridge(), m_doors.commands, settings, account,
+                           {stop.wait(), stop.cutter(), [&](unsigned requests) { progress.Show(requests); }});
     } catch (const CtlError&) {
-        // A request that hung when the signal came ends as a failure, and so may the log-out behind it.
-        m_signal = stop.signal();
-        if (m_signal == 0) {
+        // A request that failed or was cut after the signal has not failed by itself.
+        if (stop.signal() == 0) {
             throw;
         }
-        m_stopped = "Stopped before the controller was read.";
-        return std::nullopt;
+        failed = true;
     }
     m_signal = stop.signal();
     if (!read.complete) {
-        m_stopped = "Stopped before the controller was read; its session is closed.";
+        TellStopped(StoppedSentence(failed, stop.cutter().WhatWasCut()));
         return std::nullopt;
     }
     report.host = HostName();
@@ -154,15 +175,15 @@ ServiceFindings StatusCommand::FindInService() const {
     }
 }
 
-int StatusCommand::PutResult(const NagiosResult& result) {
+int StatusCommand::PutNagios(const NagiosResult& result) {
     Put(result.line);
     return result.status;
 }
 
+void StatusCommand::TellStopped(const char* sentence) const {
+    m_doors.messages << "baywardctl: " << sentence << std::endl;  // flushed: the process may end behind it
+}
+
 void StatusCommand::Put(const std::string& text) {
-    if (m_file.empty()) {
-        m_doors.out << text;
-    } else {
-        ReplaceFile(m_file, text);
-    }
+    PutResult(text, m_file, m_doors.out);
 }

@@ -6,6 +6,7 @@
 
 #include "commands.h"
 #include "message-format.h"
+#include "request-cutter.h"
 #include "status-render.h"
 
 enum class StatusFormat { kTable, kJson, kPrometheus, kNagios, kHtml };
@@ -14,12 +15,15 @@ enum class StatusFormat { kTable, kJson, kPrometheus, kNagios, kHtml };
 class StatusCommand {
 public:
     // An empty `file` stands for standard output.
-    StatusCommand(const CtlDoors& doors, StatusFormat format, std::string file)
-        : m_doors(doors), m_format(format), m_file(std::move(file)) {}
+    StatusCommand(const CtlDoors& doors, StatusFormat format, std::string file,
+                  RequestCutter::Limits limits = {})
+        : m_doors(doors), m_format(format), m_file(std::move(file)), m_limits(limits) {}
 
     // Returns the exit status: kDone, for Nagios a NagiosStatus, in which the service's health has its part,
     // after a signal 128 and its number. Throws CtlError; in the format for Prometheus the failure is
     // written, too, and in that for Nagios it is a result: no exception then.
+    //
+    // When a signal has come and the limits do not end the read, the process ends here, with that status.
     int Run();
 
 private:
@@ -31,12 +35,13 @@ private:
     std::string Render(const StatusReport& report) const;
     std::string ServiceMetrics() const;
     ServiceFindings FindInService() const;
-    int PutResult(const NagiosResult& result);
+    int PutNagios(const NagiosResult& result);
     void Put(const std::string& text);
+    void TellStopped(const char* sentence) const;
 
     const CtlDoors& m_doors;
     StatusFormat m_format;
     std::string m_file;
+    RequestCutter::Limits m_limits;
     int m_signal = 0;
-    std::string m_stopped;  // what a signal came to
 };

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "commands.h"
-#include "ctl-error.h"
+#include "output-option.h"
 #include "status-command.h"
 
 namespace {
@@ -42,17 +42,13 @@ void AddStatusCommand(CLI::App& app, const CtlDoors& doors, Action& chosen) {
         ->check(CLI::IsMember(kFormats))
         ->type_name("FORMAT")
         ->trigger_on_parse();
-    const CLI::Option* const output =
-        status
-            ->add_option("--output", options->file,
-                         "Write to this file instead of standard output: its old content stays until the new "
-                         "one is complete")
-            ->type_name("FILE");
+    const CLI::Option& output = AddOutputOption(*status, options->file);
     status->footer(
         "Reads with the configuration and the registered account of the service, so it needs root. It opens "
         "a\n"
-        "session of its own and closes it, also after Ctrl+C. A state that began before the service was "
-        "started,\n"
+        "session of its own and closes it, also after Ctrl+C, which ends it within two seconds; a second "
+        "one\n"
+        "ends it at once. A state that began before the service was started,\n"
         "which the service does not report, is shown here.\n\n"
         "Examples:\n"
         "  baywardctl status\n"
@@ -71,13 +67,10 @@ void AddStatusCommand(CLI::App& app, const CtlDoors& doors, Action& chosen) {
         "storage controller is WARNING. With --format prometheus a failure still writes \"bayward_up 0\", "
         "and\n"
         "ends with status 1; the metrics of \"baywardctl health\" come first.");
-    status->callback([&doors, &chosen, options, output] {
-        if (output->count() != 0 && options->file.empty()) {
-            chosen = []() -> int {
-                throw UsageError("\"--output\" needs the name of a file; see \"baywardctl status --help\".");
-            };
-            return;
-        }
-        chosen = [&doors, options] { return StatusCommand(doors, options->format, options->file).Run(); };
+    status->callback([&doors, &chosen, options, &output] {
+        chosen = [&doors, options, &output] {
+            RequireFileName(output, options->file, "status");
+            return StatusCommand(doors, options->format, options->file).Run();
+        };
     });
 }

@@ -7,18 +7,18 @@
 
 namespace {
 
-// Counts what is asked of the controller.
-class CountingBridge : public RestBridge {
+// Counts what is asked of the controller, and marks the log-out.
+class FollowedBridge : public RestBridge {
 public:
-    CountingBridge(std::unique_ptr<RestBridge> bridge, std::function<void()> onRequest)
-        : m_bridge(std::move(bridge)), m_onRequest(std::move(onRequest)) {}
+    FollowedBridge(std::unique_ptr<RestBridge> bridge, const ReadControl& control, unsigned& requests)
+        : m_bridge(std::move(bridge)), m_control(control), m_requests(requests) {}
 
     void init(const char* host, const char* account, const char* password, std::uint32_t retryCount,
               std::uint32_t retryInterval) override {
         m_bridge->init(host, account, password, retryCount, retryInterval);
     }
     std::string getValue(const char* path) override {
-        m_onRequest();
+        Count();
         return m_bridge->getValue(path);
     }
     std::string isvNICAvail(const char* host, std::uint32_t retryCount,
@@ -27,16 +27,22 @@ public:
     }
     std::string getValue_vNIC(const char* host, const char* account, const char* password,
                               std::uint32_t retryCount, std::uint32_t retryInterval) override {
-        m_onRequest();
+        Count();
         return m_bridge->getValue_vNIC(host, account, password, retryCount, retryInterval);
     }
     std::string getProdGen(const char* host, const char* account, const char* password,
                            std::uint32_t retryCount, std::uint32_t retryInterval) override {
-        m_onRequest();
+        Count();
         return m_bridge->getProdGen(host, account, password, retryCount, retryInterval);
     }
-    void close() override { m_bridge->close(); }
-    void reset() override { m_bridge->reset(); }
+    void close() override {
+        const RequestCutter::LogOut spared(m_control.cutter);
+        m_bridge->close();
+    }
+    void reset() override {
+        const RequestCutter::LogOut spared(m_control.cutter);
+        m_bridge->reset();
+    }
     void set_vNIC(bool vNIC) override { m_bridge->set_vNIC(vNIC); }
     bool get_vNIC() const override { return m_bridge->get_vNIC(); }
     bool isiLOInitialized() const override { return m_bridge->isiLOInitialized(); }
@@ -47,8 +53,11 @@ public:
     void setLogger(tovaserverutil::TraceLog* logger) override { m_bridge->setLogger(logger); }
 
 private:
+    void Count() { m_control.onRequest(++m_requests); }
+
     std::unique_ptr<RestBridge> m_bridge;
-    std::function<void()> m_onRequest;
+    const ReadControl& m_control;
+    unsigned& m_requests;
 };
 
 // Runs one step and returns the text of its failure; nothing when it succeeds or a stop was seen.
@@ -74,20 +83,18 @@ std::optional<std::string> FailureOf(const Step& step) {
 
 ControllerRead ReadController(std::unique_ptr<RestBridge> bridge, tovaserverutil::CommandRunner& commands,
                               const ControllerSettings& settings, const RegisteredAccount& account,
-                              tovaserverutil::StopWait& stop,
-                              const std::function<void(unsigned)>& onRequest) {
+                              const ReadControl& control) {
     const auto begin = std::chrono::steady_clock::now();
     ControllerRead read;
     std::optional<std::string> failure;
     std::string reason;
     {
-        auto counted =
-            std::make_unique<CountingBridge>(std::move(bridge), [&] { onRequest(++read.requests); });
-        const RestBridge& session = *counted;
-        auto owned = std::make_unique<iLoRestReader>(std::move(counted));
+        auto followed = std::make_unique<FollowedBridge>(std::move(bridge), control, read.requests);
+        const RestBridge& session = *followed;
+        auto owned = std::make_unique<iLoRestReader>(std::move(followed));
         iLoRestReader& reader = *owned;
         iLoRestManager manager(nullptr, std::move(owned), commands);
-        manager.setEvt(&stop);
+        manager.setEvt(&control.stop);
         failure = FailureOf([&] {
             manager.init(settings.url, account.account, account.password,
                          static_cast<std::int32_t>(settings.trials),

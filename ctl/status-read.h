@@ -7,6 +7,7 @@
 #include <string>
 
 #include "controller-access.h"
+#include "request-cutter.h"
 #include "rest-bridge.h"
 #include "shell.h"
 #include "stop-wait.h"
@@ -22,8 +23,14 @@ struct ControllerRead {
     ServiceRoot snapshot;
 };
 
-// Logs in, reads everything with the service's reader and logs out, whatever happens. `onRequest` is called
-// before each request with how many it makes; a stop ends the read at the next one. Throws CtlError.
+// How a read is followed and ended; borrowed.
+struct ReadControl {
+    tovaserverutil::StopWait& stop;           // ends the read at the next request
+    RequestCutter& cutter;                    // is told of the log-out
+    std::function<void(unsigned)> onRequest;  // called before each request with how many it makes
+};
+
+// Logs in, reads everything with the service's reader and logs out, whatever happens. Throws CtlError.
 ControllerRead ReadController(std::unique_ptr<RestBridge> bridge, tovaserverutil::CommandRunner& commands,
                               const ControllerSettings& settings, const RegisteredAccount& account,
-                              tovaserverutil::StopWait& stop, const std::function<void(unsigned)>& onRequest);
+                              const ReadControl& control);

@@ -9,8 +9,9 @@ import signal
 import stat
 import subprocess
 import sys
+from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
-from typing import Any, Callable, Dict, List, Set
+from typing import Any, Callable, Dict, List, NamedTuple, Set
 
 import pytest
 from watched import ROOT, Watched, bin_dir, wait_until
@@ -256,28 +257,81 @@ def test_large_server_takes_no_more_requests_than_a_walk_of_the_service(start_si
 
 # ---- How it ends ----
 
+# Runs the tool and, once /opt/now is there, sends it the signals.
 _SIGNALLED = """
-import subprocess, sys, time
+import pathlib, subprocess, sys, time
 tool = subprocess.Popen([sys.argv[1], "status", "--output", "/opt/status"], stderr=subprocess.PIPE, text=True)
-time.sleep(float(sys.argv[2]))
-tool.send_signal(int(sys.argv[3]))
+while not pathlib.Path("/opt/now").exists():
+    time.sleep(0.01)
 begin = time.monotonic()
-_, told = tool.communicate(timeout=30)
-print(tool.returncode, time.monotonic() - begin < 5, told, end="")
+for number in sys.argv[2:]:
+    tool.send_signal(int(number))
+    time.sleep(0.2)
+_, told = tool.communicate(timeout=60)
+print(tool.returncode, time.monotonic() - begin, told, end="")
 """
+
+
+class Stopped(NamedTuple):
+    status: int
+    seconds: float
+    told: str
+
+
+def stop_at(watched: Watched, request: str, *signals: int) -> Stopped:
+    """Runs "status" and signals it when it has made the request."""
+    def signal_then() -> None:
+        wait_until(lambda: any(request in made for made in watched.counters()["requests"]), request, 60, watched.host)
+        (watched.host.outer("/opt") / "now").touch()
+
+    with ThreadPoolExecutor(1) as beside:
+        signalled = beside.submit(signal_then)
+        done = watched.host.run(["/usr/bin/python3", "-c", _SIGNALLED, str(bin_dir() / "baywardctl"), *map(str, map(int, signals))],
+                                env=watched.environment(), timeout=180)
+        signalled.result()
+    status, seconds, told = done.stdout.split(" ", 2)
+    assert list(watched.host.outer("/opt").glob("*status*")) == []
+    return Stopped(int(status), float(seconds), told)
 
 
 @pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM, signal.SIGHUP])
 def test_signal_leaves_no_session(start_sim: Callable, watch: Callable[..., Watched], number: int) -> None:
     sim = start_sim("--ilo", 5, "--drives", 100, "--latency-ms", 50)
     watched = watch(sim, speed=1)
-    done = watched.host.run(["/usr/bin/python3", "-c", _SIGNALLED, str(bin_dir() / "baywardctl"), "2", str(int(number))],
-                            env=watched.environment())
-    assert done.stdout == f"{128 + number} True baywardctl: Stopped before the controller was read; its session is closed.\n"
+    stopped = stop_at(watched, "/DiskDrives/1", number)
+    assert stopped.status == 128 + number
+    assert stopped.told == "baywardctl: Stopped before the controller was read; its session is closed.\n"
     counters = watched.counters()
     assert (counters["logins"], counters["open_sessions"]) == (1, 0)
     assert 2 < counters["total"] < 100
-    assert list(watched.host.outer("/opt").glob("*status*")) == []
+
+
+@pytest.mark.parametrize("where", ["headers", "body"])
+def test_signal_ends_a_request_that_hangs(demo: Watched, where: str) -> None:
+    """It would take 30 seconds otherwise."""
+    demo.sim.control.call("hang", "GET */DiskDrives/3", where)
+    stopped = stop_at(demo, "/DiskDrives/3", signal.SIGTERM)
+    assert stopped.status == 128 + signal.SIGTERM
+    assert stopped.told == ("baywardctl: Stopped before the controller was read; the request that it did not answer was "
+                            "given up.\n")
+    assert stopped.seconds < 15
+    assert demo.counters()["open_sessions"] == 0
+
+
+def test_signal_ends_a_log_out_that_hangs(demo: Watched) -> None:
+    demo.sim.control.call("hang", "GET */DiskDrives/3", "headers")
+    demo.sim.control.call("hang", "DELETE *", "headers")
+    stopped = stop_at(demo, "/DiskDrives/3", signal.SIGINT)
+    assert stopped.status == 128 + signal.SIGINT
+    assert stopped.told == ("baywardctl: Stopped before the controller was read; it does not answer, so a session may stay "
+                            "there until it expires.\n")
+    assert stopped.seconds < 15
+
+
+def test_second_signal_ends_it_at_once(demo: Watched) -> None:
+    demo.sim.control.call("hang", "GET */DiskDrives/3", "headers")
+    stopped = stop_at(demo, "/DiskDrives/3", signal.SIGINT, signal.SIGTERM)
+    assert (stopped.status, stopped.told) == (-signal.SIGTERM, "")
 
 
 def test_progress_is_shown_on_a_terminal_alone(demo: Watched) -> None:
@@ -297,9 +351,9 @@ def _failed(watched: Watched, sentence: str) -> None:
     """Each format says it in one sentence, with its own exit status."""
     done = watched.ctl("status")
     assert (done.returncode, done.stdout) == (1, "")
-    assert done.stderr.splitlines()[-1].startswith(f"baywardctl: {sentence}")
+    assert done.stderr.startswith(f"baywardctl: {sentence}") and done.stderr.count("\n") == 1
     done = watched.ctl("status", "--format", "nagios")
-    assert done.returncode == 2
+    assert (done.returncode, done.stderr) == (2, "")
     assert done.stdout.startswith(f"BAYWARD CRITICAL - {NOT_RUNNING}. {sentence}") and done.stdout.count("\n") == 1
     done = watched.ctl("status", "--format", "prometheus")
     assert done.returncode == 1
@@ -335,5 +389,5 @@ def test_controller_that_breaks_off_in_the_middle(demo: Watched) -> None:
     demo.sim.control.call("status", "*/DiskDrives/3", 500)
     done = demo.ctl("status")
     assert (done.returncode, done.stdout) == (1, "")
-    assert "/DiskDrives/3" in done.stderr.splitlines()[-1]
+    assert "/DiskDrives/3" in done.stderr and done.stderr.count("\n") == 1
     assert demo.counters()["open_sessions"] == 0

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <iostream>
 #include <sstream>
 
 #include "account-command.h"
@@ -295,7 +296,34 @@ TEST_F(StatusCommandTest, SignalAtTheLastRequest_ComesTooLateToStopIt) {
     EXPECT_EQ(bridge.sessionHost, "");
 }
 
+TEST_F(StatusCommandTest, RequestThatHangsForGood_EndsTheProcessAtTheLimit) {
+    bridge.onFetch = [](const std::string& path) {
+        if (path == "/a/") {
+            raise(SIGTERM);
+            pause();
+        }
+    };
+    CtlDoors doors = Doors();
+    const CtlDoors ends{.root = doors.root,
+                        .user = doors.user,
+                        .commands = doors.commands,
+                        .terminal = doors.terminal,
+                        .out = doors.out,
+                        .messages = std::cerr,
+                        .makeBridge = doors.makeBridge,
+                        .programFolder = doors.programFolder};
+    RequestCutter::Limits limits;
+    limits.all = std::chrono::milliseconds(50);
+    EXPECT_EXIT(StatusCommand(ends, StatusFormat::kTable, {}, limits).Run(),
+                testing::ExitedWithCode(128 + SIGTERM),
+                "^baywardctl: Stopped before the controller was read; it does not answer, so a session may "
+                "stay there until it expires\\.\n$");
+}
+
 // ---- Signals ----
+
+constexpr std::chrono::milliseconds kNever = std::chrono::hours(1);
+constexpr RequestCutter::Limits kNoLimits{kNever, kNever, kNever};
 
 TEST(SignalStopTest, IgnoredSignal_StaysIgnored) {
     struct sigaction ignore {
@@ -303,7 +331,7 @@ TEST(SignalStopTest, IgnoredSignal_StaysIgnored) {
     ignore.sa_handler = SIG_IGN;
     sigaction(SIGHUP, &ignore, &before);
     {
-        SignalStop stop;
+        SignalStop stop({}, [](int) { FAIL() << "nothing was to stop"; });
         raise(SIGHUP);
         EXPECT_EQ(stop.signal(), 0);
         EXPECT_FALSE(stop.wait().IsRequested());
@@ -313,13 +341,15 @@ TEST(SignalStopTest, IgnoredSignal_StaysIgnored) {
 
 TEST(SignalStopTest, Dispositions_AreAsBeforeAfterwards) {
     {
-        SignalStop stop;
+        SignalStop stop(kNoLimits, [](int) {});
         raise(SIGTERM);
         EXPECT_EQ(stop.signal(), SIGTERM);
         EXPECT_TRUE(stop.wait().IsRequested());
-        struct sigaction now {};
-        sigaction(SIGTERM, nullptr, &now);
-        EXPECT_EQ(now.sa_handler, SIG_DFL);  // a second one ends the process
+        for (const int second : {SIGINT, SIGTERM, SIGHUP}) {  // ends the process
+            struct sigaction now {};
+            sigaction(second, nullptr, &now);
+            EXPECT_EQ(now.sa_handler, SIG_DFL) << second;
+        }
     }
     struct sigaction now {};
     sigaction(SIGINT, nullptr, &now);
