@@ -24,24 +24,39 @@ namespace {
 constexpr const char* kTraceLog = "/bayward.log";
 constexpr const char* kBackup = ".bak";
 
+constexpr const char* kHiddenSentence =
+    "Whether the service runs cannot be found out: not every process may be looked at here; run this with "
+    "all "
+    "of root's capabilities (CAP_SYS_PTRACE).";
+
+// What the configuration asks for.
+struct Asked {
+    std::vector<std::string> threads = {kOsLogThread, kSerialLogThread};
+    std::uint64_t serialLogCycle = 0;  // seconds
+};
+
 // The service reads its configuration at its start and cannot start without; what has become of it since is
 // no matter of its health.
-bool IsMediaErrorExpected(const std::string& root) {
+Asked ReadAsked(const std::string& root) {
+    using tova_service::kMediaErrorCheck;
+    using tova_service::kSerialLogInterval;
     tovaserverutil::Profile profile(root + tova_service::kConfigurationFile);
+    bool search = kMediaErrorCheck.absent != 0;
+    std::int64_t minutes = kSerialLogInterval.absent;
     try {
         profile.ReadProfile();
+        search = ReadFlag(profile, kMediaErrorCheck);
+        minutes = EffectiveNumber(kSerialLogInterval,
+                                  static_cast<std::int32_t>(ReadUnsigned(profile, kSerialLogInterval)));
     } catch (const tovabase::TOVAExcpt&) {
-        return tova_service::kMediaErrorCheck.absent != 0;
+        // The defaults.
     }
-    return ReadFlag(profile, tova_service::kMediaErrorCheck);
-}
-
-std::vector<std::string> ExpectedThreads(const std::string& root) {
-    std::vector<std::string> threads = {kOsLogThread, kSerialLogThread};
-    if (IsMediaErrorExpected(root)) {
-        threads.emplace_back(kMediaErrorThread);
+    Asked asked;
+    if (search) {
+        asked.threads.emplace_back(kMediaErrorThread);
     }
-    return threads;
+    asked.serialLogCycle = 60 * static_cast<std::uint64_t>(minutes);
+    return asked;
 }
 
 // How many threads it lacks; one that is stopped does the work of none.
@@ -100,11 +115,14 @@ HealthReport ReadHealth(const CtlDoors& doors) {
     HealthReport report;
     report.readAt = tovaserverutil::WallClock().Now();
     const ServiceSearch search = FindService(doors.root, doors.programFolder + "/bayward");
-    report.hidden = search.hidden;
+    if (search.hidden) {
+        report.unknown = kHiddenSentence;
+    }
     if (search.instances.empty()) {
         return report;
     }
-    const std::vector<std::string> expected = ExpectedThreads(doors.root);
+    const Asked asked = ReadAsked(doors.root);
+    const std::vector<std::string>& expected = asked.threads;
     const auto service = std::max_element(search.instances.begin(), search.instances.end(),
                                           [&](const ServiceProcess& a, const ServiceProcess& b) {
                                               return Badness(a, expected) < Badness(b, expected);
@@ -130,6 +148,7 @@ HealthReport ReadHealth(const CtlDoors& doors) {
         thread.expected = std::count(expected.begin(), expected.end(), name) != 0;
         thread.lives = service->threads.count(name) != 0;
         thread.trace = trace.Of(name);
+        ForgetWhatIsOver(thread.trace, report.readAt, asked.serialLogCycle);
         report.threads.push_back(std::move(thread));
     }
     return report;
@@ -141,11 +160,26 @@ int HealthCommand::Run() {
         Put(Render(report));
         return static_cast<int>(HealthLevelOf(report));
     } catch (const CtlError& failure) {
-        if (m_format != HealthFormat::kNagios) {
+        if (!PutFailure(failure.what()) || m_format != HealthFormat::kNagios) {
             throw;
         }
-        m_doors.out << RenderHealthNagiosFailure(failure.what());
         return static_cast<int>(HealthLevel::kUnknown);
+    }
+}
+
+// Whoever collects the results would take the ones before for the present ones.
+bool HealthCommand::PutFailure(const std::string& sentence) {
+    if (m_format == HealthFormat::kTable && m_file.empty()) {
+        return false;  // people read standard error
+    }
+    HealthReport report;
+    report.readAt = tovaserverutil::WallClock().Now();
+    report.unknown = sentence;
+    try {
+        Put(Render(report));
+        return true;
+    } catch (const CtlError&) {
+        return false;
     }
 }
 
@@ -164,9 +198,5 @@ std::string HealthCommand::Render(const HealthReport& report) const {
 }
 
 void HealthCommand::Put(const std::string& text) {
-    if (m_file.empty()) {
-        m_doors.out << text;
-    } else {
-        ReplaceFile(m_file, text);
-    }
+    PutResult(text, m_file, m_doors.out);
 }

@@ -19,13 +19,15 @@ public:
     HealthCommand(const CtlDoors& doors, HealthFormat format, std::string file)
         : m_doors(doors), m_format(format), m_file(std::move(file)) {}
 
-    // Returns the exit status, a HealthLevel. Throws CtlError; in the format for Nagios the failure is a
-    // result.
+    // Returns the exit status, a HealthLevel. Throws CtlError; but for the table for people the failure is
+    // written as a result, too, and in the format for Nagios it is one: no exception then.
     int Run();
 
 private:
     std::string Render(const HealthReport& report) const;
     void Put(const std::string& text);
+    // False when the sentence has not become a result.
+    bool PutFailure(const std::string& sentence);
 
     const CtlDoors& m_doors;
     HealthFormat m_format;

@@ -6,11 +6,12 @@
 
 #include "commands.h"
 #include "health-command.h"
+#include "output-option.h"
 
 namespace {
 
 struct Options {
-    std::string format = "table";
+    HealthFormat format = HealthFormat::kTable;
     std::string file;
 };
 
@@ -25,14 +26,20 @@ void AddHealthCommand(CLI::App& app, const CtlDoors& doors, Action& chosen) {
     CLI::App* const health = app.add_subcommand(
         "health", "Tell whether the service runs, which of its threads live, and what they last told");
     const auto options = std::make_shared<Options>();
-    health->add_option("--format", options->format, "table (default), json, prometheus or nagios")
-        ->check(CLI::IsMember(kFormats))
-        ->type_name("FORMAT");
     health
-        ->add_option("--output", options->file,
-                     "Write to this file instead of standard output: its old content stays until the new "
-                     "one is complete")
-        ->type_name("FILE");
+        ->add_option_function<std::string>(
+            "--format",
+            [&chosen, options](const std::string& name) {
+                options->format = kFormats.at(name);
+                if (options->format == HealthFormat::kNagios) {
+                    chosen.plugin = kHealthPluginName;
+                }
+            },
+            "table (default), json, prometheus or nagios")
+        ->check(CLI::IsMember(kFormats))
+        ->type_name("FORMAT")
+        ->trigger_on_parse();
+    const CLI::Option& output = AddOutputOption(*health, options->file);
     health->footer(
         "Looks at the system and the trace log alone: it asks neither the service nor the controller, and "
         "needs "
@@ -40,7 +47,9 @@ void AddHealthCommand(CLI::App& app, const CtlDoors& doors, Action& chosen) {
         "A thread's outcome is the last line that tells whether its work succeeds: for the thread \"OS log\" "
         "its "
         "log-ins,\n"
-        "for the others that they began or broke off. A healthy thread may be silent for long.\n\n"
+        "for the others that they began, failed or broke off. A healthy thread may be silent for long; one "
+        "that\n"
+        "writes at every look at the controller may not, and three hours of silence are told.\n\n"
         "Examples:\n"
         "  baywardctl health\n"
         "  baywardctl health --format nagios\n"
@@ -54,9 +63,10 @@ void AddHealthCommand(CLI::App& app, const CtlDoors& doors, Action& chosen) {
     health->preparse_callback([&chosen](std::size_t) {
         chosen.failed = chosen.wrongUsage = static_cast<int>(HealthLevel::kUnknown);
     });
-    health->callback([&doors, &chosen, options] {
-        chosen = [&doors, options] {
-            return HealthCommand(doors, kFormats.at(options->format), options->file).Run();
+    health->callback([&doors, &chosen, options, &output] {
+        chosen = [&doors, options, &output] {
+            RequireFileName(output, options->file, "health");
+            return HealthCommand(doors, options->format, options->file).Run();
         };
     });
 }

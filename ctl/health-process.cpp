@@ -170,7 +170,8 @@ ServiceSearch FindService(const std::string& root, const std::string& executable
     const fs::path proc = root + "/proc";
     ServiceSearch search;
     std::error_code none;
-    search.hidden = !fs::is_directory(proc, none);
+    // There always is a first process: where it is not shown, others are not, either (hidepid).
+    search.hidden = !fs::exists(proc / "1", none);
     std::map<int, Candidate> candidates;
     for (const fs::path& entry : Entries(proc)) {
         if (!IsNumber(entry.filename().string())) {

@@ -38,13 +38,13 @@ std::string Flag(bool value) {
     return value ? "true" : "false";
 }
 
-std::string ThreadJson(const ThreadHealth& thread) {
+std::string ThreadJson(const HealthReport& report, const ThreadHealth& thread) {
     const std::string at =
         thread.trace.outcome.empty() ? "null" : JsonString(TimeText(thread.trace.outcomeAt));
     return "{\"name\":" + JsonString(thread.name) + ",\"expected\":" + Flag(thread.expected) +
            ",\"lives\":" + Flag(thread.lives) + ",\"last_line_at\":" +
            (thread.trace.lastAt == 0 ? "null" : JsonString(TimeText(thread.trace.lastAt))) +
-           ",\"failing\":" + Flag(thread.trace.failing) +
+           ",\"silent\":" + Flag(IsSilent(report, thread)) + ",\"failing\":" + Flag(thread.trace.failing) +
            ",\"outcome\":" + (thread.trace.outcome.empty() ? "null" : JsonString(thread.trace.outcome)) +
            ",\"outcome_at\":" + at + "}";
 }
@@ -56,7 +56,7 @@ std::string Gauge(const char* name, const char* help, const std::string& value) 
 }
 
 std::string NagiosLine(HealthLevel level, const std::string& text, const std::string& data) {
-    return PluginLine("BAYWARD SERVICE", static_cast<int>(level), PluginText(text), data);
+    return PluginLine(kHealthPluginName, static_cast<int>(level), PluginText(text), data);
 }
 
 std::size_t LivingThreads(const HealthReport& report) {
@@ -99,7 +99,7 @@ std::string RenderHealthTable(const HealthReport& report, const Paint& paint) {
 std::string RenderHealthJson(const HealthReport& report) {
     std::string text = "{\"version\":" + std::to_string(kJsonVersion) +
                        ",\"read_at\":" + JsonString(TimeText(report.readAt)) +
-                       ",\"running\":" + (report.hidden ? "null" : Flag(report.running));
+                       ",\"running\":" + (report.unknown.empty() ? Flag(report.running) : "null");
     if (report.running) {
         text += ",\"pid\":" + std::to_string(report.pid) + ",\"stopped\":" + Flag(report.stopped) +
                 ",\"started_at\":" + JsonString(TimeText(report.startedAt)) +
@@ -110,7 +110,7 @@ std::string RenderHealthJson(const HealthReport& report) {
                 ",\"connections\":" + std::to_string(report.connections) +
                 ",\"resident_bytes\":" + std::to_string(report.residentBytes) + ",\"threads\":[";
         for (const ThreadHealth& thread : report.threads) {
-            text += (&thread == &report.threads.front() ? "" : ",") + ThreadJson(thread);
+            text += (&thread == &report.threads.front() ? "" : ",") + ThreadJson(report, thread);
         }
         text += "]";
     }
@@ -124,9 +124,9 @@ std::string RenderHealthJson(const HealthReport& report) {
 }
 
 std::string RenderHealthPrometheus(const HealthReport& report) {
-    if (!report.running && report.hidden) {
+    if (!report.unknown.empty()) {
         // Neither 0 nor 1 is true, and a metric that is absent is what alerts on what is unknown look for.
-        return "# " + HealthProblems(report).front().sentence + "\n";
+        return "# " + report.unknown + "\n";
     }
     std::string text = Gauge("bayward_service_up", "Whether the service is running.",
                              report.running && !report.stopped ? "1" : "0");
@@ -137,6 +137,8 @@ std::string RenderHealthPrometheus(const HealthReport& report) {
     Metric expected("bayward_service_thread_expected", "Whether the configuration asks for the thread.");
     Metric failing("bayward_service_thread_failing",
                    "Whether the trace log tells that the thread's work fails.");
+    Metric silent("bayward_service_thread_silent",
+                  "Whether the thread writes nothing to the trace log though it should.");
     Metric lastLine("bayward_service_thread_last_line_timestamp_seconds",
                     "When the thread last wrote to the trace log; a healthy one may be silent.");
     for (const ThreadHealth& thread : report.threads) {
@@ -144,12 +146,13 @@ std::string RenderHealthPrometheus(const HealthReport& report) {
         lives.Add(labels, thread.lives ? "1" : "0");
         expected.Add(labels, thread.expected ? "1" : "0");
         failing.Add(labels, thread.trace.failing ? "1" : "0");
+        silent.Add(labels, IsSilent(report, thread) ? "1" : "0");
         if (thread.trace.lastAt != 0) {
             lastLine.Add(labels, std::to_string(thread.trace.lastAt));
         }
     }
     text +=
-        lives.Text() + expected.Text() + failing.Text() + lastLine.Text() +
+        lives.Text() + expected.Text() + failing.Text() + silent.Text() + lastLine.Text() +
         Gauge("bayward_service_start_time_seconds", "When the service was started.",
               std::to_string(report.startedAt)) +
         Gauge("bayward_service_executable_replaced",
@@ -186,8 +189,4 @@ std::string RenderHealthNagios(const HealthReport& report) {
                Counted(LivingThreads(report), "thread");
     }
     return NagiosLine(HealthLevelOf(report), text, HealthPerformanceData(report));
-}
-
-std::string RenderHealthNagiosFailure(const std::string& sentence) {
-    return NagiosLine(HealthLevel::kUnknown, sentence, {});
 }

@@ -1,6 +1,7 @@
 #include "health-report.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "account-text.h"
 #include "health-text.h"
@@ -10,11 +11,37 @@ namespace {
 // So many of the descriptors in use leave room for nothing but the next failure.
 constexpr std::uint64_t kTooFullPercent = 80;
 
-std::string Quoted(const std::string& name) {
-    return "\"" + name + "\"";
+// The longest pause between two looks at the controller is an hour, as is that after a refused log-in.
+constexpr std::uint64_t kLongestSilence = 3 * 60 * 60;  // seconds
+
+std::string Named(const ThreadHealth& thread) {
+    return "The thread \"" + thread.name + "\"";
+}
+
+std::vector<HealthProblem> ThreadProblems(const HealthReport& report, const ThreadHealth& thread) {
+    if (thread.expected && !thread.lives) {
+        return {{HealthLevel::kDown,
+                 Named(thread) + " has ended or never started; see the trace log and restart the service."}};
+    }
+    if (thread.lives && thread.trace.failing) {
+        return {{HealthLevel::kOff, Named(thread) + " fails since " +
+                                        AgeText(AgeOf(report, thread.trace.outcomeAt)) + ": " +
+                                        thread.trace.outcome}};
+    }
+    if (IsSilent(report, thread)) {
+        return {{HealthLevel::kOff,
+                 Named(thread) + " is silent since " + AgeText(AgeOf(report, thread.trace.lastAt)) +
+                     "; see whether the trace log can be written, and restart the service."}};
+    }
+    return {};
 }
 
 }  // namespace
+
+bool IsSilent(const HealthReport& report, const ThreadHealth& thread) {
+    return thread.lives && !thread.trace.failing && thread.trace.owesLine &&
+           AgeOf(report, thread.trace.lastAt) > kLongestSilence;
+}
 
 std::string AgeText(std::uint64_t seconds) {
     constexpr std::uint64_t kMinute = 60;
@@ -35,10 +62,8 @@ std::uint64_t AgeOf(const HealthReport& report, std::uint64_t time) {
 }
 
 std::vector<HealthProblem> HealthProblems(const HealthReport& report) {
-    if (!report.running && report.hidden) {
-        return {{HealthLevel::kUnknown,
-                 "Whether the service runs cannot be found out: not every process may be looked at here; run "
-                 "this with all of root's capabilities (CAP_SYS_PTRACE)."}};
+    if (!report.unknown.empty()) {
+        return {{HealthLevel::kUnknown, report.unknown}};
     }
     if (!report.running) {
         return {
@@ -60,15 +85,8 @@ std::vector<HealthProblem> HealthProblems(const HealthReport& report) {
                                                    "), which reports everything twice; end all but one."});
     }
     for (const ThreadHealth& thread : report.threads) {
-        if (thread.expected && !thread.lives) {
-            problems.push_back(
-                {HealthLevel::kDown,
-                 "The thread " + Quoted(thread.name) +
-                     " has ended or never started; see the trace log and restart the service."});
-        } else if (thread.lives && thread.trace.failing) {
-            problems.push_back({HealthLevel::kOff, "The thread " + Quoted(thread.name) + " fails since " +
-                                                       AgeText(AgeOf(report, thread.trace.outcomeAt)) + ": " +
-                                                       thread.trace.outcome});
+        for (HealthProblem& problem : ThreadProblems(report, thread)) {
+            problems.push_back(std::move(problem));
         }
     }
     if (!report.unreadTrace.empty()) {

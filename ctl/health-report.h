@@ -12,9 +12,12 @@ struct ThreadTrace {
     // The last line that tells whether its work succeeds; empty when there is none.
     std::string outcome;
     std::uint64_t outcomeAt = 0;
-    bool failing = false;  // it tells that it does not
-    bool works = false;    // it tells that it does
-    bool began = false;    // it tells that it began; without any of the three it is a hint
+    bool failing = false;   // it tells that it does not
+    bool works = false;     // it tells that it does
+    bool began = false;     // it tells that it began; without any of the three it is a hint
+    bool recurs = false;    // the line comes again in each cycle until one succeeds, which writes nothing
+    bool looks = false;     // it has told of drives, as it does at each look at the controller
+    bool owesLine = false;  // after its last line another one follows within hours, whatever happens
 };
 
 struct ThreadHealth {
@@ -25,8 +28,8 @@ struct ThreadHealth {
 };
 
 struct HealthReport {
-    bool running = false;  // false: only `readAt` and `hidden` have a meaning
-    bool hidden = false;   // it may run, but the system does not show it to this user
+    bool running = false;  // false: only `readAt` and `unknown` have a meaning
+    std::string unknown;   // why it cannot be told whether it runs; empty when it can
     std::uint64_t readAt = 0;
     int pid = 0;  // of several instances this is the one that lacks the most threads
     std::vector<int> others;
@@ -50,6 +53,9 @@ struct HealthProblem {
     std::string sentence;  // without control characters
 };
 
+// A living thread that has been silent for longer than it ever is.
+bool IsSilent(const HealthReport& report, const ThreadHealth& thread);
+
 // Empty when all is well.
 std::vector<HealthProblem> HealthProblems(const HealthReport& report);
 HealthLevel HealthLevelOf(const HealthReport& report);
@@ -65,5 +71,5 @@ std::string RenderHealthPrometheus(const HealthReport& report);
 std::string HealthPerformanceData(const HealthReport& report);
 // One line, performance data behind "|".
 std::string RenderHealthNagios(const HealthReport& report);
-// The same when the health could not be told; `sentence` says why.
-std::string RenderHealthNagiosFailure(const std::string& sentence);
+// Of that line, the name of the plugin.
+inline constexpr const char* kHealthPluginName = "BAYWARD SERVICE";

@@ -8,6 +8,9 @@
 
 #include "health-report.h"
 
+// Forgets an outcome that a later cycle would have told again. `cycle`: from one to the next, in seconds.
+void ForgetWhatIsOver(ThreadTrace& trace, std::uint64_t now, std::uint64_t cycle);
+
 // Reads trace lines, oldest first, and keeps what the last ones of the present run tell, by the threads'
 // names. Lines that no thread can be told for are passed over, and so is what is no trace line at all.
 class TraceReading {

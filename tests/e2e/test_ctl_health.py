@@ -1,10 +1,20 @@
 """baywardctl health beside the real service."""
 
 import json
+import re
 from pathlib import Path
-from typing import Callable
+from typing import Any, Callable, Set
 
-from watched import Watched
+from watched import ROOT, Watched
+
+
+def names_of(document: Any) -> Set[str]:
+    """Every member's name, at every depth."""
+    if isinstance(document, list):
+        return set().union(*map(names_of, document))
+    if isinstance(document, dict):
+        return set(document).union(*map(names_of, document.values()))
+    return set()
 
 
 def health(watched: Watched) -> "tuple[int, dict]":
@@ -31,6 +41,8 @@ def test_running_service_is_well(start_sim: Callable, watch: Callable[..., Watch
         "OS log": (True, True), "Serial log": (True, True), "Media Error": (False, False)}
     assert threads["OS log"]["outcome"] == "Start to monitor."
     assert found["connections"] == 1
+    described = re.findall(r"^\| `([a-z_]+)` \|", (ROOT / "docs/health-json.md").read_text(encoding="utf-8"), re.M)
+    assert names_of(found) == set(described)
     assert 0 <= found["uptime_seconds"] < 120
     assert found["descriptors"] == len(watched.host.descriptors())
     assert 2 ** 20 < found["resident_bytes"] < 2 ** 28
@@ -59,6 +71,13 @@ def test_running_service_is_well(start_sim: Callable, watch: Callable[..., Watch
         done = watched.host.run([*guarded, "--format", form], env=watched.environment())
         assert (done.returncode, done.stderr) == (3, "")
         assert told in done.stdout and "bayward_service_up" not in done.stdout
+
+    # The same where /proc does not even list them.
+    mounted = ("mount -t proc -o hidepid=invisible none /proc && exec setpriv --bounding-set -sys_ptrace "
+               f"{watched.host.runtime}/baywardctl health --format nagios")
+    done = watched.host.run(["unshare", "--mount", "sh", "-c", mounted], env=watched.environment())
+    assert (done.returncode, done.stderr) == (3, "")
+    assert done.stdout.startswith("BAYWARD SERVICE UNKNOWN - Whether the service runs cannot be found out")
 
     assert watched.stop() == 0
     for form, told in (("table", "The service is not running"), ("nagios", "BAYWARD SERVICE CRITICAL - "),

@@ -90,23 +90,36 @@ TEST(CommandLine, WrongUsage_NamesTheFaultAndTheHelpThatAnswersIt) {
 }
 
 TEST(CommandLine, OutputWithoutAName_IsWrongUsage) {
-    const Outcome outcome = RunTool("status --output ''");
-    EXPECT_EQ(outcome.status, 2);
-    EXPECT_EQ(outcome.out, "");
-    EXPECT_EQ(outcome.err,
-              "baywardctl: \"--output\" needs the name of a file; see \"baywardctl status --help\".\n");
+    const std::pair<const char*, int> cases[] = {{"status", 2}, {"health", 3}};
+    for (const auto& [command, status] : cases) {
+        const Outcome outcome = RunTool(std::string(command) + " --output ''");
+        EXPECT_EQ(outcome.status, status);
+        EXPECT_EQ(outcome.out, "");
+        EXPECT_EQ(outcome.err, std::string("baywardctl: \"--output\" needs the name of a file; see "
+                                           "\"baywardctl ") +
+                                   command + " --help\".\n");
+    }
 }
 
 TEST(CommandLine, FailureOfThePlugin_IsAResultOnStandardOutputToo) {
-    const std::pair<const char*, const char*> cases[] = {
-        {"--output /nodir/x", "Cannot write /nodir/x: No such file or directory"},
-        {"--output ''", "\"--output\" needs the name of a file"},
-        {"--unknown", "\"status\" knows no option \"--unknown\""},
+    struct Case {
+        const char* command;
+        const char* arguments;
+        const char* sentence;
     };
-    for (const auto& [arguments, sentence] : cases) {
-        const Outcome outcome = RunTool(std::string("status --format nagios ") + arguments);
-        EXPECT_EQ(outcome.status, 3) << arguments;
-        EXPECT_EQ(outcome.out.rfind(std::string("BAYWARD UNKNOWN - ") + sentence, 0), 0U) << outcome.out;
+    const Case cases[] = {
+        {"status", "--output /nodir/x", "Cannot write /nodir/x: No such file or directory"},
+        {"status", "--output ''", "\"--output\" needs the name of a file"},
+        {"status", "--unknown", "\"status\" knows no option \"--unknown\""},
+        {"health", "--output /nodir/x", "Cannot write /nodir/x: No such file or directory"},
+        {"health", "--output ''", "\"--output\" needs the name of a file"},
+        {"health", "--unknown", "\"health\" knows no option \"--unknown\""},
+    };
+    for (const auto& [command, arguments, sentence] : cases) {
+        const Outcome outcome = RunTool(std::string(command) + " --format nagios " + arguments);
+        const char* const plugin = command == std::string("status") ? "BAYWARD" : "BAYWARD SERVICE";
+        EXPECT_EQ(outcome.status, 3) << command << arguments;
+        EXPECT_EQ(outcome.out.rfind(std::string(plugin) + " UNKNOWN - " + sentence, 0), 0U) << outcome.out;
         EXPECT_EQ(std::count(outcome.out.begin(), outcome.out.end(), '\n'), 1) << arguments;
         EXPECT_EQ(outcome.err.rfind(std::string("baywardctl: ") + sentence, 0), 0U) << outcome.err;
     }

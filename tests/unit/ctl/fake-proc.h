@@ -11,6 +11,7 @@ class FakeProc {
 public:
     FakeProc() {
         root.Write("proc/uptime", "5000.25 9000.00\n");
+        root.Write("proc/1/comm", "systemd\n");
         root.Write("var/log/bayward/bayward.log", "");
     }
 

@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "colour.h"
+#include "ctl-error.h"
 #include "fake-bridge.h"
 #include "fake-commands.h"
 #include "fake-proc.h"
@@ -129,6 +130,69 @@ TEST(HealthTrace, DiagnosticToolThatFails_IsAHintAlone) {
     EXPECT_FALSE(trace.works);
 }
 
+constexpr const char* kSaves = "<VK0900> [TR] Start cyclic serial log saving.";
+
+TEST(HealthTrace, ArchiveThatCannotBeSaved_IsAHintUntilTheNextCycleIsOver) {
+    ThreadTrace trace =
+        Tell(At(1, kSaves) + At(2, "<VK0902> [ER] log-manager 98 (command: /opt/ssacli ctrl all diag)"),
+             "Serial log");
+    EXPECT_EQ(trace.outcome, "the diagnostic archive could not be saved");
+    EXPECT_FALSE(trace.failing);
+    EXPECT_FALSE(trace.began);
+    constexpr std::uint64_t kCycle = 7200;
+    constexpr std::uint64_t kToolTime = 3600;
+    ForgetWhatIsOver(trace, Noon(2) + kCycle + kToolTime, kCycle);
+    EXPECT_EQ(trace.outcome, "the diagnostic archive could not be saved");
+    ForgetWhatIsOver(trace, Noon(2) + kCycle + kToolTime + 1, kCycle);
+    EXPECT_EQ(trace.outcome, "");
+    EXPECT_EQ(trace.lastAt, Noon(2));
+}
+
+TEST(HealthTrace, ArchivesThatCannotBePruned_AreAFailureUntilTheNextCycleIsOver) {
+    for (const char* line : {"237 (Err: 1)", "324 (Err: 5)", "333 (Err: 5)", "340", "346 (Err: 2)", "215"}) {
+        ThreadTrace trace = Tell(At(1, kSaves) + At(2, "<VK0902> [ER] log-manager 98 (command: x)") +
+                                     At(2, std::string("<VK0902> [ER] log-manager ") + line),
+                                 "Serial log");
+        EXPECT_TRUE(trace.failing) << line;
+        EXPECT_NE(trace.outcome, "") << line;
+        ForgetWhatIsOver(trace, Noon(59) + 86400, 7200);
+        EXPECT_FALSE(trace.failing) << line;
+    }
+}
+
+TEST(HealthTrace, EndOfAThread_IsNeverOver) {
+    ThreadTrace trace =
+        Tell(At(1, kSaves) + At(2, "<VK0902> [ER] service 1540 (Err: Unknown)"), "Serial log");
+    ForgetWhatIsOver(trace, Noon(2) + 1000000, 3600);
+    EXPECT_TRUE(trace.failing);
+}
+
+constexpr const char* kCreated = "<VK0900> [TR] Create thread for OS log.";
+constexpr const char* kMonitors = "<VK0900> [TR] Start to monitor.";
+constexpr const char* kSmartDrive = "<VK0999> [TR] ilorest-reader 133 ssdEnduranceUtilizationPercentage=0";
+constexpr const char* kRedfishDrive = "<VK0999> [TR] ilorest-reader 113 statusReasons=None, State=Enabled";
+
+TEST(HealthTrace, ThreadThatTellsOfDrives_OwesALineFromThenOn) {
+    for (const char* drive : {kSmartDrive, kRedfishDrive}) {
+        EXPECT_TRUE(Tell(At(1, kCreated) + At(2, drive)).owesLine) << drive;
+        EXPECT_TRUE(Tell(At(1, kCreated) + At(2, drive) + At(3, kMonitors)).owesLine) << drive;
+    }
+}
+
+TEST(HealthTrace, ThreadThatWasCreated_OwesItsFirstLine) {
+    EXPECT_TRUE(Tell(At(1, kCreated)).owesLine);
+    const std::string created = At(1, "<VK0900> [TR] Create thread for Serial log.");
+    EXPECT_TRUE(Tell(created, "Serial log").owesLine);
+    EXPECT_FALSE(Tell(created + At(1, kSaves), "Serial log").owesLine);
+    EXPECT_FALSE(Tell(At(1, kSaves) + created, "Serial log").owesLine) << "whichever was faster";
+}
+
+TEST(HealthTrace, ServerWithoutDrives_OwesNoLine) {
+    EXPECT_FALSE(Tell(At(1, kCreated) + At(2, "<VK0999> [TR] ilorest-reader 122 mVersion=iLO 5 v2.72") +
+                      At(3, kMonitors))
+                     .owesLine);
+}
+
 TEST(HealthTrace, LinesThatAreNone_ArePassedOver) {
     for (const char* line : {"\n", "x\n", "2026/01/31 12:01:00.123\n", "2026/13/31 12:01:00.123 <VK0956> x\n",
                              "<VK0956> [ER] Failed, without a stamp and long enough\n",
@@ -186,6 +250,10 @@ TEST(HealthProcess, NoProcessOfTheExecutable_IsNone) {
     EXPECT_FALSE(FindService(proc.root.path(), kProgram).hidden);
     EXPECT_THAT(FindService("/nowhere", kProgram).instances, IsEmpty());
     EXPECT_TRUE(FindService("/nowhere", kProgram).hidden) << "nothing is shown there";
+    std::filesystem::remove_all(proc.root / "proc/1");
+    EXPECT_TRUE(FindService(proc.root.path(), kProgram).hidden) << "not even the first process is shown";
+    proc.Add(42, kProgram, 100);
+    EXPECT_FALSE(FindService(proc.root.path(), kProgram).hidden);
 }
 
 TEST(HealthProcess, ProcessThatEndsMeanwhile_IsNone) {
@@ -250,7 +318,7 @@ TEST(HealthReport, NotRunning_IsDown) {
 
 TEST(HealthReport, HiddenService_IsUnknownEverywhere) {
     HealthReport report;
-    report.hidden = true;
+    report.unknown = "Whether the service runs cannot be found out: hidden.";
     EXPECT_EQ(HealthLevelOf(report), HealthLevel::kUnknown);
     EXPECT_THAT(HealthProblems(report), ElementsAre(Says("cannot be found out")));
     EXPECT_THAT(RenderHealthPrometheus(report), Not(HasSubstr("bayward_service_up")));
@@ -282,6 +350,27 @@ TEST(HealthReport, EachThingThatIsOff_IsAProblem) {
     report = Well();
     report.replaced = true;
     EXPECT_THAT(HealthProblems(report), ElementsAre(Says("replaced")));
+}
+
+TEST(HealthReport, ThreadThatIsSilentForTooLong_IsAProblem) {
+    constexpr std::uint64_t kLongest = 3 * 60 * 60;
+    HealthReport report = Well();
+    ThreadTrace& trace = report.threads[0].trace;
+    trace.lastAt = report.readAt - kLongest - 1;
+    EXPECT_THAT(HealthProblems(report), IsEmpty()) << "it owes no line";
+    trace.owesLine = true;
+    EXPECT_THAT(HealthProblems(report), ElementsAre(Says("\"OS log\" is silent since 3 h; ")));
+    EXPECT_EQ(HealthLevelOf(report), HealthLevel::kOff);
+    EXPECT_THAT(RenderHealthJson(report), HasSubstr("\"silent\":true"));
+    EXPECT_THAT(RenderHealthPrometheus(report),
+                HasSubstr("\nbayward_service_thread_silent{thread=\"OS log\"} 1\n"));
+    trace.lastAt = report.readAt - kLongest;
+    EXPECT_THAT(HealthProblems(report), IsEmpty());
+    trace.lastAt = report.readAt + 60;
+    EXPECT_THAT(HealthProblems(report), IsEmpty()) << "the clock was set back";
+    trace = {report.readAt - 2 * kLongest, "Refused.", report.readAt - 2 * kLongest, true};
+    trace.owesLine = true;
+    EXPECT_THAT(HealthProblems(report), ElementsAre(Says("fails since 6 h"))) << "told once";
 }
 
 TEST(HealthReport, ThreadThatIsNotAskedFor_MayLiveOrNot) {
@@ -318,10 +407,10 @@ TEST(HealthRender, Json_HasEverything) {
         R"("stopped":false,"started_at":"2026-01-31T09:55:00Z","uptime_seconds":7500,"executable_replaced":false,)"
         R"("descriptors":14,"descriptor_limit":1024,"connections":1,"resident_bytes":31457280,"threads":[)"
         R"({"name":"OS log","expected":true,"lives":true,"last_line_at":"2026-01-31T11:59:48Z",)"
-        R"("failing":false,"outcome":"Start to monitor.","outcome_at":"2026-01-31T09:56:40Z"},)"
-        R"({"name":"Serial log","expected":true,"lives":true,"last_line_at":null,"failing":false,)"
+        R"("silent":false,"failing":false,"outcome":"Start to monitor.","outcome_at":"2026-01-31T09:56:40Z"},)"
+        R"({"name":"Serial log","expected":true,"lives":true,"last_line_at":null,"silent":false,"failing":false,)"
         R"("outcome":null,"outcome_at":null},)"
-        R"({"name":"Media Error","expected":false,"lives":false,"last_line_at":null,"failing":false,)"
+        R"({"name":"Media Error","expected":false,"lives":false,"last_line_at":null,"silent":false,"failing":false,)"
         R"("outcome":null,"outcome_at":null}],"problems":[]})"
         "\n");
     HealthReport gone;
@@ -339,6 +428,7 @@ TEST(HealthRender, Prometheus_HasASampleForEachThread) {
           "bayward_service_thread_up{thread=\"Media Error\"} 0\n",
           "bayward_service_thread_expected{thread=\"Media Error\"} 0\n",
           "bayward_service_thread_failing{thread=\"OS log\"} 0\n",
+          "bayward_service_thread_silent{thread=\"OS log\"} 0\n",
           "bayward_service_thread_last_line_timestamp_seconds{thread=\"OS log\"} 1769860788\n",
           "bayward_service_start_time_seconds 1769853300\n", "bayward_service_open_fds 14\n",
           "bayward_service_max_fds 1024\n", "bayward_service_controller_connections 1\n",
@@ -361,7 +451,6 @@ TEST(HealthRender, Nagios_IsOneLine) {
         RenderHealthNagios(report),
         testing::AllOf(testing::StartsWith("BAYWARD SERVICE WARNING - The thread"), HasSubstr("a/b |")));
     EXPECT_THAT(RenderHealthNagios(HealthReport{}), testing::StartsWith("BAYWARD SERVICE CRITICAL - "));
-    EXPECT_EQ(RenderHealthNagiosFailure("No."), "BAYWARD SERVICE UNKNOWN - No.\n");
 }
 
 // ---- The command ----
@@ -471,6 +560,35 @@ TEST_F(HealthCommandTest, AnyoneButRoot_CannotFindOut) {
     EXPECT_THROW(Run(), std::exception);
     EXPECT_EQ(Run(HealthFormat::kNagios), 3);
     EXPECT_EQ(out.str(), "BAYWARD SERVICE UNKNOWN - \"baywardctl health\" needs root; run it with sudo.\n");
+}
+
+TEST_F(HealthCommandTest, AnyoneButRoot_LeavesNoOldResultInTheFile) {
+    user = 1000;
+    const std::string file = proc.root / "health";
+    for (const HealthFormat format : {HealthFormat::kTable, HealthFormat::kJson, HealthFormat::kPrometheus}) {
+        proc.root.Write("health", "all well");
+        EXPECT_THROW(Run(format, file), CtlError);
+        EXPECT_THAT(proc.root.Read("health"),
+                    testing::AllOf(HasSubstr("needs root"), Not(HasSubstr("all well"))));
+        EXPECT_EQ(out.str(), "");
+    }
+    proc.root.Write("health", "all well");
+    EXPECT_EQ(Run(HealthFormat::kNagios, file), 3);
+    EXPECT_THAT(proc.root.Read("health"), testing::StartsWith("BAYWARD SERVICE UNKNOWN - "));
+    EXPECT_THROW(Run(HealthFormat::kNagios, proc.root / "nowhere/health"), CtlError);
+}
+
+TEST_F(HealthCommandTest, FailedSavingOfAnArchive_IsForgottenAfterTheConfiguredCycle) {
+    Configure("[serial log]\ninterval=60\n[media error]\ncheck=false\n");
+    proc.Add(41, kProgram, static_cast<long>(Ticks(1)), {"OS log", "Serial log"});
+    constexpr std::time_t kCycle = 3600;
+    proc.root.Write("proc/uptime", "100000.25 9000.00\n");
+    const std::string line = "<VK0902> [ER] log-manager 346 (Err: 2)";
+    proc.root.Write("var/log/bayward/bayward.log", Ago(kCycle, line));
+    EXPECT_EQ(Run(), 1);
+    EXPECT_THAT(out.str(), HasSubstr("\\\"Serial log\\\" fails since 60 min: old archives cannot be"));
+    proc.root.Write("var/log/bayward/bayward.log", Ago(2 * kCycle + 60, line));
+    EXPECT_EQ(Run(), 0) << out.str();
 }
 
 TEST_F(HealthCommandTest, File_GetsTheResult) {
