@@ -6,7 +6,7 @@ import random
 import time
 from collections import Counter
 from contextlib import contextmanager
-from typing import Any, Callable, Dict, Iterator, List, Tuple
+from typing import Any, Callable, Dict, Iterator, List, Optional, Tuple
 
 from soaklogs import Journal, Mark
 from soakmedium import MediumErrors
@@ -82,9 +82,11 @@ class Rounds:
         self.reported = self.silent = 0
         #: Log-ins that were lost without a fault of the run: on a busy machine a time limit may pass by itself.
         self.unplanned = 0
+        #: Starts of the interpreter until memory counted as warmed up.
+        self.warm_loads: Optional[int] = None
         self._kinds: Dict[str, Tuple[int, Callable[[], None]]] = {
-            "failing read": (40, self._failing_read), "changes": (22, self._changes),
-            "changes at any moment": (10, self._changes_at_any_moment),
+            "failing read": (27, self._failing_read), "changes": (28, self._changes),
+            "changes at any moment": (14, self._changes_at_any_moment),
             "survived fault": (14, self._survived_fault), "no session left": (5, self._no_session_left),
             "password changed": (2, self._password_changed), "controller restarted": (2, self._controller_restarted),
             "RAID controller gone and back": (2, self._controller_gone_and_back),
@@ -133,7 +135,9 @@ class Rounds:
     def _look_around(self) -> None:
         """What must hold between any two rounds."""
         self._medium.step()
-        self._loads.count()
+        loads = self._loads.count()
+        if self.warm_loads is None and self._vitals.warm_kib is not None:
+            self.warm_loads = loads
         sessions = self._server.sessions()
         if sessions > SESSIONS:
             raise self._journal.violation(f"{sessions} sessions are open; {SESSIONS} are allowed.")
