@@ -10,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include "file-descriptor.h"
 #include "server-util.h"
 #include "test-io.h"
 #include "test-root.h"
@@ -326,6 +327,8 @@ TEST_F(TraceLogTest, LinkInTheFoldersPlace_IsFollowed) {
 
 TEST_F(TraceLogTest, PipeThatNobodyReadsInTheFilesPlace_DoesNotStopTheThread) {
     ASSERT_EQ(mkfifo(Path().c_str(), 0600), 0);
+    const tovaserverutil::FileDescriptor held(open(Path().c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
+    ASSERT_TRUE(held.valid());
     TraceLog log(Path(), kNoLimit, true);
     constexpr int kMoreThanAPipeHolds = 100;
     for (int line = 0; line < kMoreThanAPipeHolds; ++line) {
