@@ -11,7 +11,11 @@ set(CPACK_PACKAGE_DESCRIPTION
 "bayward watches RAID controllers, logical drives and physical drives through
 the server's iLO management controller and the vendors' RAID tools. It writes
 one clear message to syslog when a drive fails, predicts its failure or wears
-out, and when a logical drive goes offline: once per change.")
+out, and when a logical drive goes offline: once per change.
+
+It reads the controller over the network. The local in-band channel, which it
+takes when no URL is configured, also needs the maker's Python library and its
+native part; the RAID tools (ssacli, storcli64) come from the maker as well.")
 
 # Two components in one package: the run-time folder, and what lies outside of it.
 set(CPACK_INSTALL_CMAKE_PROJECTS
@@ -27,6 +31,13 @@ set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON)
 
 set(packaging ${CMAKE_CURRENT_SOURCE_DIR}/packaging)
 
+# Both removals end what was started by hand.
+file(READ ${packaging}/end-runs END_RUNS)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${packaging}/end-runs)
+foreach(script deb/prerm rpm/preun)
+    configure_file(${packaging}/${script}.in ${CMAKE_BINARY_DIR}/packaging/${script} @ONLY)
+endforeach()
+
 # dmidecode: the key of the account files comes from the system's UUID. ip: the address of the virtual NIC.
 # unzip: the Smart Array diagnostic report. The library of the embedded interpreter and OpenSSL are found by their
 # names in the executables.
@@ -36,12 +47,14 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "dmidecode, iproute2, unzip")
 # locales writes the file that the language is read from.
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "rsyslog | system-log-daemon, locales, kmod")
+# python3-ilorest: the in-band channel, which also takes the maker's native library. Who names the controller's URL needs
+# neither.
 set(CPACK_DEBIAN_PACKAGE_SUGGESTS "python3-ilorest, bash-completion")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
     ${packaging}/deb/conffiles
     ${packaging}/deb/postinst
-    ${packaging}/deb/prerm
+    ${CMAKE_BINARY_DIR}/packaging/deb/prerm
     ${packaging}/deb/postrm)
 
 set(CPACK_RPM_FILE_NAME RPM-DEFAULT)
@@ -58,7 +71,7 @@ Recommends: kmod
 Suggests: bash-completion
 %define _build_id_links none")
 set(CPACK_RPM_POST_INSTALL_SCRIPT_FILE ${packaging}/rpm/post)
-set(CPACK_RPM_PRE_UNINSTALL_SCRIPT_FILE ${packaging}/rpm/preun)
+set(CPACK_RPM_PRE_UNINSTALL_SCRIPT_FILE ${CMAKE_BINARY_DIR}/packaging/rpm/preun)
 set(CPACK_RPM_POST_UNINSTALL_SCRIPT_FILE ${packaging}/rpm/postun)
 set(CPACK_RPM_USER_FILELIST "%config(noreplace) %attr(0600,root,root) /etc/opt/tarn/bayward/bayward.conf")
 # CPack takes every other file with an absolute path for configuration unless it is listed, too.

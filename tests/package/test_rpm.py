@@ -2,14 +2,13 @@
 
 from __future__ import annotations
 
-import shutil
 import stat
 import subprocess
 from pathlib import Path
 from typing import Dict, List
 
 import pytest
-from cleantree import ROOT, Tree
+from cleantree import Tree
 
 CONFIGURATION = "/etc/opt/tarn/bayward/bayward.conf"
 
@@ -17,6 +16,13 @@ CONFIGURATION = "/etc/opt/tarn/bayward/bayward.conf"
 def _query(rpm: Path, *options: str) -> List[str]:
     done = subprocess.run(["rpm", "-qp", *options, str(rpm)], capture_output=True, text=True, check=True)
     return done.stdout.splitlines()
+
+
+def _unpack_script(rpm: Path, name: str, tree: Tree) -> str:
+    """A script of the package, as a file in the tree."""
+    inner = f"/var/tmp/{name}"
+    tree.path(inner).write_text("\n".join(_query(rpm, "--queryformat", f"%{{{name}}}")) + "\n")
+    return inner
 
 
 @pytest.fixture(scope="module")
@@ -62,25 +68,34 @@ def test_dependencies_are_named(rpm: Path) -> None:
 
 def test_scripts_neither_enable_nor_start_a_new_installation(rpm: Path) -> None:
     scripts = "\n".join(_query(rpm, "--scripts"))
-    assert "preset bayward.service" in scripts and "disable --now bayward.service" in scripts
+    assert "preset bayward.service" in scripts and "disable bayward.service" in scripts
     assert "try-restart bayward.service" in scripts
     assert " start " not in scripts and " enable " not in scripts
 
 
-def test_scripts_keep_quiet_and_may_run_again_without_a_running_systemd(tree: Tree) -> None:
-    packaging = ROOT / "packaging/rpm"
-    for script, count in (("post", "1"), ("post", "2"), ("preun", "1"), ("postun", "1"), ("preun", "0"),
-                          ("preun", "0"), ("postun", "0")):
-        shutil.copy(packaging / script, tree.path("/var/tmp"))
-        done = tree.run("sh", f"/var/tmp/{script}", count, check=False)
+def test_scripts_keep_quiet_and_may_run_again_without_a_running_systemd(rpm: Path, tree: Tree) -> None:
+    for script, count in (("POSTIN", "1"), ("POSTIN", "2"), ("PREUN", "1"), ("POSTUN", "1"), ("PREUN", "0"),
+                          ("PREUN", "0"), ("POSTUN", "0")):
+        done = tree.run("sh", _unpack_script(rpm, script, tree), count, check=False)
         assert (done.returncode, done.stdout, done.stderr) == (0, "", ""), script
 
 
-def test_removal_takes_what_the_tools_have_left(tree: Tree) -> None:
+def test_removal_disables_the_unit_also_where_systemd_does_not_run(rpm: Path, tree: Tree) -> None:
+    tree.run("systemctl", "enable", "bayward")
+    link = tree.path("/etc/systemd/system/multi-user.target.wants/bayward.service")
+    assert link.is_symlink()
+    preun = _unpack_script(rpm, "PREUN", tree)
+    tree.run("sh", preun, "1")
+    assert link.is_symlink()  # an upgrade
+    tree.run("sh", preun, "0")
+    assert not link.is_symlink()
+
+
+def test_removal_takes_what_the_tools_have_left(rpm: Path, tree: Tree) -> None:
     left = tree.path("/opt/tarn/bayward/bin/ADUReport.zip")
     left.write_text("x")
-    shutil.copy(ROOT / "packaging/rpm/preun", tree.path("/var/tmp"))
-    tree.run("sh", "/var/tmp/preun", "1")
+    preun = _unpack_script(rpm, "PREUN", tree)
+    tree.run("sh", preun, "1")
     assert left.exists()  # an upgrade, whose service may be running
-    tree.run("sh", "/var/tmp/preun", "0")
+    tree.run("sh", preun, "0")
     assert not left.exists() and tree.path("/opt/tarn/bayward/bin/bayward").exists()
