@@ -71,6 +71,10 @@ def machine(installed: Tree, tmp_path_factory: pytest.TempPathFactory) -> Iterat
     tree = Tree(installed.folder, tmp_path_factory.mktemp("machine") / "tree")
     tree.path("/etc/default/locale").write_text("LANG=C.UTF-8\n")
     tree.path("/usr/sbin/dmidecode").write_text((ROOT / "sim/bin/dmidecode").read_text())
+    # The pause after a crash is minutes long.
+    drop_in = tree.path("/etc/systemd/system/bayward.service.d/soon.conf")
+    drop_in.parent.mkdir()
+    drop_in.write_text("[Service]\nRestartSec=1s\n")
     booted = Machine(tree)
     yield booted
     booted.close()

@@ -2,9 +2,12 @@
 
 from __future__ import annotations
 
+import shutil
+import subprocess
 import time
+from contextlib import contextmanager
 from pathlib import Path
-from typing import Callable, Iterator
+from typing import Callable, Iterator, List
 
 import pytest
 from cleantree import Machine
@@ -13,6 +16,8 @@ from simcontroller.process import ControllerProcess
 CONFIGURATION = "/etc/opt/tarn/bayward/bayward.conf"
 TRACE = "/var/log/bayward/bayward.log"
 TOOL = "/opt/smartstorageadmin/ssacli/bin/ssacli"
+PROGRAM = "/opt/tarn/bayward/bin/bayward"
+RUNTIME_DROP_IN = "/run/systemd/system/bayward.service.d/test.conf"
 # What the RAID tools do and what nobody has to do, each one line in /run/raid-tool. The tool takes its time.
 _TOOL_SCRIPT = """#!/bin/sh
 {
@@ -59,6 +64,31 @@ def _wait_baseline(machine: Machine, sim: ControllerProcess) -> None:
     walks = lambda: sim.control.call("counters")["requests"].get("GET /redfish/v1/Systems/", 0)  # noqa: E731
     begun = walks()
     _wait(lambda: walks() >= begun + 3, "third walk", 60, machine)
+
+
+@contextmanager
+def _setting(machine: Machine, *lines: str) -> Iterator[None]:
+    """The unit with other settings for a while."""
+    machine.run("mkdir", "-p", str(Path(RUNTIME_DROP_IN).parent))
+    machine.run("tee", RUNTIME_DROP_IN, stdin="\n".join(("[Service]", *lines)) + "\n")
+    machine.run("systemctl", "daemon-reload")
+    try:
+        yield
+    finally:
+        machine.run("systemctl", "stop", "bayward", check=False)
+        machine.run("rm", RUNTIME_DROP_IN)
+        machine.run("systemctl", "daemon-reload")
+
+
+def _install_tool(machine: Machine, seconds: int) -> Callable[[], List[str]]:
+    """A RAID tool that takes that long, and what it has said."""
+    configuration = machine.tree.path(CONFIGURATION)
+    configuration.write_text(configuration.read_text().replace("check=false", "check=true"))
+    machine.run("mkdir", "-p", str(Path(TOOL).parent))
+    machine.tree.path(TOOL).write_text(_TOOL_SCRIPT.replace("TAKES", str(seconds)))
+    machine.tree.path(TOOL).chmod(0o755)
+    machine.run("rm", "-f", "/run/raid-tool", "/dev/raid_node")
+    return lambda: machine.run("cat", "/run/raid-tool", check=False).stdout.splitlines()
 
 
 @pytest.fixture(scope="module")
@@ -110,21 +140,31 @@ def test_crash_starts_the_service_again(service: Machine) -> None:
     assert service.property("MainPID") not in ("0", first)
 
 
-def test_end_that_nobody_asked_for_starts_the_service_again(service: Machine) -> None:
+def test_crashes_never_end_the_watch(service: Machine) -> None:
     service.run("systemctl", "start", "bayward")
-    service.run("systemctl", "kill", "--kill-who=main", "--signal=INT", "bayward")  # ends with status 0
+    for crash in range(1, 8):
+        service.run("systemctl", "kill", "--signal=SEGV", "bayward")
+        _wait(lambda: service.property("NRestarts") == str(crash) and service.property("ActiveState") == "active",
+              f"start after crash {crash}", 30, service)
+
+
+def test_administrator_may_restart_as_often_as_it_takes(service: Machine) -> None:
+    for _ in range(7):
+        service.run("systemctl", "restart", "bayward")
+    assert service.property("ActiveState") == "active"
+
+
+@pytest.mark.parametrize("signal", ["INT", "TERM"])  # ends with status 0, is killed
+def test_end_that_nobody_asked_for_starts_the_service_again(service: Machine, signal: str) -> None:
+    service.run("systemctl", "start", "bayward")
+    _wait(lambda: "Start cyclic serial log saving." in _trace(service), "running service", 30, service)
+    service.run("systemctl", "kill", "--kill-who=main", f"--signal={signal}", "bayward")
     _wait(lambda: service.property("NRestarts") == "1" and service.property("ActiveState") == "active",
           "second start", 30, service)
 
 
 def test_hardening_leaves_the_tools_what_they_need_and_stop_lets_a_running_one_finish(service: Machine) -> None:
-    configuration = service.tree.path(CONFIGURATION)
-    configuration.write_text(configuration.read_text().replace("check=false", "check=true"))
-    service.run("mkdir", "-p", str(Path(TOOL).parent))
-    service.tree.path(TOOL).write_text(_TOOL_SCRIPT.replace("TAKES", "8"))
-    service.tree.path(TOOL).chmod(0o755)
-    service.run("rm", "-f", "/run/raid-tool", "/dev/raid_node")
-    said = lambda: service.run("cat", "/run/raid-tool", check=False).stdout.splitlines()  # noqa: E731
+    said = _install_tool(service, 8)
     service.run("systemctl", "start", "bayward")
     _wait(lambda: "seconds: 8" in said(), "running tool", 30, service)
     assert "finished" not in said()
@@ -142,14 +182,72 @@ def test_hardening_leaves_the_tools_what_they_need_and_stop_lets_a_running_one_f
     assert service.run("ls", "/opt/tarn/bayward/bin/storcli_show_all.log", check=False).returncode != 0
 
 
-def test_start_without_a_locale_file_is_refused_instead_of_watching_nothing(service: Machine) -> None:
-    service.run("mv", "/etc/default/locale", "/root/locale")
+def test_stop_cuts_off_a_tool_that_hangs_and_still_ends_the_session(service: Machine, sim: ControllerProcess) -> None:
+    said = _install_tool(service, 600)
+    with _setting(service, "TimeoutStopSec=5s"):
+        service.run("systemctl", "start", "bayward")
+        _wait_baseline(service, sim)
+        _wait(lambda: "seconds: 600" in said(), "running tool", 60, service)
+        assert sim.control.call("counters")["open_sessions"] == 1
+        service.run("systemctl", "stop", "bayward")
+        assert service.property("Result") == "timeout"
+        assert sim.control.call("counters")["open_sessions"] == 0
+        assert service.run("pgrep", "-f", TOOL, check=False).stdout == ""
+        # The administrator's next start is an ordinary one.
+        service.run("systemctl", "start", "bayward")
+        assert service.property("ActiveState") == "active"
+
+
+def test_stop_right_after_a_start_is_not_lost(service: Machine) -> None:
+    # A service whose first moments take longer than usual.
+    with _setting(service, "ExecStart=", f"ExecStart=/bin/sh -c 'sleep 1; exec {PROGRAM} --stand-alone'"):
+        service.run("systemctl", "start", "bayward")
+        service.run("systemctl", "stop", "bayward")
+    assert "Receive StopEvent." in _trace(service)
+    assert service.property("Result") == "success"
+
+
+def test_tool_that_is_installed_while_the_service_runs_may_write_beside_its_program(service: Machine) -> None:
+    service.run("systemctl", "start", "bayward")
+    service.run("mkdir", "-p", str(Path(TOOL).parent))
+    service.run("nsenter", "--mount", "--target", service.property("MainPID"), "touch", f"{TOOL}.lock")
+
+
+def test_authorities_in_a_home_folder_that_only_its_owner_may_enter_are_read(service: Machine,
+                                                                              sim: ControllerProcess) -> None:
+    home = service.tree.path("/home/admin")
+    home.mkdir()
+    (home / "ca.pem").write_text(Path(sim.ca).read_text())
+    service.run("chown", "-R", "1000:1000", "/home/admin")
+    service.run("chmod", "0700", "/home/admin")
+    service.run("chmod", "0600", "/home/admin/ca.pem")
+    configuration = service.tree.path(CONFIGURATION)
+    configuration.write_text(configuration.read_text().replace("[iLo]\n", "[iLo]\nca file=/home/admin/ca.pem\n"))
+    service.run("systemctl", "start", "bayward")
+    _wait_baseline(service, sim)
+    assert "CA file" not in _trace(service)
+
+
+@pytest.mark.parametrize("path, reason", [
+    ("/etc/default/locale", "The file that the language is read from does not exist"),
+    (CONFIGURATION, f"The configuration {CONFIGURATION} does not exist"),
+    (PROGRAM, "No such file or directory"),
+])
+def test_start_without_what_it_needs_fails_with_a_reason(service: Machine, path: str, reason: str) -> None:
+    service.run("mv", path, "/root/aside")
     try:
-        refused = service.run("systemctl", "start", "bayward", check=False)
-        assert refused.returncode != 0 and "Assertion failed" in refused.stderr
+        assert service.run("systemctl", "start", "bayward", check=False).returncode != 0
+        assert "bayward.service" in service.run("systemctl", "--failed", "--no-legend").stdout
+        assert reason in service.run("systemctl", "status", "--full", "--no-pager", "bayward", check=False).stdout
     finally:
-        service.run("mv", "/root/locale", "/etc/default/locale")
-    assert service.property("ActiveState") == "inactive"
+        service.run("mv", "/root/aside", path)
+    service.run("systemctl", "start", "bayward")
+    assert service.property("ActiveState") == "active"
+
+
+def test_events_find_the_log_daemon_running_from_the_first_to_the_last(service: Machine) -> None:
+    assert {"syslog.service", "rsyslog.service", "syslog-ng.service", "syslog.socket"} <= set(
+        service.property("After").split())
 
 
 def test_systemd_finds_no_fault_in_the_unit(service: Machine) -> None:
@@ -169,6 +267,40 @@ def test_upgrade_restarts_a_running_service_and_leaves_a_stopped_one(service: Ma
     service.run(*install)
     assert service.property("ActiveState") == "active"
     assert service.property("MainPID") not in ("0", first)
+
+
+@pytest.fixture
+def scripts(service: Machine, deb: Path) -> str:
+    """The maintainer scripts, in a folder of the machine."""
+    folder = service.tree.path("/var/tmp/control")
+    shutil.rmtree(folder, ignore_errors=True)
+    subprocess.run(["dpkg-deb", "--control", str(deb), str(folder)], check=True)
+    return "/var/tmp/control"
+
+
+def test_removal_that_is_given_up_leaves_the_service_as_it_was(service: Machine, scripts: str) -> None:
+    for state in ("inactive", "active"):
+        assert service.property("ActiveState") == state
+        service.run("sh", f"{scripts}/prerm", "remove")
+        assert service.property("ActiveState") == "inactive"
+        service.run("sh", f"{scripts}/postinst", "abort-remove")
+        assert service.property("ActiveState") == state
+        service.run("systemctl", "start", "bayward")
+
+
+def test_package_that_comes_back_starts_what_ran_and_names_what_does_not(service: Machine, deb: Path) -> None:
+    service.tree.path("/var/tmp/again.deb").write_bytes(deb.read_bytes())
+    install = ("dpkg", "--force-downgrade", "--install", "/var/tmp/again.deb")
+    service.run("systemctl", "enable", "--now", "bayward")
+    service.run("dpkg", "--remove", "bayward")
+    assert "does not run" not in service.run(*install).stdout
+    assert service.property("ActiveState") == "active"
+
+    service.run("systemctl", "stop", "bayward")
+    service.run("dpkg", "--remove", "bayward")
+    assert "systemctl start bayward" in service.run(*install).stdout
+    assert (service.property("ActiveState"), service.property("UnitFileState")) == ("inactive", "enabled")
+    service.run("systemctl", "disable", "bayward")
 
 
 def test_purge_stops_the_service_and_leaves_nothing(service: Machine) -> None:

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import json
 import re
 import subprocess
 from pathlib import Path
@@ -18,6 +19,14 @@ def test_exposure_is_low() -> None:
     exposure = re.search(r"Overall exposure level for bayward\.service: ([0-9.]+)", said)
     assert exposure is not None, said
     assert float(exposure[1]) <= _MOST_EXPOSURE, said
+
+
+def test_every_protection_that_is_left_out_is_explained() -> None:
+    said = subprocess.run(["systemd-analyze", "security", "--offline=true", "--json=short", str(UNIT)],
+                          capture_output=True, text=True, check=True).stdout
+    left_out = {re.split("[=/]", found["name"])[0] + "=" for found in json.loads(said) if found["set"] is False}
+    assert "PrivateDevices=" in left_out  # it has looked
+    assert {name for name in left_out if name not in UNIT.read_text()} == set()
 
 
 def test_a_crash_leaves_no_password_on_the_disk() -> None:
