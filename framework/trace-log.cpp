@@ -107,7 +107,13 @@ void TraceLog::Append(const char* line, std::size_t length) {
     if (!file.valid() || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
         return;
     }
-    while (write(file.get(), line, length) < 0 && errno == EINTR) {
+    ssize_t written = -1;
+    do {
+        written = write(file.get(), line, length);
+    } while (written < 0 && errno == EINTR);
+    if (written > 0 && static_cast<std::size_t>(written) < length) {
+        // A disk that is full takes the beginning of a line; the next line would run into it.
+        [[maybe_unused]] const int dropped = ftruncate(file.get(), status.st_size);
     }
 }
 

@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <ctime>
@@ -302,6 +303,22 @@ TEST_F(TraceLogTest, LogCurrentException_WritesOneLineByKind) {
                                              "<VK0902> [ER] unit 12 (Err: what 100%)",
                                              "<VK0902> [ER] unit 12 (Err: Unknown)",
                                              "<VK0902> [ER] unit 12 (Err: Unknown)"));
+}
+
+TEST_F(TraceLogTest, LineThatDoesNotFitOnTheDisk_IsDroppedAsAWhole) {
+    TraceLog log(Path(), kNoLimit, true);
+    WriteBytes(log, 100, 'a');
+    rlimit before{};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+    rlimit full = before;
+    full.rlim_cur = 150;  // a file's size stands for that of a disk: both take a line's beginning
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &full), 0);
+    log.Write("%s", std::string(100, 'b').c_str());
+    EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &before), 0);
+    EXPECT_EQ(Current().size(), 100U);
+    WriteBytes(log, 100, 'c');
+    EXPECT_EQ(Current().size(), 200U);
+    EXPECT_EQ(WithoutStamp(Current().substr(100)), std::string(100 - kStamp - 1, 'c') + "\n");
 }
 
 TEST_F(TraceLogTest, ControlCharacters_CannotForgeALine) {
