@@ -154,6 +154,10 @@ class SimHost:
                 return self.work / folder / path[len(inner) + 1:]
         raise HostError(f"{path} is none of the host's own files")
 
+    def inside(self, path: str) -> Path:
+        """Any path of the host, as the host sees it: with what was mounted there later. Good until stop()."""
+        return self._live().path(path)
+
     def write_config(self, config: Config) -> None:
         """Writes /etc/opt/tarn/bayward/bayward.conf anew; the service reads it when it starts."""
         self.outer("/etc/opt/tarn/bayward/bayward.conf").write_text(_config_text(config), encoding="utf-8")

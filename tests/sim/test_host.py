@@ -1,6 +1,7 @@
 """The simulated host: what it keeps to itself, and that nothing of it is left behind."""
 
 import os
+import resource
 import signal
 import subprocess
 import sys
@@ -122,6 +123,13 @@ class TestIsolation:
             assert host.run(["cat", "/etc/default/locale"]).stdout == "LANG=C\n"
             host.run(["sh", "-c", "echo line > /var/log/bayward/x"])
             assert (host.log_dir / "x").read_text(encoding="utf-8") == "line\n"
+
+    def test_what_is_mounted_inside_is_seen_there_alone(self, bin_dir: Path) -> None:
+        with SimHost(bin_dir) as host:
+            done = host.run(["sh", "-c", "mount -t tmpfs tmpfs /var/log/bayward && echo inner > /var/log/bayward/x"])
+            assert done.returncode == 0, done.stderr
+            assert (host.inside("/var/log/bayward") / "x").read_text(encoding="utf-8") == "inner\n"
+            assert not (host.log_dir / "x").exists()
 
     def test_what_is_shared_with_the_machine_cannot_be_written(self, bin_dir: Path) -> None:
         with SimHost(bin_dir) as host:
@@ -266,6 +274,15 @@ class TestService:
             assert host.descriptors() == {0: "/dev/null", 1: str(host.work / "service.out"),
                                           2: str(host.work / "service.err")}
             assert host.rss_kib() > 0
+
+    @pytest.mark.parametrize("stand_alone", [False, True])
+    def test_limits_hold_for_the_service_from_its_start(self, bin_dir: Path, stand_alone: bool) -> None:
+        with SimHost(bin_dir) as host:
+            host.start_service(stand_alone=stand_alone, limits={"nofile": 23, "as": 1 << 30})
+            host.wait_trace("started", 10)
+            assert resource.prlimit(host.pid or 0, resource.RLIMIT_NOFILE) == (23, 23)
+            assert resource.prlimit(host.pid or 0, resource.RLIMIT_AS) == (1 << 30, 1 << 30)
+            assert host.stop_service(10) == 0
 
     def test_children_tell_zombies(self, bin_dir: Path) -> None:
         (bin_dir / "bayward").write_text("#!/bin/sh\nsleep 0 &\nexec sleep 60\n", encoding="utf-8")
