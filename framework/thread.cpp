@@ -1,3 +1,5 @@
+#include <execinfo.h>
+
 #include <memory>
 
 #include "server-util.h"
@@ -7,6 +9,13 @@ namespace {
 constexpr const char* kUnit = "server-util";
 constexpr std::uint64_t kThrew = static_cast<std::uint64_t>(-1);
 constexpr std::uint64_t kNotSignalled = static_cast<std::uint64_t>(-2);
+
+// The C library's pthread_exit loads the unwinder when it is first called, and aborts the process when there
+// is no memory for it: at the stop, of all moments. A look at the stack loads it, too, and earlier.
+void LoadUnwinder() {
+    void* frame = nullptr;
+    [[maybe_unused]] static const int looked = backtrace(&frame, 1);
+}
 
 }  // namespace
 
@@ -25,6 +34,7 @@ void Thread::Run() {
     if (m_running != nullptr) {
         return;
     }
+    LoadUnwinder();
     m_running = std::make_shared<Running>();
     m_running->routine = m_routine;
     m_running->argument = m_argument;

@@ -3,6 +3,8 @@
 
 #include "python-runtime.h"
 
+#include <sys/mman.h>
+
 #include <filesystem>
 #include <initializer_list>
 #include <system_error>
@@ -11,7 +13,7 @@
 namespace {
 
 // Python's own remarks (warnings, exceptions in destructors) go nowhere. What a module logs still reaches the
-// error stream: that is where baywardctl, which has no trace log, shows why a controller cannot be reached.
+// error stream, which the systemd journal keeps of the service.
 constexpr const char* kQuieten = R"(
 import sys, warnings
 
@@ -66,6 +68,14 @@ bool Run(const char* script, std::initializer_list<std::pair<const char*, PyObje
     const PyRef done(PyRun_String(script, Py_file_input, globals.get(), globals.get()));
     PyDict_Clear(globals.get());  // functions of the text and its name space refer to each other
     return static_cast<bool>(done);
+}
+
+// An interpreter that runs out of memory before it is whole aborts the process; afterwards it raises. So it
+// is not begun with less room than it takes until then, and some to spare.
+bool HasRoom() {
+    constexpr std::size_t kRoom = std::size_t{24} * 1024 * 1024;
+    void* const room = mmap(nullptr, kRoom, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    return room != MAP_FAILED && munmap(room, kRoom) == 0;
 }
 
 // Clears the configuration on every way out.
@@ -138,6 +148,9 @@ void PythonRuntime::Finalize() noexcept {
 }
 
 bool PythonRuntime::Initialize() {
+    if (!HasRoom()) {
+        return false;
+    }
     PyPreConfig before;
     PyPreConfig_InitIsolatedConfig(&before);
     before.utf8_mode = 1;
