@@ -2,9 +2,12 @@
 
 #include <signal.h>
 
+#include <chrono>
+#include <cstdio>
 #include <initializer_list>
 #include <memory>
 
+#include "instance-lock.h"
 #include "service-body.h"
 #include "service-param.h"
 #include "signal-thread.h"
@@ -15,6 +18,10 @@ std::uint64_t loggedTime = 0;
 namespace {
 
 constexpr const char* kUnit = "service";
+constexpr const char* kRunsAlready = "The service runs already.";
+
+// For a service that was told to stop: without a tool under way it has ended by then.
+constexpr std::chrono::seconds kLockPatience{5};
 
 // What the signal thread waits for. Not in the service body's frame: the signal thread is not joined and may
 // outlive it.
@@ -59,6 +66,14 @@ void RunService(unsigned long mode, char** argv, const std::string& root, MainRo
         return;
     }
     tovaserverutil::TraceLog& log = parameter->Log();
+    const InstanceLock lock(parameter->logDirectory(), kLockPatience);
+    if (lock.IsTaken()) {
+        log.Write("<VK0902> [ER] %s %d (Err: %s)", kUnit, __LINE__, kRunsAlready);
+        if (standAlone) {
+            (void)std::fprintf(stderr, "bayward: %s\n", kRunsAlready);
+        }
+        return;
+    }
     const SignalGate gate;
     tovaserverutil::Thread signalThread(TakeOverSignals(standAlone), &stopSignals);
     signalThread.Run();
