@@ -160,7 +160,30 @@ def test_maintainer_scripts_may_run_again(tree: Tree, deb: Path) -> None:
         tree.run("sh", "/var/tmp/control/postrm", "purge")
 
 
-@pytest.mark.parametrize("script", ["deb/postinst", "deb/prerm", "deb/postrm", "rpm/post", "rpm/preun", "rpm/postun"])
-def test_maintainer_script_is_plain_shell(script: str) -> None:
-    path = ROOT / "packaging" / script
-    subprocess.run(["dash", "-n", str(path)], check=True)
+# What runs until the script has ended, as it was started by hand, and the last line of its trace.
+@pytest.mark.parametrize("option, last", [("", "Service stopped."), ("--stand-alone", "Join thread for Serial log.")])
+def test_removal_ends_what_was_started_by_hand(tree: Tree, option: str, last: str) -> None:
+    tree.path("/etc/default/locale").write_text("LANG=C.UTF-8\n")
+    tree.path(CONFIGURATION).write_text("[iLo]\nurl=https://127.0.0.1:9\n[media error]\ncheck=false\n")
+    # Not our child, or it would stay as a zombie.
+    removed = tree.run("sh", "-ec", f"""
+        setsid --fork {RUNTIME}/bayward {option} >/dev/null 2>&1
+        for second in $(seq 30); do grep -qs 'Start cyclic serial log saving.' {TRACE} && break; sleep 1; done
+        tail -n 1 {TRACE}
+        dpkg --remove bayward
+        for exe in /proc/[0-9]*/exe; do readlink "$exe" || true; done""")
+    assert "Start cyclic serial log saving." in tree.path(TRACE).read_text()
+    assert f"{RUNTIME}/bayward" not in removed.stdout.split("Removing bayward")[1]
+    assert last in tree.path(TRACE).read_text()
+
+
+def test_maintainer_scripts_are_plain_shell(tree: Tree, deb: Path, rpm: Path) -> None:
+    control = tree.path("/var/tmp/control")
+    subprocess.run(["dpkg-deb", "--control", str(deb), str(control)], check=True)
+    for name in ("POSTIN", "PREUN", "POSTUN"):
+        (control / name).write_text(subprocess.run(["rpm", "-qp", "--queryformat", f"%{{{name}}}", str(rpm)],
+                                                   capture_output=True, text=True, check=True).stdout)
+    for name in ("postinst", "prerm", "postrm", "POSTIN", "PREUN", "POSTUN"):
+        script = control / name
+        assert script.read_text().strip()
+        subprocess.run(["dash", "-n", str(script)], check=True)
