@@ -1,15 +1,23 @@
 #include "local-time.h"
 
-#include <ctime>
 #include <mutex>
 
 namespace tovaserverutil {
+namespace {
+
+// The C library guards its time zone itself, out of the thread sanitizer's sight.
+std::mutex zoneLock;
+
+}  // namespace
 
 void FollowTimeZone() {
-    // The C library guards tzset itself, out of the thread sanitizer's sight.
-    static std::mutex zoneLock;
     const std::lock_guard<std::mutex> zone(zoneLock);
     tzset();
+}
+
+std::time_t SecondsOfLocalTime(std::tm& local) {
+    const std::lock_guard<std::mutex> zone(zoneLock);
+    return std::mktime(&local);
 }
 
 }  // namespace tovaserverutil

@@ -8,6 +8,8 @@
 #include <string_view>
 #include <system_error>
 
+#include "local-time.h"
+
 namespace {
 
 using tovaserverutil::Contains;
@@ -200,6 +202,6 @@ std::uint64_t datestr_to_num(const std::string& text) {
         return kNoForm;
     }
     local.tm_isdst = -1;
-    const time_t seconds = mktime(&local);
+    const time_t seconds = tovaserverutil::SecondsOfLocalTime(local);
     return seconds < 0 ? kNoTime : static_cast<std::uint64_t>(seconds);
 }
