@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <exception>
+#include <stdexcept>
 #include <utility>
 
 #include "ilo-account.h"
@@ -23,21 +24,30 @@ constexpr int kCycleFailureLine = 1450;  // where a failure that leaves the loop
 constexpr std::uint32_t kMinInterval = 3000;     // milliseconds
 constexpr std::uint32_t kMaxInterval = 3600000;  // milliseconds
 
-// One stored text; false when it cannot be read.
-bool ReadRecord(const AccountSource& accounts, int record, std::string& text) {
+enum class Stored {
+    kText,
+    kNone,     // no text that this server can decipher
+    kUnknown,  // could not be found out now; that says nothing about the record
+};
+
+// Takes one stored text over.
+Stored ReadRecord(const AccountSource& accounts, int record, std::string& text) {
     std::array<unsigned char, kMaxAccountText> buffer{};
-    bool read = false;
+    Stored found = Stored::kNone;
     try {
-        read = accounts(record, buffer.data(), buffer.size());
+        if (accounts(record, buffer.data(), buffer.size())) {
+            // A text of full length has no zero byte behind it.
+            text.assign(buffer.begin(),
+                        std::find(buffer.begin(), buffer.end(), static_cast<unsigned char>(0)));
+            found = Stored::kText;
+        }
+    } catch (const std::invalid_argument&) {
+        // No usable system UUID: the record cannot be deciphered.
     } catch (const std::exception&) {
-        // No usable system UUID: the record cannot be read.
-    }
-    if (read) {
-        // A text of full length has no zero byte behind it.
-        text.assign(buffer.begin(), std::find(buffer.begin(), buffer.end(), static_cast<unsigned char>(0)));
+        found = Stored::kUnknown;
     }
     tovaserverutil::Wipe(buffer.data(), buffer.size());
-    return read;
+    return found;
 }
 
 }  // namespace
@@ -46,8 +56,16 @@ AccountChange iLOAccountCheck(ServiceParameter& parameter, const AccountSource& 
     std::string account;
     std::string password;
     const WipeOnExit wipe(password);
-    if (!ReadRecord(accounts, kAccountNameRecord, account) ||
-        !ReadRecord(accounts, kAccountPasswordRecord, password)) {
+    Stored found = ReadRecord(accounts, kAccountNameRecord, account);
+    if (found == Stored::kText) {
+        found = ReadRecord(accounts, kAccountPasswordRecord, password);
+    }
+    if (found == Stored::kUnknown) {
+        // A server that is short of memory or processes for a moment is not one without an account: logging
+        // out would report a failed log-in, and lose what fails before the next one.
+        return kAccountUnchanged;
+    }
+    if (found == Stored::kNone) {
         if (parameter.account().empty() && parameter.password().empty()) {
             return kAccountUnchanged;
         }

@@ -28,8 +28,9 @@ enum AccountChange : int {
 };
 
 // Compares the stored account with the one in use and takes it over: unchanged, changed (stored in the
-// parameters), or no longer readable (emptied in the parameters). A source that throws a standard exception
-// counts as unreadable.
+// parameters), or no longer readable (emptied in the parameters). A source that throws std::invalid_argument
+// has no usable key, which counts as unreadable; one that throws another standard exception could not look,
+// which counts as unchanged.
 AccountChange iLOAccountCheck(tova_service::ServiceParameter& parameter, const AccountSource& accounts);
 
 // Logs in with the configured values; the log-in's waits end when the thread is to stop. Returns true; throws

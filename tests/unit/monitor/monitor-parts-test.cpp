@@ -52,6 +52,29 @@ TEST(AccountCheck, SourceThatThrowsOrKnowsOnlyTheName_CountsAsUnreadable) {
         kAccountLost);
 }
 
+TEST(AccountCheck, SourceThatCannotLook_LeavesTheAccountInUse) {
+    const std::function<void()> failures[] = {
+        [] { throw std::runtime_error("popen() failed!"); },
+        [] { throw std::bad_alloc(); },
+    };
+    for (const auto& fail : failures) {
+        for (const int failing : {0, 1}) {
+            MonitorRig rig;
+            rig.parameter->SetCredentials("a", "b");
+            const AccountSource source = [&](int record, unsigned char* buffer, std::size_t) {
+                if (record == failing) {
+                    fail();
+                }
+                buffer[0] = 'x';
+                return true;
+            };
+            EXPECT_EQ(iLOAccountCheck(*rig.parameter, source), kAccountUnchanged);
+            EXPECT_EQ(rig.parameter->account(), "a");
+            EXPECT_EQ(rig.parameter->password(), "b");
+        }
+    }
+}
+
 TEST(OneHour, IsSixtyWholeMinutes) {
     using std::chrono::milliseconds;
     using std::chrono::minutes;
