@@ -242,7 +242,9 @@ class Watched:
         return self
 
     def stop(self, timeout: float = 30.0) -> int:
-        return self.host.stop_service(timeout)
+        status = self.host.stop_service(timeout)
+        self.assert_no_findings()
+        return status
 
     def close(self) -> None:
         """Ends everything, and asserts what holds for every run: a clean end, no sanitizer report, no secret anywhere."""
@@ -253,11 +255,15 @@ class Watched:
         finally:
             self.host.stop()
 
-    def assert_clean(self) -> None:
+    def assert_no_findings(self) -> None:
+        """What the sanitizers have reported so far: nothing."""
         reports = [path.read_text(errors="replace") for path in sorted(self.host.work.glob("sanitizer*"))]
-        assert reports == []
+        assert not reports, "\n".join(reports)
         # Beside the address sanitizer the text of this report goes nowhere but to standard error, if there is one.
         assert self.host.exit_status != UNDEFINED, "undefined behaviour; to read where, start it with stand_alone=True"
+
+    def assert_clean(self) -> None:
+        self.assert_no_findings()
         output = self.host.service_output()
         assert "Sanitizer" not in output and "runtime error" not in output
         for path in self.written_files():
