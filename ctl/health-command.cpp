@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <system_error>
@@ -91,12 +92,21 @@ bool ReadLogWhenThere(const std::string& file, TraceReading& trace) {
     return ReadLog(file, trace);
 }
 
+// Of this process, which ends soon.
+void TakeTimeZone(const std::optional<std::string>& zone) {
+    if (zone) {
+        setenv("TZ", zone->c_str(), 1);
+    } else {
+        unsetenv("TZ");
+    }
+    tovaserverutil::FollowTimeZone();
+}
+
 // What the log tells of a run that began then; notes in the report when it cannot be read. A backup need not
 // be there.
 TraceReading ReadTrace(const std::string& root, HealthReport& report) {
     // A stamp has whole seconds, and so has the time of the start, which is the difference of two others.
     constexpr std::uint64_t kInaccuracy = 2;
-    tovaserverutil::FollowTimeZone();
     const std::string log = std::string(tova_service::kLogDirectory) + kTraceLog;
     TraceReading trace(report.startedAt - std::min(report.startedAt, kInaccuracy));
     ReadLog(root + log + kBackup, trace);
@@ -141,6 +151,7 @@ HealthReport ReadHealth(const CtlDoors& doors) {
     report.mostDescriptors = service->mostDescriptors;
     report.connections = service->connections;
     report.residentBytes = service->residentBytes;
+    TakeTimeZone(service->timeZone);
     const TraceReading trace = ReadTrace(doors.root, report);
     for (const char* name : {kOsLogThread, kSerialLogThread, kMediaErrorThread}) {
         ThreadHealth thread;

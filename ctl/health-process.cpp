@@ -129,6 +129,17 @@ std::uint64_t ResidentBytes(const fs::path& process) {
     return resident * static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE));
 }
 
+std::optional<std::string> TimeZone(const fs::path& process) {
+    constexpr const char* kVariable = "TZ=";
+    std::istringstream variables(Content(process / "environ"));
+    for (std::string variable; std::getline(variables, variable, '\0');) {
+        if (variable.rfind(kVariable, 0) == 0) {
+            return variable.substr(std::char_traits<char>::length(kVariable));
+        }
+    }
+    return std::nullopt;
+}
+
 std::string NameOf(const fs::path& task) {
     std::string name = Content(task / "comm");
     name.resize(std::min(name.find('\n'), name.size()));
@@ -161,6 +172,7 @@ ServiceProcess Describe(const fs::path& proc, const Candidate& candidate, const 
     CountDescriptors(process, service);
     service.mostDescriptors = DescriptorLimit(process);
     service.residentBytes = ResidentBytes(process);
+    service.timeZone = TimeZone(process);
     return service;
 }
 

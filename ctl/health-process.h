@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -16,6 +17,7 @@ struct ServiceProcess {
     std::uint64_t mostDescriptors = 0;  // 0 for no limit
     std::uint64_t connections = 0;      // established TCP connections
     std::uint64_t residentBytes = 0;
+    std::optional<std::string> timeZone;  // its environment's TZ, in which it stamps its lines
 };
 
 struct ServiceSearch {

@@ -591,6 +591,20 @@ TEST_F(HealthCommandTest, FailedSavingOfAnArchive_IsForgottenAfterTheConfiguredC
     EXPECT_EQ(Run(), 0) << out.str();
 }
 
+TEST_F(HealthCommandTest, Stamps_AreReadInTheTimeZoneOfTheService) {
+    Start({"OS log", "Serial log", "Media Error"});
+    using namespace std::string_literals;
+    proc.root.Write("proc/41/environ", "PATH=/bin\0TZ=UTC0\0LANG=C\0"s);
+    setenv("TZ", "UTC0", 1);
+    tzset();
+    proc.root.Write("var/log/bayward/bayward.log",
+                    Ago(30, "<VK0956> [ER] Failed to initialize RaidManager."));
+    setenv("TZ", "JST-9", 1);  // in which that was nine hours ago, before the start
+    EXPECT_EQ(Run(HealthFormat::kNagios), 1) << out.str();
+    unsetenv("TZ");
+    tzset();
+}
+
 TEST_F(HealthCommandTest, File_GetsTheResult) {
     EXPECT_EQ(Run(HealthFormat::kPrometheus, proc.root / "health.prom"), 2);
     EXPECT_EQ(out.str(), "");
