@@ -23,30 +23,34 @@ constexpr const char* kRunsAlready = "The service runs already.";
 // For a service that was told to stop: without a tool under way it has ended by then.
 constexpr std::chrono::seconds kLockPatience{5};
 
-// What the signal thread waits for. Not in the service body's frame: the signal thread is not joined and may
-// outlive it.
-sigset_t stopSignals;
-
-// Every thread made later inherits the mask, so that the signal thread alone receives these signals.
-void BlockSignals(std::initializer_list<int> signals) {
-    sigemptyset(&stopSignals);
+sigset_t SetOf(std::initializer_list<int> signals) {
+    sigset_t set;
+    sigemptyset(&set);
     for (const int number : signals) {
-        sigaddset(&stopSignals, number);
+        sigaddset(&set, number);
     }
-    pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
+    return set;
+}
+
+// What the signal thread waits for. Not in the service body's frame, and never written again: the signal
+// thread is not joined and may outlive it.
+sigset_t* StopSignals(bool standAlone) {
+    static sigset_t foreground = SetOf({SIGINT});
+    static sigset_t background = SetOf({SIGTERM, SIGINT, SIGQUIT, SIGCHLD, SIGPIPE});
+    return standAlone ? &foreground : &background;
 }
 
 // Blocks the mode's signals and returns the routine that handles them.
 tovaserverutil::ThreadRoutine TakeOverSignals(bool standAlone) {
     // A launcher may have left SIGCHLD ignored; the exit status of the tools could not be read then.
     signal(SIGCHLD, SIG_DFL);
+    // Every thread made later inherits the mask, so that the signal thread alone receives these signals.
+    pthread_sigmask(SIG_BLOCK, StopSignals(standAlone), nullptr);
     if (standAlone) {
-        BlockSignals({SIGINT});
-        signal(SIGPIPE,
-               SIG_IGN);  // a controller that hangs up must not end the run; the daemon blocks the signal
+        // A controller that hangs up must not end the run; the daemon blocks the signal.
+        signal(SIGPIPE, SIG_IGN);
         return &SigIntRoutine;
     }
-    BlockSignals({SIGTERM, SIGINT, SIGQUIT, SIGCHLD, SIGPIPE});
     return &SigHandleRoutine;
 }
 
@@ -75,7 +79,7 @@ void RunService(unsigned long mode, char** argv, const std::string& root, MainRo
         return;
     }
     const SignalGate gate;
-    tovaserverutil::Thread signalThread(TakeOverSignals(standAlone), &stopSignals);
+    tovaserverutil::Thread signalThread(TakeOverSignals(standAlone), StopSignals(standAlone));
     signalThread.Run();
     try {
         tovaserverutil::Event stop;
