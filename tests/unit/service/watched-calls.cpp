@@ -1,5 +1,7 @@
 #include "watched-calls.h"
 
+#include <sys/stat.h>
+
 #include <poll.h>
 #include <pthread.h>
 #include <sys/time.h>
@@ -63,7 +65,10 @@ int __wrap_pipe2(int* ends, int flags) {
 }
 
 int __wrap_close(int descriptor) {
-    calls.closed.push_back(descriptor);
+    struct stat status {};
+    if (fstat(descriptor, &status) == 0 && S_ISFIFO(status.st_mode)) {
+        calls.closed.push_back(descriptor);
+    }
     return __real_close(descriptor);
 }
 

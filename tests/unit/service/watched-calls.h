@@ -15,7 +15,7 @@ struct WatchedCalls {
     std::function<void()> onPoll;  // before each poll
 
     std::vector<std::pair<int, int>> pipes;  // read and write ends made, in order
-    std::vector<int> closed;                 // descriptors, in order
+    std::vector<int> closed;                 // ends of pipes, in order; the trace log closes its file too
 
     int threadsBeforeFailure = -1;  // so many threads start, then none; -1: all
 
