@@ -7,7 +7,9 @@
 namespace {
 
 constexpr std::string_view kPath = "PATH=";
-constexpr std::array<std::string_view, 4> kSystemFolders = {"/usr/sbin", "/usr/bin", "/sbin", "/bin"};
+constexpr std::array<std::string_view, 6> kSystemFolders = {
+    "/usr/local/sbin", "/usr/local/bin", "/usr/sbin", "/usr/bin", "/sbin", "/bin",
+};
 
 // Functions that bash takes over from whoever started it; one may be named like a program.
 constexpr std::string_view kShellFunction = "BASH_FUNC_";

@@ -2,22 +2,25 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <thread>
 
-namespace {
-constexpr std::chrono::milliseconds kPause{50};  // between two tries
-}  // namespace
-
-InstanceLock::InstanceLock(const std::string& folder, std::chrono::milliseconds patience)
+InstanceLock::InstanceLock(const std::string& folder) noexcept
     : m_folder(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
-    for (std::chrono::milliseconds left = patience; m_folder.valid(); left -= kPause) {
-        m_taken = flock(m_folder.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
-        if (!m_taken || left <= std::chrono::milliseconds(0)) {
-            return;
-        }
-        std::this_thread::sleep_for(std::min(left, kPause));
+    struct stat status {};
+    if (!m_folder.valid() || fstat(m_folder.get(), &status) != 0 || (status.st_mode & S_IRWXO) != 0) {
+        m_folder.reset();
+        return;
     }
+    m_taken = flock(m_folder.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+}
+
+void InstanceLock::Wait() noexcept {
+    if (!m_taken) {
+        return;
+    }
+    while (flock(m_folder.get(), LOCK_EX) != 0 && errno == EINTR) {
+    }
+    m_taken = false;
 }

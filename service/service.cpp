@@ -2,7 +2,6 @@
 
 #include <signal.h>
 
-#include <chrono>
 #include <cstdio>
 #include <initializer_list>
 #include <memory>
@@ -19,9 +18,6 @@ namespace {
 
 constexpr const char* kUnit = "service";
 constexpr const char* kRunsAlready = "The service runs already.";
-
-// For a service that was told to stop: without a tool under way it has ended by then.
-constexpr std::chrono::seconds kLockPatience{5};
 
 sigset_t SetOf(std::initializer_list<int> signals) {
     sigset_t set;
@@ -70,13 +66,15 @@ void RunService(unsigned long mode, char** argv, const std::string& root, MainRo
         return;
     }
     tovaserverutil::TraceLog& log = parameter->Log();
-    const InstanceLock lock(parameter->logDirectory(), kLockPatience);
+    InstanceLock lock(parameter->logDirectory());
     if (lock.IsTaken()) {
+        // Perhaps it is about to end, which a report under way may delay by half an hour: one that gave up
+        // would leave the server unwatched. The signals still end the process.
         log.Write("<VK0902> [ER] %s %d (Err: %s)", kUnit, __LINE__, kRunsAlready);
         if (standAlone) {
             (void)std::fprintf(stderr, "bayward: %s\n", kRunsAlready);
         }
-        return;
+        lock.Wait();
     }
     const SignalGate gate;
     tovaserverutil::Thread signalThread(TakeOverSignals(standAlone), StopSignals(standAlone));

@@ -133,7 +133,9 @@ class SimHost:
         if not copy:
             return bin_dir
         runtime = self.work / "bin"
-        shutil.copytree(bin_dir, runtime, symlinks=True, ignore=shutil.ignore_patterns("__pycache__"))
+        # Without what a service that runs in the folder itself has there for a moment.
+        passing = shutil.ignore_patterns("__pycache__", "*.log", "ADUReport*")
+        shutil.copytree(bin_dir, runtime, symlinks=True, ignore=passing)
         return runtime
 
     def __enter__(self) -> "SimHost":

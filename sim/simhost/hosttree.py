@@ -32,6 +32,7 @@ def make_folders(work: Path) -> None:
     """Lays out a host's own folders in `work`. What it shares with the machine becomes links to a read-only view."""
     for name in ("etc", "opt", "var-log/bayward", "dev", "machine/etc", "machine/opt"):
         (work / name).mkdir(parents=True)
+    (work / "var-log/bayward").chmod(0o750)  # as the package makes it
     _link_entries(Path("/etc"), work / "etc", work / "machine/etc", _OWN_ETC | set(_OWN_IN_FOLDER))
     for name, own in _OWN_IN_FOLDER.items():
         (work / "etc" / name).mkdir()

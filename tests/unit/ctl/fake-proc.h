@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -22,6 +24,7 @@ public:
                                         std::to_string(parent) +
                                         " 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 " +
                                         std::to_string(startTicks) + " 23 24\n");
+        root.Write(folder + "status", "Name:\tbayward\nUid:\t4711\t" + std::to_string(user) + "\t0\t0\n");
         root.Write(folder + "statm", "1000 256 3 4\n");
         root.Write(folder + "limits",
                    "Limit                     Soft Limit           Hard Limit           Units\n"
@@ -46,6 +49,7 @@ public:
             std::filesystem::create_symlink(targets[i], root / (folder + "fd/" + std::to_string(i)));
         }
         std::filesystem::create_symlink(executable, root / (folder + "exe"));
+        std::filesystem::create_symlink(root / rootFolder, root / (folder + "root"));
     }
 
     TestRoot root;
@@ -53,4 +57,6 @@ public:
     std::string limit = "1024";
     std::string state = "S";
     int parent = 1;
+    uid_t user = 0;          // the effective one
+    std::string rootFolder;  // below the root
 };

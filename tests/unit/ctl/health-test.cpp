@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <ctime>
 #include <filesystem>
@@ -254,6 +255,39 @@ TEST(HealthProcess, NoProcessOfTheExecutable_IsNone) {
     EXPECT_TRUE(FindService(proc.root.path(), kProgram).hidden) << "not even the first process is shown";
     proc.Add(42, kProgram, 100);
     EXPECT_FALSE(FindService(proc.root.path(), kProgram).hidden);
+}
+
+TEST(HealthProcess, ProcessOfAnotherUser_IsNoneThoughItsFolderIsOurs) {
+    FakeProc proc;
+    proc.user = geteuid() + 1;
+    proc.Add(41, kProgram, 100);
+    EXPECT_THAT(FindService(proc.root.path(), kProgram).instances, IsEmpty());
+    for (const uid_t trusted : {uid_t{0}, geteuid()}) {
+        FakeProc other;
+        other.user = trusted;
+        other.Add(41, kProgram, 100);
+        EXPECT_EQ(FindService(other.root.path(), kProgram).instances.size(), 1U);
+    }
+}
+
+TEST(HealthProcess, ProcessWhoseUserIsNotTold_IsNone) {
+    FakeProc proc;
+    proc.Add(41, kProgram, 100);
+    proc.root.Write("proc/41/status", "Name:\tbayward\nUid:\t0\n");
+    EXPECT_THAT(FindService(proc.root.path(), kProgram).instances, IsEmpty());
+    std::filesystem::remove(proc.root / "proc/41/status");
+    EXPECT_THAT(FindService(proc.root.path(), kProgram).instances, IsEmpty());
+}
+
+TEST(HealthProcess, ProcessOfAnotherRootFolder_IsNone) {
+    FakeProc proc;
+    std::filesystem::create_directory(proc.root / "container");
+    proc.rootFolder = "container";
+    proc.Add(41, kProgram, 100);
+    EXPECT_THAT(FindService(proc.root.path(), kProgram).instances, IsEmpty());
+    proc.rootFolder = "gone";
+    proc.Add(42, kProgram, 100);
+    EXPECT_THAT(FindService(proc.root.path(), kProgram).instances, IsEmpty());
 }
 
 TEST(HealthProcess, ProcessThatEndsMeanwhile_IsNone) {

@@ -262,7 +262,8 @@ TEST(ShellRunner, RelativeFoldersOnThePath_AreNoPlacesForTools) {
 
 TEST(ShellRunner, EmptyPath_IsTheSystems) {
     const Variable path("PATH", "");
-    EXPECT_EQ(ShellRunner().Capture("echo $PATH", kLong).output, "/usr/sbin:/usr/bin:/sbin:/bin\n");
+    EXPECT_EQ(ShellRunner().Capture("echo $PATH", kLong).output,
+              "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin\n");
 }
 
 TEST(ShellRunner, VariablesThatChangeWhatAShellDoes_DoNotReachIt) {

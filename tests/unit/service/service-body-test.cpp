@@ -177,9 +177,7 @@ TEST(ServiceBody, StopEventCannotBeMade_IsReportedAndStops) {
         close(next);
         rlimit limit{};
         getrlimit(RLIMIT_NOFILE, &limit);
-        // The lock takes the place of the first run's; two more are still that run's signal thread's. Behind
-        // them the new signal thread's event and the trace log fit.
-        limit.rlim_cur = static_cast<rlim_t>(next) + 6;
+        limit.rlim_cur = static_cast<rlim_t>(next) + 3;  // the signal thread's event and the trace log fit
         setrlimit(RLIMIT_NOFILE, &limit);
         RunService(kDaemon, nullptr, root.path(), &WriteRan);
     });
