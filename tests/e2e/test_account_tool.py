@@ -131,19 +131,16 @@ def test_log_in_with_the_registered_account(start_sim: Callable, watch: Callable
     watched.register("simadmin", "wrong-secret")
     done = watched.ctl("account", "check", "--login")
     assert (done.returncode, done.stdout) == (1, 'Account "simadmin" is registered.\n')
-    assert done.stderr.splitlines() == [
-        "The controller refused the account or its password.",
-        f"baywardctl: The controller at {sim.url} refused the account (401); {REGISTER}",
-    ]
+    assert done.stderr == f"baywardctl: The controller at {sim.url} refused the account (401); {REGISTER}\n"
 
 
 def test_log_in_where_nobody_answers(bare: Watched) -> None:
     bare.register("monitor", SECRET)
     done = bare.ctl("account", "check", "--login")
     assert (done.returncode, done.stdout) == (1, 'Account "monitor" is registered.\n')
-    cause, sentence = done.stderr.splitlines()
-    assert cause.startswith("https://127.0.0.1:9: ") and cause.endswith("Connection refused")
-    assert sentence.startswith("baywardctl: The controller at https://127.0.0.1:9 could not be asked (")
+    sentence, = done.stderr.splitlines()
+    assert sentence.startswith("baywardctl: The controller at https://127.0.0.1:9 could not be asked (https://127.0.0.1:9: ")
+    assert "Connection refused); " in sentence
     assert SECRET not in done.stderr
 
 

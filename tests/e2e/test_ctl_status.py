@@ -257,16 +257,19 @@ def test_large_server_takes_no_more_requests_than_a_walk_of_the_service(start_si
 
 # ---- How it ends ----
 
-# Runs the tool and, once /opt/now is there, sends it the signals.
+# Runs the tool and, once /opt/now is there, sends it the signals. It is held meanwhile: of those that come together the
+# one with the lower number is the first, and nothing else happens between them.
 _SIGNALLED = """
-import pathlib, subprocess, sys, time
+import os, pathlib, signal, subprocess, sys, time
 tool = subprocess.Popen([sys.argv[1], "status", "--output", "/opt/status"], stderr=subprocess.PIPE, text=True)
 while not pathlib.Path("/opt/now").exists():
     time.sleep(0.01)
 begin = time.monotonic()
+tool.send_signal(signal.SIGSTOP)
+os.waitpid(tool.pid, os.WUNTRACED)
 for number in sys.argv[2:]:
     tool.send_signal(int(number))
-    time.sleep(0.2)
+tool.send_signal(signal.SIGCONT)
 _, told = tool.communicate(timeout=60)
 print(tool.returncode, time.monotonic() - begin, told, end="")
 """
