@@ -1,5 +1,6 @@
 #include "health-process.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -154,6 +155,36 @@ bool MayBe(const fs::path& process, const std::string& executable) {
     return name.empty() || name == fs::path(executable).filename().string().substr(0, kNameBytes);
 }
 
+// The effective user, as the kernel tells it in every state of the process. The owner of the process's folder
+// is not enough: a process may give that away to root.
+std::optional<uid_t> UserOf(const fs::path& process) {
+    constexpr const char* kUsers = "Uid:";  // real, effective, saved, of the file system
+    std::istringstream lines(Content(process / "status"));
+    for (std::string line; std::getline(lines, line);) {
+        if (line.rfind(kUsers, 0) == 0) {
+            std::istringstream users(line.substr(std::char_traits<char>::length(kUsers)));
+            uid_t real = 0;
+            uid_t effective = 0;
+            return users >> real >> effective ? std::optional(effective) : std::nullopt;
+        }
+    }
+    return std::nullopt;
+}
+
+bool AreSameFolder(const fs::path& one, const fs::path& other) {
+    struct stat first {};
+    struct stat second {};
+    return stat((one / "").c_str(), &first) == 0 && stat((other / "").c_str(), &second) == 0 &&
+           first.st_dev == second.st_dev && first.st_ino == second.st_ino;
+}
+
+// The name of an executable is not enough: another user may start the program, too, and in another root
+// folder, as a container has it, the same name stands for something else.
+bool IsOfThisSystem(const fs::path& root, const fs::path& process) {
+    const std::optional<uid_t> user = UserOf(process);
+    return user && (*user == 0 || *user == geteuid()) && AreSameFolder(process / "root", root);
+}
+
 bool IsNumber(const std::string& text) {
     return !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
 }
@@ -194,7 +225,8 @@ ServiceSearch FindService(const std::string& root, const std::string& executable
         if (error == std::errc::permission_denied || error == std::errc::operation_not_permitted) {
             search.hidden = search.hidden || MayBe(entry, executable);
         }
-        if (target != executable && target != executable + kReplaced) {
+        const bool runsIt = target == executable || target == executable + kReplaced;
+        if (!runsIt || !IsOfThisSystem(root + "/", entry)) {
             continue;
         }
         if (const std::optional<Candidate> candidate = ReadCandidate(entry)) {

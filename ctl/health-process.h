@@ -25,6 +25,7 @@ struct ServiceSearch {
     bool hidden = false;  // none was found, but one may be among what the system does not show to this user
 };
 
-// The processes that run the executable; not those that one of them has begun, which are tools about to
-// start. `root` goes before /proc. Root without the capability to trace processes may not see the service.
+// The processes that run the executable on behalf of root or of this process's user, in this process's root
+// folder; not those that one of them has begun, which are tools about to start. `root` goes before /proc and
+// is that root folder. Root without the capability to trace processes may not see the service.
 ServiceSearch FindService(const std::string& root, const std::string& executable);
