@@ -305,10 +305,8 @@ class Rounds:
         self._server.stop()
         more = self._rng.randint(1, 3)
         self._wait(lambda: self._journal.lost >= mark.lost + more, "failed log-ins")
-        self._server.start()
+        self._server.start(password=self._password)
         self._world = World()
-        if self._password != self._server.process.password:
-            self._server.call("account", self._server.process.account, self._password)
         self._after_outage(mark, Counter())
 
     def _controller_gone_and_back(self) -> None:

@@ -32,10 +32,10 @@ class Server:
         assert self._process is not None, "the controller is stopped"
         return self._process
 
-    def start(self) -> None:
-        """Starts it as new: it has forgotten everything that was done to it."""
+    def start(self, **account: str) -> None:
+        """Starts it as new: it has forgotten everything that was done to it, its password too unless it is given."""
         self._process = ControllerProcess(*OPTIONS, "--session-timeout", _IDLE_SECONDS, listen=self._listen,
-                                          folder=self._folder).start()
+                                          folder=self._folder, **account).start()
 
     def stop(self) -> None:
         if self._process is not None:
