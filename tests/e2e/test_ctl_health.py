@@ -1,11 +1,13 @@
 """baywardctl health beside the real service."""
 
 import json
+import os
 import re
+import signal
 from pathlib import Path
 from typing import Any, Callable, Set
 
-from watched import ROOT, Watched
+from watched import ROOT, Watched, wait_until
 
 
 def names_of(document: Any) -> Set[str]:
@@ -99,6 +101,20 @@ def test_thread_that_never_started_is_missed(start_sim: Callable, watch: Callabl
     assert (done.returncode, done.stderr) == (2, "")
     assert done.stdout.startswith('BAYWARD CRITICAL - The thread "Media Error" has ended or never started')
     assert any('"Media Error" has ended or never started' in problem for problem in found["problems"])
+
+
+def test_program_that_another_user_starts_is_not_the_service(watch: Callable[..., Watched]) -> None:
+    """Although the system shows the service's very path for it."""
+    watched = watch(None, account=None, speed=1)
+    service = watched.host.runtime / "bayward"
+    for user, running in ((65534, False), (0, True)):
+        pid = watched.host.spawn(["unshare", "--mount", "sh", "-c", f"mount --bind /bin/sleep {service} && exec "
+                                  f"setpriv --reuid {user} --clear-groups {service} 300"])
+        wait_until(lambda: Path(f"/proc/{pid}/comm").read_text(encoding="ascii") == "bayward\n", "the other program")
+        assert os.readlink(f"/proc/{pid}/exe") == str(service)
+        status, found = health(watched)
+        assert (status, found["running"]) == (2, running)  # it has none of the threads
+        os.kill(pid, signal.SIGKILL)
 
 
 def test_wrong_usage_cannot_be_taken_for_a_finding(watch: Callable[..., Watched]) -> None:
