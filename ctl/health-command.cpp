@@ -7,6 +7,7 @@
 #include <fstream>
 #include <system_error>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "clock.h"
@@ -18,6 +19,7 @@
 #include "server-profile.h"
 #include "service-param.h"
 #include "settings.h"
+#include "text.h"
 #include "thread-names.h"
 
 namespace {
@@ -92,9 +94,19 @@ bool ReadLogWhenThere(const std::string& file, TraceReading& trace) {
     return ReadLog(file, trace);
 }
 
+// The zone without the colon that may stand before it and changes nothing. Nothing for one that names a file
+// of its own choice, which this process, as root, would open: what that is (a FIFO, a huge file) nobody
+// answers for. The usual one, ":/etc/localtime", is what a process without a zone takes anyway.
+std::optional<std::string> HarmlessZone(std::string zone) {
+    zone.erase(0, zone.rfind(':', 0) == 0 ? 1 : 0);
+    const bool namesFile =
+        !zone.empty() && (zone.front() == ':' || zone.front() == '/' || tovaserverutil::Contains(zone, ".."));
+    return namesFile ? std::nullopt : std::optional(std::move(zone));
+}
+
 // Of this process, which ends soon.
-void TakeTimeZone(const std::optional<std::string>& zone) {
-    if (zone) {
+void TakeTimeZone(const std::optional<std::string>& services) {
+    if (const std::optional<std::string> zone = services ? HarmlessZone(*services) : std::nullopt) {
         setenv("TZ", zone->c_str(), 1);
     } else {
         unsetenv("TZ");

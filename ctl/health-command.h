@@ -10,6 +10,10 @@ enum class HealthFormat { kTable, kJson, kPrometheus, kNagios };
 
 // What the system and the trace log tell of the service; asks neither the service nor the controller. Throws
 // CtlError when that cannot be found out.
+//
+// Sets the TZ of this process to the service's, in which the trace log is stamped, and leaves it so: no other
+// thread may read the environment meanwhile. A zone that names a file by its path is not taken; the system's
+// is, instead.
 HealthReport ReadHealth(const CtlDoors& doors);
 
 // Shows it; changes nothing but the file that it is told to write.

@@ -639,6 +639,26 @@ TEST_F(HealthCommandTest, Stamps_AreReadInTheTimeZoneOfTheService) {
     tzset();
 }
 
+TEST_F(HealthCommandTest, ZoneOfTheService_IsTakenUnlessItNamesAFileByItsPath) {
+    Start({"OS log", "Serial log", "Media Error"});
+    using namespace std::string_literals;
+    for (const auto& [services, taken] : {std::pair("JST-9", "JST-9"), std::pair("Asia/Tokyo", "Asia/Tokyo"),
+                                          std::pair(":UTC", "UTC"), std::pair("", ""), std::pair(":", "")}) {
+        proc.root.Write("proc/41/environ", "TZ="s + services + '\0');
+        Run();
+        ASSERT_NE(getenv("TZ"), nullptr) << services;
+        EXPECT_STREQ(getenv("TZ"), taken);
+    }
+    for (const char* const services :
+         {"/tmp/zone", ":/tmp/zone", "::UTC", "../../tmp/zone", "Asia/../../../tmp/zone"}) {
+        setenv("TZ", "JST-9", 1);
+        proc.root.Write("proc/41/environ", "TZ="s + services + '\0');
+        Run();
+        EXPECT_EQ(getenv("TZ"), nullptr) << services;
+    }
+    tzset();
+}
+
 TEST_F(HealthCommandTest, File_GetsTheResult) {
     EXPECT_EQ(Run(HealthFormat::kPrometheus, proc.root / "health.prom"), 2);
     EXPECT_EQ(out.str(), "");
