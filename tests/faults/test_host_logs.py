@@ -16,13 +16,19 @@ STAMP = re.compile(r"\d{4}/\d\d/\d\d \d\d:\d\d:\d\d\.\d{3} <VK")
 
 
 class Reporting:
-    """A service whose drives fail one after the other, and what stands in which log."""
+    """A service that has its baseline, whose drives fail one after the other, and what stands in which log."""
 
     def __init__(self, watched: Watched) -> None:
         self.watched = watched
         self.host = watched.host
         self._drive = 0
-        self._sent: List[str] = []
+        self.begin()
+
+    def begin(self) -> None:
+        """What is there already is not looked at again: it was another test's."""
+        self._sent = self._entries()
+        self._errors = self.watched.errors()
+        self._logins = self.watched.counters()["logins"]
 
     def run(self, *command: str) -> None:
         done = self.host.run(command)
@@ -52,28 +58,35 @@ class Reporting:
         self.watched.wait_line(event.line)
         self.in_system_log(event)
         assert self.in_trace_log(event) == 1
-        assert self.watched.errors() == []
-        assert self.watched.counters()["logins"] == 1
+        assert self.watched.errors() == self._errors
+        assert self.watched.counters()["logins"] == self._logins
 
 
 @pytest.fixture(scope="module")
-def reporting(start_file_sim: Callable, watch_file: Callable[..., Watched]) -> Iterator[Reporting]:
+def small(start_file_sim: Callable, watch_file: Callable[..., Watched]) -> Reporting:
+    """A service whose log folder is a file system of its own, so that it can be full or read-only; half a megabyte."""
     watched = watch_file(start_file_sim("--drives", 24, "--ssd", 0), speed=SPEED)
-    found = Reporting(watched)
-    # A file system of its own, so that it can be full or read-only; half a megabyte.
-    found.run("mount", "-t", "tmpfs", "-o", "size=512k,mode=755", "tmpfs", FOLDER)
+    done = watched.host.run(["mount", "-t", "tmpfs", "-o", "size=512k,mode=755", "tmpfs", FOLDER])
+    assert done.returncode == 0, done.stderr
     watched.host.log_dir = watched.host.inside(FOLDER)
-    watched.start().wait_baseline()
-    yield found
+    return Reporting(watched.start().wait_baseline())
+
+
+@pytest.fixture
+def reporting(small: Reporting) -> Reporting:
+    small.begin()
+    return small
 
 
 @contextmanager
 def full(reporting: Reporting) -> Iterator[None]:
     waste = reporting.host.log_dir / "waste"
-    fill(waste)
-    reporting.watched.wait_walks(3)  # more lines than the log's last block has room for
-    yield
-    waste.unlink()
+    try:
+        fill(waste)
+        reporting.watched.wait_walks(3)  # more lines than the log's last block has room for
+        yield
+    finally:
+        waste.unlink()
 
 
 def fill(file: Path) -> None:
@@ -90,15 +103,19 @@ def fill(file: Path) -> None:
 @contextmanager
 def read_only(reporting: Reporting) -> Iterator[None]:
     reporting.run("mount", "-o", "remount,ro", FOLDER)
-    yield
-    reporting.run("mount", "-o", "remount,rw", FOLDER)
+    try:
+        yield
+    finally:
+        reporting.run("mount", "-o", "remount,rw", FOLDER)
 
 
 @contextmanager
 def log_is_a_device(reporting: Reporting) -> Iterator[None]:
     reporting.run("mount", "--bind", "/dev/null", f"{FOLDER}/bayward.log")
-    yield
-    reporting.run("umount", f"{FOLDER}/bayward.log")
+    try:
+        yield
+    finally:
+        reporting.run("umount", f"{FOLDER}/bayward.log")
 
 
 @contextmanager
@@ -106,9 +123,11 @@ def log_is_a_folder(reporting: Reporting) -> Iterator[None]:
     log = reporting.host.log_dir / "bayward.log"
     log.rename(log.with_suffix(".kept"))
     log.mkdir()
-    yield
-    log.rmdir()
-    log.with_suffix(".kept").rename(log)
+    try:
+        yield
+    finally:
+        log.rmdir()
+        log.with_suffix(".kept").rename(log)
 
 
 @pytest.mark.parametrize("trouble", [full, read_only, log_is_a_device, log_is_a_folder])
@@ -131,6 +150,7 @@ def test_log_that_is_moved_away(reporting: Reporting) -> None:
     """As by a log rotation that knows nothing of the service: a new one begins."""
     log = reporting.host.log_dir / "bayward.log"
     log.unlink()
+    reporting.begin()
     reporting.watched.wait_walks(1)
     assert log.stat().st_size > 0
     reporting.assert_as_ever()
@@ -163,8 +183,7 @@ def test_system_log_that_is_not_there(start_sim: Callable, watch: Callable[..., 
                                       missing_at_start: bool) -> None:
     """What comes meanwhile stands in the trace log alone."""
     watched = watch(start_sim("--drives", 4, "--ssd", 0), speed=SPEED, syslog=not missing_at_start)
-    reporting = Reporting(watched)
-    watched.start().wait_baseline()
+    reporting = Reporting(watched.start().wait_baseline())
     if not missing_at_start:
         reporting.assert_as_ever()
         watched.host.stop_syslog()
