@@ -90,16 +90,19 @@ void RequestCutter::Act(Clock::duration sinceStart) {
         m_cut = Cut::kLogOut;
         CutConnections();
     } else if (!m_logOutSince && sinceStart >= m_limits.request) {
-        m_cut = std::max(m_cut, Cut::kRequest);
-        CutConnections();
+        if (CutConnections()) {
+            m_cut = std::max(m_cut, Cut::kRequest);
+        }
     }
 }
 
 // Whoever waits for a connection sees its end; closing it remains their business.
-void RequestCutter::CutConnections() const {
+bool RequestCutter::CutConnections() const {
+    bool any = false;
     for (const int connection : TcpConnections()) {
-        if (m_inherited.count(connection) == 0) {
-            shutdown(connection, SHUT_RDWR);
+        if (m_inherited.count(connection) == 0 && shutdown(connection, SHUT_RDWR) == 0) {
+            any = true;
         }
     }
+    return any;
 }

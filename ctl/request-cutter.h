@@ -22,7 +22,8 @@ public:
         std::chrono::milliseconds logOut{1000};  // from the log-out's beginning on
         std::chrono::milliseconds all{2000};     // from the start on
     };
-    enum class Cut { kNothing, kRequest, kLogOut };  // each worse than the one before
+    // Each worse than the one before. A request has a connection that was cut; a log-out took too long.
+    enum class Cut { kNothing, kRequest, kLogOut };
 
     // While one lives, the log-out is under way.
     class LogOut {
@@ -52,7 +53,8 @@ private:
     void Work();
     void Act(Clock::duration sinceStart);
     void SetLogOut(std::optional<Clock::time_point> since);
-    void CutConnections() const;
+    // False when there was none.
+    bool CutConnections() const;
 
     const Limits m_limits;
     const std::function<void()> m_onLimit;

@@ -84,16 +84,35 @@ std::optional<StatusReport> StatusCommand::Read() {
     RegisteredAccount account;
     ReadRegisteredAccount(m_doors.root, m_doors.commands, account);
 
-    SignalStop stop(m_limits, [this](int signal) {
+    StatusReport report;
+    report.readAt = tovaserverutil::WallClock().Now();
+    const ControllerRead read = ReadUntilStopped(settings, account);
+    if (!read.complete) {
+        TellStopped(m_stopped);
+        return std::nullopt;
+    }
+    report.host = HostName();
+    report.url = Printable(read.url);
+    report.version = Printable(read.version);
+    report.connectionVerified = read.verified;
+    report.duration = read.duration;
+    report.requests = read.requests;
+    report.systems = DescribeSystems(read.snapshot, catalogue, Language());
+    return report;
+}
+
+// The signals' way ends with the read: its limit must not take the results away that are shown later.
+ControllerRead StatusCommand::ReadUntilStopped(const ControllerSettings& settings,
+                                               const RegisteredAccount& account) {
+    Progress progress(m_doors.progress);
+    SignalStop stop(m_limits, [&](int signal) {
+        progress.Clear();
         TellStopped(kStoppedForGood);
         _exit(kSignalStatus + signal);
     });
-    StatusReport report;
-    report.readAt = tovaserverutil::WallClock().Now();
     ControllerRead read;
     bool failed = false;
     try {
-        Progress progress(m_doors.progress);
         read =
             ReadController(m_doors.makeBridge(), m_doors.commands, settings, account,
                            {stop.wait(), stop.cutter(), [&](unsigned requests) { progress.Show(requests); }});
@@ -105,18 +124,8 @@ std::optional<StatusReport> StatusCommand::Read() {
         failed = true;
     }
     m_signal = stop.signal();
-    if (!read.complete) {
-        TellStopped(StoppedSentence(failed, stop.cutter().WhatWasCut()));
-        return std::nullopt;
-    }
-    report.host = HostName();
-    report.url = Printable(read.url);
-    report.version = Printable(read.version);
-    report.connectionVerified = read.verified;
-    report.duration = read.duration;
-    report.requests = read.requests;
-    report.systems = DescribeSystems(read.snapshot, catalogue, Language());
-    return report;
+    m_stopped = StoppedSentence(failed, stop.cutter().WhatWasCut());
+    return read;
 }
 
 MessageCatalogue StatusCommand::LoadCatalogue() const {

@@ -7,6 +7,7 @@
 #include "commands.h"
 #include "message-format.h"
 #include "request-cutter.h"
+#include "status-read.h"
 #include "status-render.h"
 
 enum class StatusFormat { kTable, kJson, kPrometheus, kNagios, kHtml };
@@ -30,6 +31,8 @@ private:
     int ShowStatus();
     // Nothing when a signal ended the read.
     std::optional<StatusReport> Read();
+    // Not complete when a signal ended it; m_stopped tells of that then.
+    ControllerRead ReadUntilStopped(const ControllerSettings& settings, const RegisteredAccount& account);
     tova_service::MessageCatalogue LoadCatalogue() const;
     std::string Language() const;
     std::string Render(const StatusReport& report) const;
@@ -44,4 +47,5 @@ private:
     std::string m_file;
     RequestCutter::Limits m_limits;
     int m_signal = 0;
+    const char* m_stopped = "";  // the sentence for a read that a signal ended
 };

@@ -88,6 +88,17 @@ TEST_F(RequestCutterTest, WithoutAStart_NothingIsCut) {
     EXPECT_EQ(cutter.WhatWasCut(), RequestCutter::Cut::kNothing);
 }
 
+TEST_F(RequestCutterTest, RequestWithoutConnection_IsNotToldAsCut) {
+    std::atomic<bool> overdue{false};
+    RequestCutter cutter({0ms, kNever, 60ms}, [&] { overdue = true; });
+    const FileDescriptor unconnected = Socket();
+    cutter.Start();
+    while (!overdue) {
+        std::this_thread::sleep_for(5ms);
+    }
+    EXPECT_EQ(cutter.WhatWasCut(), RequestCutter::Cut::kNothing);
+}
+
 TEST_F(RequestCutterTest, LogOut_IsSparedForItsOwnLimit) {
     RequestCutter cutter({0ms, 300ms, kNever}, NotReached);
     const RequestCutter::LogOut logOut(cutter);

@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <iostream>
 #include <sstream>
+#include <thread>
 
 #include "account-command.h"
 #include "ctl-error.h"
@@ -311,13 +312,56 @@ TEST_F(StatusCommandTest, RequestThatHangsForGood_EndsTheProcessAtTheLimit) {
                         .out = doors.out,
                         .messages = std::cerr,
                         .makeBridge = doors.makeBridge,
-                        .programFolder = doors.programFolder};
+                        .programFolder = doors.programFolder,
+                        .progress = STDERR_FILENO};
     RequestCutter::Limits limits;
     limits.all = std::chrono::milliseconds(50);
     EXPECT_EXIT(StatusCommand(ends, StatusFormat::kTable, {}, limits).Run(),
                 testing::ExitedWithCode(128 + SIGTERM),
-                "^baywardctl: Stopped before the controller was read; it does not answer, so a session may "
+                "resources\r +\rbaywardctl: Stopped before the controller was read; it does not answer, so a "
+                "session may "
                 "stay there until it expires\\.\n$");
+}
+
+// A reader of the results who takes longer than the limit of the read.
+class SlowReader : public std::stringbuf {
+protected:
+    std::streamsize xsputn(const char* text, std::streamsize size) override {
+        if (!m_waited) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+            m_waited = true;
+        }
+        return std::stringbuf::xsputn(text, size);
+    }
+
+private:
+    bool m_waited = false;
+};
+
+TEST_F(StatusCommandTest, LimitOfAStoppedRead_SparesTheResultsOfACompleteOne) {
+    bridge.onFetch = [](const std::string& path) {
+        if (path == "/d/") {
+            raise(SIGTERM);
+        }
+    };
+    SlowReader reader;
+    std::ostream slow(&reader);
+    const CtlDoors doors = Doors();
+    const CtlDoors behind{.root = doors.root,
+                          .user = doors.user,
+                          .commands = doors.commands,
+                          .terminal = doors.terminal,
+                          .out = slow,
+                          .messages = std::cerr,
+                          .makeBridge = doors.makeBridge,
+                          .programFolder = doors.programFolder};
+    RequestCutter::Limits limits;
+    limits.all = std::chrono::milliseconds(1000);
+    const auto runs = [&] {
+        const int status = StatusCommand(behind, StatusFormat::kTable, {}, limits).Run();
+        _exit(reader.str().find("1I:3:1") == std::string::npos ? kFailed : status);
+    };
+    EXPECT_EXIT(runs(), testing::ExitedWithCode(kDone), "^$");
 }
 
 // ---- Signals ----
