@@ -13,6 +13,7 @@
 #include "account-text.h"
 #include "config-trust.h"
 #include "controller-access.h"
+#include "controller-url.h"
 #include "ctl-error.h"
 #include "file-reading.h"
 #include "ilo-account.h"
@@ -22,6 +23,7 @@
 
 using tova_service::kAccount;
 using tova_service::kCaFile;
+using tova_service::kControllerUrl;
 using tova_service::kPassword;
 using tova_service::Setting;
 using tovaserverutil::Profile;
@@ -68,13 +70,19 @@ const char* FateOfAccount(AccountState::Kind kind) {
 
 void CheckAccount(const AccountState& state, const ConfigText& text, const Profile& profile,
                   Surroundings& found) {
+    const auto warn = [&](const Setting& setting, const char* sentence) {
+        found.findings.push_back({LineOf(text, setting), Finding::Level::kWarning, sentence, {}});
+    };
+    const std::string url = ReadText(profile, kControllerUrl);
     // The first of the two that is set stands for both.
-    for (const Setting* setting : {&kAccount, &kPassword}) {
-        if (!ReadText(profile, *setting).empty()) {
-            found.findings.push_back(
-                {LineOf(text, *setting), Finding::Level::kWarning, FateOfAccount(state.kind), {}});
-            break;
-        }
+    if (!ReadText(profile, kAccount).empty()) {
+        warn(kAccount, FateOfAccount(state.kind));
+    } else if (!ReadText(profile, kPassword).empty()) {
+        warn(kPassword, FateOfAccount(state.kind));
+    } else if (state.kind == AccountState::Kind::kNone && !url.empty() && !IsInBandUrl(url)) {
+        warn(kControllerUrl,
+             "no account is registered; without one no log-in over the network succeeds: register it with "
+             "\"baywardctl account set\"");
     }
     if (state.kind == AccountState::Kind::kUnusable) {
         found.findings.push_back(

@@ -63,12 +63,16 @@ bool TakeHost(std::string_view& text) {
 
 }  // namespace
 
+bool IsInBandUrl(std::string_view url) {
+    return Lower(WithoutBlanks(url)).rfind(kInBandScheme, 0) == 0;
+}
+
 std::string FaultOfUrl(std::string_view url) {
-    const std::string lower = Lower(WithoutBlanks(url));
-    std::string_view rest = lower;
-    if (TakePrefix(rest, kInBandScheme)) {
+    if (IsInBandUrl(url)) {
         return {};
     }
+    const std::string lower = Lower(WithoutBlanks(url));
+    std::string_view rest = lower;
     if (rest.find('@') != std::string_view::npos) {
         return "holds an account; register that with \"baywardctl account set\"";
     }

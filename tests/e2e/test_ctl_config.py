@@ -20,8 +20,8 @@ SECRET = "config-secret-4711"
 
 @pytest.fixture
 def bare(watch: Callable[..., Watched]) -> Watched:
-    """A host without any account, configured as it should be."""
-    watched = watch(None, account=None, speed=1)
+    """A host without any account, configured as it should be for the in-band channel."""
+    watched = watch(None, account=None, speed=1, config={"iLo": {"url": ""}})
     watched.secrets.append(SECRET)
     return watched
 
@@ -117,6 +117,16 @@ def test_another_file(bare: Watched) -> None:
     status, findings = check(bare, "/etc/opt/tarn/bayward/new.conf")
     assert (status, findings) == (1, ['/etc/opt/tarn/bayward/new.conf:1: warning: unknown section "ilo", nothing below it is '
                                       'read; did you mean "iLo"?'])
+    assert check(bare) == (0, [])
+
+
+def test_address_without_account(bare: Watched) -> None:
+    """As somebody leaves it who has not read on: the service could not log in."""
+    bare.host.write_config("[iLo]\nurl=https://ilo\n")
+    status, findings = check(bare)
+    assert status == 1 and len(findings) == 1
+    assert findings[0].startswith(f"{CONFIGURATION}:2: warning: no account is registered; ")
+    bare.register("monitor", "another-secret")
     assert check(bare) == (0, [])
 
 

@@ -48,7 +48,7 @@ public:
 class ConfigCommandTest : public testing::Test {
 protected:
     ConfigCommandTest() {
-        Configure("[iLo]\nurl=https://ilo\n");
+        Configure("[iLo]\nurl=\n");
         root.Write("etc/locale.conf", "LANG=C\n");
         std::filesystem::create_directories(root / "var/log/bayward");
         std::filesystem::create_directories(root / "run");
@@ -108,7 +108,7 @@ TEST_F(ConfigCommandTest, CheckWithWarning_NamesFileAndLineAndIsOne) {
 
 TEST_F(ConfigCommandTest, CheckOfAnotherFile_LeavesTheServicesOwnAlone) {
     Configure("[iLo]\ninterval=5\n");
-    root.Write("other", "[iLo]\nurl=x\n");
+    root.Write("other", "[iLo]\nurl=blobstore://.\n");
     EXPECT_EQ(Check(root / "other"), 0);
 }
 
@@ -175,6 +175,26 @@ TEST_F(ConfigCommandTest, CheckWithAccountButWithoutFiles_SaysThatItIsEmptied) {
     EXPECT_EQ(Check(), 1);
     EXPECT_THAT(out.str(),
                 StartsWith(file + ":3: warning: no account is registered, so the service empties"));
+}
+
+TEST_F(ConfigCommandTest, CheckOfAnAddressWithoutAccount_SaysThatNoLogInSucceeds) {
+    Configure("[iLo]\ninterval=5000\nurl=https://ilo\n");
+    for (const uid_t asker : {0, 1000}) {
+        user = asker;
+        EXPECT_EQ(Check(), 1);
+        EXPECT_EQ(out.str(), file +
+                                 ":3: warning: no account is registered; without one no log-in over the "
+                                 "network succeeds: register it with \"baywardctl account set\"\n");
+    }
+    for (const char* const inBand : {"", "blobstore://.", " BlobStore://x"}) {
+        Configure(std::string("[iLo]\nurl=") + inBand + "\n");
+        Check();
+        EXPECT_THAT(out.str(), Not(HasSubstr("account"))) << inBand;
+    }
+    user = 0;
+    Configure("[iLo]\nurl=https://ilo\n");
+    Register();
+    EXPECT_EQ(Check(), 0) << out.str();
 }
 
 TEST_F(ConfigCommandTest, CheckWithFilesThatCannotBeDeciphered_IsAnErrorAndTheAccountIsEmptied) {
