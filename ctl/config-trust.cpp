@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <deque>
 #include <filesystem>
 #include <system_error>
 
@@ -42,42 +43,77 @@ void Warn(const std::string& file, const std::string& sentence, Surroundings& fo
     }
 }
 
-void CheckPlace(const Root& root, const std::string& place, Surroundings& found) {
-    struct stat status {};
-    if (stat(place.c_str(), &status) != 0) {
-        return;
-    }
+bool OthersWrite(const Root& root, const struct stat& status) {
+    return (status.st_mode & S_IWOTH) != 0 ||
+           ((status.st_mode & S_IWGRP) != 0 && !root.IsGroup(status.st_gid));
+}
+
+// The status is the place's, which is no link.
+void CheckPlace(const Root& root, const std::string& place, const struct stat& status, Surroundings& found) {
     const bool onlyOwnersRename = S_ISDIR(status.st_mode) && (status.st_mode & S_ISVTX) != 0;
-    const bool othersWrite =
-        (status.st_mode & S_IWOTH) != 0 || ((status.st_mode & S_IWGRP) != 0 && !root.IsGroup(status.st_gid));
     if (!root.IsUser(status.st_uid)) {
         Warn(place,
              "it belongs to another user than root, who can change what the service does as root; \"chown "
              "root\" it",
              found);
-    } else if (othersWrite && !onlyOwnersRename) {
+    } else if (OthersWrite(root, status) && !onlyOwnersRename) {
         Warn(place,
              "others than root may write it and so change what the service does as root; \"chmod go-w\" it",
              found);
     }
 }
 
-void CheckEveryPlace(const Root& root, const fs::path& path, Surroundings& found) {
-    fs::path place;
-    for (const fs::path& part : path) {
-        place /= part;
-        CheckPlace(root, place.string(), found);
+// Nobody writes a link; who may write its folder replaces it, and where only owners rename, its owner does.
+void CheckLink(const Root& root, const fs::path& link, const struct stat& status, Surroundings& found) {
+    struct stat folder {};
+    if (!root.IsUser(status.st_uid) && stat(link.parent_path().c_str(), &folder) == 0 &&
+        OthersWrite(root, folder)) {
+        Warn(link.string(),
+             "it is a link of another user than root, who can put anything in its place and so change what "
+             "the service does as root; \"chown -h root\" it",
+             found);
     }
 }
 
+// Goes the absolute path as the kernel does, link by link. A way that does not reach its end adds nothing.
 void CheckWay(const Root& root, const std::string& path, Surroundings& found) {
-    std::error_code error;
-    const fs::path target = fs::canonical(path, error);
-    if (error) {
-        return;
+    constexpr int kMostLinks = 40;  // the kernel follows no more
+    Surroundings onTheWay;
+    const fs::path whole = path;
+    std::deque<fs::path> ahead(whole.begin(), whole.end());
+    fs::path place;  // without links
+    int links = 0;
+    while (!ahead.empty()) {
+        const fs::path name = ahead.front();
+        ahead.pop_front();
+        if (name.empty() || name == ".") {
+            continue;  // empty behind a last slash
+        }
+        if (name == "..") {
+            place = place.parent_path();
+            continue;
+        }
+        const fs::path next = place / name;  // of an absolute link the first name is "/", which begins anew
+        struct stat status {};
+        if (lstat(next.c_str(), &status) != 0) {
+            return;
+        }
+        if (!S_ISLNK(status.st_mode)) {
+            CheckPlace(root, next.string(), status, onTheWay);
+            place = next;
+            continue;
+        }
+        CheckLink(root, next, status, onTheWay);
+        std::error_code error;
+        const fs::path target = fs::read_symlink(next, error);
+        if (error || ++links > kMostLinks) {
+            return;
+        }
+        ahead.insert(ahead.begin(), target.begin(), target.end());
     }
-    CheckEveryPlace(root, fs::path(path).lexically_normal(), found);
-    CheckEveryPlace(root, target, found);
+    for (const Finding& one : onTheWay.findings) {
+        Warn(one.file, one.sentence, found);
+    }
 }
 
 void CheckProgramFolder(const Root& root, const std::string& folder, Surroundings& found) {
@@ -112,8 +148,10 @@ void CheckAccountFile(const Root& root, const std::string& file, Surroundings& f
 
 // Not the folders above it: some distributions let the system log's own group write /var/log.
 void CheckLogs(const Root& root, const std::string& folder, Surroundings& found) {
-    CheckPlace(root, folder, found);
     struct stat status {};
+    if (stat(folder.c_str(), &status) == 0) {
+        CheckPlace(root, folder, status, found);
+    }
     const std::string log = folder + kTraceLog;
     if (lstat(log.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
         Warn(log, "it is no regular file, so the service drops its trace log lines; remove it", found);

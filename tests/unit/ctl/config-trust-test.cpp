@@ -101,6 +101,59 @@ TEST_F(ConfigTrustTest, TargetOfALink_IsLookedAtToo) {
     ExpectOne("home", "chmod go-w");
 }
 
+TEST_F(ConfigTrustTest, EveryLinkOnTheWay_IsFollowedByItself) {
+    // The tool is reached by way of "middle", which is on neither the way to the link nor that to its target.
+    root.Write("target/storcli64", "");
+    std::filesystem::create_directory(root / "middle");
+    std::filesystem::create_symlink("../target/./storcli64", root / "middle/link");
+    std::filesystem::remove(root / kTool);
+    std::filesystem::create_symlink("../../../middle//link", root / kTool);
+    EXPECT_THAT(Look(), IsEmpty());
+    for (const char* const place : {"middle", "target", "target/storcli64"}) {
+        SetMode(place, 0777);
+        ExpectOne(place, "chmod go-w");
+        SetMode(place, 0755);
+    }
+}
+
+TEST_F(ConfigTrustTest, FolderBeforeDots_IsOnTheWay) {
+    std::filesystem::create_directories(root / "real/deep");
+    std::filesystem::create_symlink(root / "real/deep", root / "link");
+    root.Write("real/storcli64", "");
+    std::filesystem::remove(root / kTool);
+    std::filesystem::create_symlink(root / "link/../storcli64", root / kTool);  // real/storcli64
+    for (const char* const place : {"real/storcli64", "real/deep"}) {
+        SetMode(place, 0777);
+        ExpectOne(place, "chmod go-w");
+        SetMode(place, 0755);
+    }
+}
+
+TEST_F(ConfigTrustTest, LinkOfAnotherUser_IsFoundWhereThatUserMayReplaceIt) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root gives files away";
+    }
+    root.Write("target/storcli64", "");
+    std::filesystem::remove(root / kTool);
+    std::filesystem::create_symlink(root / "target/storcli64", root / kTool);
+    ASSERT_EQ(lchown((root / kTool).c_str(), kSomebody, kSomebody), 0);
+    EXPECT_THAT(Look(), IsEmpty()) << "root alone writes its folder";
+    SetMode("opt/MegaRAID/storcli", 01777);
+    ExpectOne(kTool, "chown -h root");
+    ASSERT_EQ(lchown((root / kTool).c_str(), 0, 0), 0);
+    EXPECT_THAT(Look(), IsEmpty());
+}
+
+TEST_F(ConfigTrustTest, WayWithoutEnd_AddsNothing) {
+    SetMode("opt/MegaRAID/storcli", 0777);
+    std::filesystem::remove(root / kTool);
+    std::filesystem::create_symlink("storcli64", root / kTool);  // round and round
+    EXPECT_THAT(Look(), IsEmpty());
+    std::filesystem::remove(root / kTool);
+    std::filesystem::create_symlink("nowhere", root / kTool);
+    EXPECT_THAT(Look(), IsEmpty());
+}
+
 TEST_F(ConfigTrustTest, AccountFileThatOthersRead_IsFound) {
     root.Write("etc/.TARNiLO1", "");
     SetMode("etc/.TARNiLO1", 0600);
