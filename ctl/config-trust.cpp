@@ -151,6 +151,12 @@ void CheckLogs(const Root& root, const std::string& folder, Surroundings& found)
     struct stat status {};
     if (stat(folder.c_str(), &status) == 0) {
         CheckPlace(root, folder, status, found);
+        if (S_ISDIR(status.st_mode) && (status.st_mode & S_IRWXO) != 0 && !OthersWrite(root, status)) {
+            Warn(folder,
+                 "others than root and its group may open it, and where anybody could hold the lock, the "
+                 "service takes none: two would run side by side; \"chmod o-rwx\" it",
+                 found);
+        }
     }
     const std::string log = folder + kTraceLog;
     if (lstat(log.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {

@@ -51,6 +51,7 @@ protected:
         Configure("[iLo]\nurl=\n");
         root.Write("etc/locale.conf", "LANG=C\n");
         std::filesystem::create_directories(root / "var/log/bayward");
+        std::filesystem::permissions(root / "var/log/bayward", std::filesystem::perms(0750));
         std::filesystem::create_directories(root / "run");
         commands.result.output = "UUID: 00112233-4455-6677-8899-aabbccddeeff\n";
     }

@@ -29,6 +29,7 @@ protected:
             root.Write(file, "");
         }
         std::filesystem::create_directories(root / "var/log/bayward");
+        SetMode("var/log/bayward", 0750);
     }
     ~ConfigTrustTest() override { umask(m_mask); }
 
@@ -86,6 +87,18 @@ TEST_F(ConfigTrustTest, WhatAnotherUserOrGroupHas_IsFound) {
     EXPECT_THAT(Look(), IsEmpty());
     SetMode("opt/MegaRAID", 0775);
     ExpectOne("opt/MegaRAID", "chmod go-w");
+}
+
+TEST_F(ConfigTrustTest, LogFolderThatOthersOpen_IsWithoutLock) {
+    for (const mode_t mode : {0754, 0751, 0755}) {
+        SetMode("var/log/bayward", mode);
+        ExpectOne("var/log/bayward", "chmod o-rwx");
+    }
+    SetMode("var/log/bayward", 0700);
+    EXPECT_THAT(Look(), IsEmpty());
+    std::filesystem::remove(root / "var/log/bayward");
+    root.Write("var/log/bayward", "");
+    EXPECT_THAT(Look(), IsEmpty()) << "no folder at all, which is said elsewhere";
 }
 
 TEST_F(ConfigTrustTest, FolderAboveTheLogs_IsTheDistributionsAffair) {
