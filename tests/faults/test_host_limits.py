@@ -7,13 +7,12 @@ from contextlib import contextmanager
 from typing import Callable, Dict, Iterator
 
 import pytest
-from troubled import BACK, FAILED, MONITORED
+from troubled import BACK, FAILED, MONITORED, STOPPED
 from watched import ControllerProcess, Watched, bin_dir, smart_disk, wait_until
 
 SPEED = 10
 MEBIBYTE = 1 << 20
 PADDING = MEBIBYTE - 16 * 1024  # an answer of more than a mebibyte is refused anyway
-STOPPED = "<VK0900> [TR] Service stopped."
 
 
 def is_sanitized() -> bool:

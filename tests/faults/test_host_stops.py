@@ -6,39 +6,33 @@ import signal
 import threading
 import time
 from pathlib import Path
-from typing import Callable, List
+from typing import Callable, List, Set
 
 import pytest
 from tooled import Tooled
+from troubled import END, MONITORED, STOPPED
 from watched import ControllerProcess, Watched, smart_disk, wait_until
 
 STOPS, HOSTS = 200, 5
 SPEED = 10  # the log-in after a second, the baseline after two; on a busy machine a time limit of 10 seconds needs one
 LONGEST = 3  # seconds from the start to a stop
-# Lines of the stop, in their order; what follows the signal's own line is the same whatever was under way.
-END = [
-    "<VK0902> [TR] Receive signal 15",
-    "<VK0900> [TR] Receive StopEvent.",
-    "<VK0900> [TR] Break MonitorLogRoutine by StopEvent.",
-    "<VK0900> [TR] Join thread for OS log.",
-    "<VK0900> [TR] Break SerialLogRoutine by StopEvent.",
-    "<VK0900> [TR] Join thread for Serial log.",
-    "<VK0900> [TR] Service stopped.",
-]
+INITIALIZED = "<VK0900> [TR] Initialize succeeded."
+STARTED = "<VK0900> [TR] Service started."
+READY = "<VK0900> [TR] Ready to wait stop event."
 # In the order in which a run may come to them; each at most once.
 BEGIN = [
-    "<VK0900> [TR] Initialize succeeded.",
-    "<VK0900> [TR] Service started.",
+    INITIALIZED,
+    STARTED,
     "<VK0900> [TR] MainRoutine started.",
     "<VK0900> [TR] Get LocalSystemInfo.",
     "<VK0900> [TR] PrepareMessage succeeded.",
     "<VK0900> [TR] PrepareSysLog succeeded.",
     "<VK0900> [TR] Create thread for OS log.",
     "<VK0900> [TR] Create thread for Serial log.",
-    "<VK0900> [TR] Ready to wait stop event.",
+    READY,
 ]
-MONITORED = "<VK0900> [TR] Start to monitor."
 SAVING = "<VK0900> [TR] Start cyclic serial log saving."
+WAITS = "The service runs already."
 
 
 def seed() -> int:
@@ -64,7 +58,7 @@ class Stops:
 
     def __init__(self, sim: ControllerProcess, watched: Watched, moments: List[float]) -> None:
         self._sim = sim
-        self._watched = watched
+        self.watched = watched
         self._moments = moments
         self.failure: "BaseException | None" = None
         self.done = 0
@@ -79,11 +73,11 @@ class Stops:
             self.failure = failure
 
     def _run_once(self, moment: float) -> None:
-        watched = self._watched
+        watched = self.watched
         log = watched.host.log_dir / "bayward.log"
         log.unlink(missing_ok=True)
         watched.start()
-        watched.wait_line("Service started.")
+        watched.wait_line(STARTED)
         time.sleep(moment)
         begun = time.monotonic()
         assert watched.stop(60) == 0
@@ -116,7 +110,7 @@ def test_sigterm_at_200_random_moments(start_sim: Callable, watch: Callable[...,
     # The moments lie on both sides of the log-in, or this test would see half of it alone.
     assert 0 < sum(host.monitored for host in hosts) < STOPS
     for host in hosts:
-        assert host._watched.host.syslog_entries() == []
+        assert host.watched.host.syslog_entries() == []
 
 
 def test_sigkill_at_random_moments_leaves_nothing_that_hinders_the_next_run(start_sim: Callable,
@@ -127,7 +121,7 @@ def test_sigkill_at_random_moments_leaves_nothing_that_hinders_the_next_run(star
     with Tooled(sim, speed=SPEED) as watched:
         for _ in range(8):
             watched.start()
-            watched.wait_line("Service started.")
+            watched.wait_line(STARTED)
             time.sleep(chosen.uniform(0, 3))
             watched.host.signal(signal.SIGKILL)
             assert watched.host.wait_exit() == -signal.SIGKILL
@@ -147,34 +141,49 @@ def test_sigkill_at_random_moments_leaves_nothing_that_hinders_the_next_run(star
         watched.stop_search()
         trace = watched.trace()
         assert watched.errors() == []
-        assert trace[-1] == "<VK0900> [TR] Service stopped."
+        assert trace[-1] == STOPPED
         # The killed runs' sessions end by themselves.
         assert watched.counters()["open_sessions"] <= 8
 
 
-def test_second_service_beside_the_first_ends_and_does_no_harm(start_sim: Callable,
-                                                              watch: Callable[..., Watched]) -> None:
+def services(watched: Watched) -> Set[int]:
+    return {process.pid for process in watched.host.processes() if process.name == "bayward" and process.state != "Z"}
+
+
+def start_second(watched: Watched, *options: str, speed: float) -> int:
+    """Starts another service beside the one that runs. Returns its process id, once it has said that it waits."""
+    before, waits = services(watched), watched.count_line(WAITS)
+    command = [str(watched.host.runtime / "bayward"), *options]
+    paced = watched.host.environment(watched.environment(), faketime=f"+0 x{speed:g}")
+    if options:
+        watched.host.spawn(command, env=paced, output=watched.host.work / "service.err")
+    else:
+        assert watched.host.run(command, env=paced).returncode == 0
+    watched.wait_line(WAITS, count=waits + 1)
+    wait_until(lambda: len(services(watched) - before) == 1, "second service", 30, watched.host)
+    second, = services(watched) - before
+    return second
+
+
+@pytest.mark.parametrize("options, number, says", [
+    ([], signal.SIGTERM, ""), (["--stand-alone"], signal.SIGINT, f"bayward: {WAITS}\n")], ids=["detached", "stand-alone"])
+def test_second_service_waits_beside_the_first_and_does_no_harm(
+        start_sim: Callable, watch: Callable[..., Watched], options: List[str], number: int, says: str) -> None:
     sim = start_sim("--drives", 2, "--ssd", 0)
     watched = watch(sim, speed=15).start().wait_baseline()
-    service = str(watched.host.runtime / "bayward")
-    paced = watched.host.environment(watched.environment(), faketime="+0 x15")
-
-    def services() -> List[int]:
-        return [process.pid for process in watched.host.processes() if process.name == "bayward"]
-
-    first = services()
-    for options, says in (([], ""), (["--stand-alone"], "bayward: The service runs already.\n")):
-        before = len(watched.own_trace())
-        ended = watched.host.run([service, *options], env=paced)
-        assert (ended.returncode, ended.stdout, ended.stderr) == (0, "", says)
-        wait_until(lambda: services() == first, "end of the second service", 30, watched.host)
-        lines = watched.own_trace()[before:]
-        assert lines[0] == "<VK0900> [TR] Initialize succeeded."
-        assert len(lines) == 2 and lines[1].startswith("<VK0902> [ER] service ")
-        assert lines[1].endswith(" (Err: The service runs already.)")
-    assert watched.counters()["logins"] == 1
+    first, before = services(watched), len(watched.own_trace())
+    second = start_second(watched, *options, speed=15)
     sim.control.call("fail-drive", 1, 1)
     watched.expect(smart_disk(1).failed)  # once
+    assert services(watched) == first | {second}
+    os.kill(second, number)
+    wait_until(lambda: services(watched) == first, "end of the second service", 30, watched.host)
+    watched.wait_walks(1)
+    said = [line for line in watched.own_trace()[before:] if "[EV]" not in line]
+    assert said[0] == INITIALIZED
+    assert len(said) == 2 and said[1].startswith("<VK0902> [ER] service ") and said[1].endswith(f" (Err: {WAITS})")
+    assert watched.host.service_output() == says
+    assert watched.counters()["logins"] == 1
     health = watched.ctl("health")
     assert health.returncode == 0, health.stdout
     assert watched.stop() == 0
@@ -182,21 +191,41 @@ def test_second_service_beside_the_first_ends_and_does_no_harm(start_sim: Callab
     watched.wait_line(MONITORED, count=2)
 
 
-def test_service_that_is_started_while_the_first_ends_takes_over(watch: Callable[..., Watched]) -> None:
-    """As a start script does that only sends the signal."""
-    watched = watch(None, speed=1).start()
-    watched.wait_line("Ready to wait stop event.")
-    first = watched.host.service
-    first.signal(signal.SIGSTOP)
-    first.signal(signal.SIGTERM)
-    release = threading.Timer(1, lambda: first.signal(signal.SIGCONT))
-    release.start()
-    second = watched.host.run([str(watched.host.runtime / "bayward")], env=watched.environment())
-    assert second.returncode == 0
-    watched.wait_line("Ready to wait stop event.", count=2)
-    release.join()
-    assert first.exit_status(30) == 0
-    taken, = [process.pid for process in watched.host.processes() if process.name == "bayward"]
-    os.kill(taken, signal.SIGTERM)
-    watched.wait_line("<VK0900> [TR] Service stopped.", count=2)
-    assert watched.errors() == []
+def test_waiting_service_takes_over_from_one_that_is_killed(start_sim: Callable, watch: Callable[..., Watched]) -> None:
+    sim = start_sim("--drives", 2, "--ssd", 0)
+    watched = watch(sim, speed=15).start().wait_baseline()
+    second = start_second(watched, speed=15)
+    watched.host.signal(signal.SIGKILL)
+    assert watched.host.wait_exit() == -signal.SIGKILL
+    wait_until(lambda: watched.count_line(MONITORED) == 2, "monitoring second service", 30)
+    watched.wait_walks(2)  # the second of this run takes the baseline
+    sim.control.call("fail-drive", 1, 1)
+    wait_until(lambda: watched.count_line(smart_disk(1).failed.line) == 1, "report", 30)
+    watched.expect(smart_disk(1).failed)
+    os.kill(second, signal.SIGTERM)
+    wait_until(lambda: services(watched) == set(), "end of the second service", 30)
+    assert watched.trace()[-1] == STOPPED
+    assert watched.counters()["open_sessions"] == 1  # that of the killed one, which ends by itself
+
+
+def test_waiting_service_takes_over_however_long_the_first_takes_to_end() -> None:
+    """As a start script starts it that only sends the signal. What the first is at takes 30 seconds."""
+    with Tooled(speed=1, only=("ssacli",)) as watched:
+        watched.tools.add_drive(watched.tools.add_smart_array(), times=[7])
+        watched.start()
+        wait_until(lambda: watched.cycles() == 1, "report", 30, watched.host)
+        wait_until(lambda: watched.host.children() == [], "its pause", 30, watched.host)
+        watched.host.signal(signal.SIGTERM)
+        watched.wait_line(END[1])
+        second = start_second(watched, speed=60)  # at that pace it need not take as long
+        assert watched.host.running
+        assert watched.host.wait_exit(120) == 0
+        wait_until(lambda: watched.count_line(READY) == 2, "second service", 30)
+        os.kill(second, signal.SIGTERM)
+        wait_until(lambda: services(watched) == set(), "end of the second service", 30)
+        lines = watched.trace()
+        waits, = [line for line in lines if WAITS in line]
+        assert [line for line in lines if line in (INITIALIZED, STARTED, waits, STOPPED)] == [
+            INITIALIZED, STARTED, INITIALIZED, waits, STOPPED, STARTED, STOPPED]
+        assert lines[-1] == STOPPED
+        assert watched.left_files() == set()

@@ -20,6 +20,17 @@ DRIVE = f"GET {DRIVE_PATH}"
 FAILED = "<VK0956> [ER] Failed to initialize RaidManager."
 BACK = "<VK0950> [TR] Initializing RaidManager succeed."
 MONITORED = "<VK0900> [TR] Start to monitor."
+STOPPED = "<VK0900> [TR] Service stopped."
+# Lines of the stop, in their order; what follows the signal's own line is the same whatever was under way.
+END = [
+    "<VK0902> [TR] Receive signal 15",
+    "<VK0900> [TR] Receive StopEvent.",
+    "<VK0900> [TR] Break MonitorLogRoutine by StopEvent.",
+    "<VK0900> [TR] Join thread for OS log.",
+    "<VK0900> [TR] Break SerialLogRoutine by StopEvent.",
+    "<VK0900> [TR] Join thread for Serial log.",
+    STOPPED,
+]
 
 # Lines of every walk, and the events, which are looked at by themselves.
 _USUAL = (" ssdEnduranceUtilizationPercentage=", " statusReasons=", " mVersion=", "Start cyclic serial log saving.",
