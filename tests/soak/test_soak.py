@@ -7,6 +7,7 @@ from typing import Any
 
 import pytest
 import soak
+from fixtures import everything_is_there  # noqa: F401
 from soaklogs import Journal, Tail, Violation
 from soakmodule import ModuleLoads
 from soakserver import Server
@@ -14,8 +15,6 @@ from soakvitals import Vitals
 from soakworld import (FAILED, GOOD, MEGA, OFFLINE, PREDICTED, SMART, Condition, Drive, Volume, World, blank, drives,
                        known_events, random_change, transitions)
 from watched import bin_dir
-
-import simhost
 
 ABSENT = Condition(present=False)
 STAMP = "2026/11/21 10:00:00.000 "
@@ -165,21 +164,16 @@ def test_loads_of_the_module_are_counted(tmp_path: Path) -> None:
 
 # ---- Runs ----
 
-needs_host = pytest.mark.skipif(simhost.missing(faketime=True) is not None, reason=str(simhost.missing(faketime=True)))
-
-
 def run(cycles: int) -> int:
     return soak.main([str(cycles), "--seed", "7", "--bin", str(bin_dir())])
 
 
-@needs_host
 def test_good_service_passes(capsys: pytest.CaptureFixture) -> None:
     assert run(30) == 0
     told = capsys.readouterr().out
     assert "BROKEN" not in told and "seed              7" in told
 
 
-@needs_host
 def test_change_that_is_not_reported_breaks_the_run(monkeypatch: pytest.MonkeyPatch,
                                                     capsys: pytest.CaptureFixture) -> None:
     """To the run it is the same whether the service says nothing or the controller shows nothing."""
@@ -193,7 +187,6 @@ def test_change_that_is_not_reported_breaks_the_run(monkeypatch: pytest.MonkeyPa
     assert "The events are not those that the changes make:\nmissing (1)" in capsys.readouterr().out
 
 
-@needs_host
 def test_change_that_the_run_does_not_know_of_breaks_it(monkeypatch: pytest.MonkeyPatch,
                                                         capsys: pytest.CaptureFixture) -> None:
     """It makes an event too many, or, when it fell into a lost log-in, hides the one that was to come."""
@@ -210,7 +203,6 @@ def test_change_that_the_run_does_not_know_of_breaks_it(monkeypatch: pytest.Monk
     assert told.startswith((f"too much (1): {HDD.disk.failed.line}\n", f"missing (1): {HDD.disk.failed.line}\n"))
 
 
-@needs_host
 def test_growing_memory_breaks_the_run(monkeypatch: pytest.MonkeyPatch, capsys: pytest.CaptureFixture) -> None:
     monkeypatch.setattr("soakvitals.GROWTH_KIB", 0)
     assert run(20) == 1
