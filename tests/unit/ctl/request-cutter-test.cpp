@@ -93,9 +93,11 @@ TEST_F(RequestCutterTest, RequestWithoutConnection_IsNotToldAsCut) {
     RequestCutter cutter({0ms, kNever, 60ms}, [&] { overdue = true; });
     const FileDescriptor unconnected = Socket();
     cutter.Start();
-    while (!overdue) {
+    const auto begin = RequestCutter::Clock::now();
+    while (!overdue && RequestCutter::Clock::now() - begin < 60s) {
         std::this_thread::sleep_for(5ms);
     }
+    EXPECT_TRUE(overdue);
     EXPECT_EQ(cutter.WhatWasCut(), RequestCutter::Cut::kNothing);
 }
 
