@@ -180,7 +180,7 @@ TEST_F(ConfigCommandTest, CheckWithAccountButWithoutFiles_SaysThatItIsEmptied) {
 
 TEST_F(ConfigCommandTest, CheckOfAnAddressWithoutAccount_SaysThatNoLogInSucceeds) {
     Configure("[iLo]\ninterval=5000\nurl=https://ilo\n");
-    for (const uid_t asker : {0, 1000}) {
+    for (const uid_t asker : {0U, 1000U}) {
         user = asker;
         EXPECT_EQ(Check(), 1);
         EXPECT_EQ(out.str(), file +

@@ -90,7 +90,7 @@ TEST_F(ConfigTrustTest, WhatAnotherUserOrGroupHas_IsFound) {
 }
 
 TEST_F(ConfigTrustTest, LogFolderThatOthersOpen_IsWithoutLock) {
-    for (const mode_t mode : {0754, 0751, 0755}) {
+    for (const mode_t mode : {0754U, 0751U, 0755U}) {
         SetMode("var/log/bayward", mode);
         ExpectOne("var/log/bayward", "chmod o-rwx");
     }
