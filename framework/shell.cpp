@@ -32,6 +32,7 @@ constexpr std::size_t kReadBuffer = 64 * 1024;
 std::optional<pid_t> Spawn(std::string command, int output) {
     std::vector<std::string> variables = tovaserverutil::ChildEnvironment(environ);
     std::vector<char*> environment;
+    environment.reserve(variables.size() + 1);
     for (std::string& variable : variables) {
         environment.push_back(variable.data());
     }
