@@ -10,7 +10,7 @@ set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "storage monitor for servers with an iLO c
 set(CPACK_PACKAGE_DESCRIPTION
 "bayward watches RAID controllers, logical drives and physical drives through
 the server's iLO management controller and the vendors' RAID tools. It writes
-one clear message to syslog when a drive fails, predicts its failure or wears
+clear messages to syslog when a drive fails, predicts its failure or wears
 out, and when a logical drive goes offline: once per change.
 
 It reads the controller over the network. The local in-band channel, which it

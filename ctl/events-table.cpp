@@ -42,7 +42,8 @@ const std::vector<EventInfo>& EventTable() {
         {tovaevent::kDriveWear90, "An SSD has used 90 percent or more of its rated life, but less than 95."},
         {tovaevent::kDriveWear95, "An SSD has used 95 percent or more of its rated life."},
         {tovaevent::kMediumErrors,
-         "Medium errors recur on a drive; once for each serial number in a run of the service."},
+         "Medium errors recur on a drive; in a run of the service once for each serial number, on MegaRAID "
+         "controllers once for each controller and device id."},
         {tovaevent::kDriveWear80, "An SSD has used 80 percent or more of its rated life, but less than 90."},
         {tovaevent::kLogicalDriveOffline,
          "A logical drive has gone offline, or has vanished from an \"HPE MR\" controller together with all "
