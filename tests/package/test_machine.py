@@ -171,7 +171,7 @@ def test_hardening_leaves_the_tools_what_they_need_and_stop_lets_a_running_one_f
     begun = time.monotonic()
     service.run("systemctl", "stop", "bayward")
     # The tool's end and the fixed pause of 30 seconds.
-    assert 30 < time.monotonic() - begun < 120
+    assert 30 < time.monotonic() - begun < 60
     assert service.property("Result") == "success"
     assert "Join thread for Media Error." in _trace(service)
     assert said()[0] == "working folder is /opt/tarn/bayward/bin"

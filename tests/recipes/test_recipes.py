@@ -269,6 +269,8 @@ def test_central_server_gets_what_was_reported_while_it_was_away(site: Site) -> 
             site.wait_received(sentence)
         there = site.fail_drive(5)
         site.wait_received(there.sentences()[0])
+        for event in (away, there):
+            assert site.received().count(event.sentences()[0]) == 1
 
 
 def test_server_with_another_name_gets_nothing(site: Site) -> None:
