@@ -373,6 +373,7 @@ def test_malformed_drive_fails_the_walk(servers: List[Server]) -> None:
         assert len(lines) == 3 * len(server.units)
         for line in lines[::3]:
             assert re.fullmatch(r"<VK0999> \[TR\] ilorest-reader \d+ .+", line), line
+    for server in each_held(servers):
         for unit in server.units:
             server.call("fail-drive", unit.number, len(unit.disks[:2]))
     expect(servers, lambda server: [unit.disks[len(unit.disks[:2]) - 1].failed for unit in server.units

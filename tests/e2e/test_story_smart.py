@@ -104,7 +104,8 @@ def test_new_drive_that_comes_failed(sim: ControllerProcess, watched: Watched) -
 
 def test_pulled_drive_is_silent(sim: ControllerProcess, watched: Watched) -> None:
     """This family does not look for what has vanished; a drive that comes back failed is a new one."""
-    sim.control.call("remove-drive", 1, 3)
+    with watched.held():
+        sim.control.call("remove-drive", 1, 3)
     watched.expect()
     with watched.held():
         sim.control.call("restore-drive", 1, 3)
