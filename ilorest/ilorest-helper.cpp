@@ -81,12 +81,8 @@ const char* ErrorText(long answer) {
 
 }  // namespace
 
-iLoRestHelper::iLoRestHelper(std::string moduleFolder, PythonRuntime::RestartPolicy policy)
-    : iLoRestHelper(std::move(moduleFolder), ConnectionSettings{}, policy) {}
-
-iLoRestHelper::iLoRestHelper(std::string moduleFolder, ConnectionSettings settings,
-                             PythonRuntime::RestartPolicy policy)
-    : m_runtime(std::move(moduleFolder), policy), m_settings(std::move(settings)) {}
+iLoRestHelper::iLoRestHelper(std::string moduleFolder, ConnectionSettings settings)
+    : m_runtime(std::move(moduleFolder)), m_settings(std::move(settings)) {}
 
 void iLoRestHelper::init(const char* host, const char* account, const char* password,
                          std::uint32_t retryCount, std::uint32_t retryInterval) {
@@ -334,7 +330,7 @@ void iLoRestHelper::ClearFailure() {
     m_reason.clear();
 }
 
-// Leaves m_module empty, and no interpreter running, when the module cannot be imported. So does one that
+// Leaves m_module empty when the module cannot be imported. So does one that
 // fails to take a CA file: whoever configured that wants no connection without it.
 void iLoRestHelper::Import() {
     if (m_runtime.IsTaken()) {

@@ -40,10 +40,7 @@ inline constexpr const char* kModuleFolder = ".";
 class iLoRestHelper : public RestBridge {
 public:
     iLoRestHelper() : iLoRestHelper(kModuleFolder) {}
-    explicit iLoRestHelper(std::string moduleFolder,
-                           PythonRuntime::RestartPolicy policy = PythonRuntime::DefaultPolicy());
-    iLoRestHelper(std::string moduleFolder, ConnectionSettings settings,
-                  PythonRuntime::RestartPolicy policy = PythonRuntime::DefaultPolicy());
+    explicit iLoRestHelper(std::string moduleFolder, ConnectionSettings settings = {});
     ~iLoRestHelper() override = default;
     iLoRestHelper(const iLoRestHelper&) = delete;
     iLoRestHelper& operator=(const iLoRestHelper&) = delete;

@@ -102,13 +102,7 @@ void PyRef::reset() noexcept {
     Py_XDECREF(object);
 }
 
-PythonRuntime::RestartPolicy PythonRuntime::DefaultPolicy() noexcept {
-    constexpr bool kRestartsCleanly = PY_VERSION_HEX >= 0x030A0000 && PY_VERSION_HEX < 0x030C0000;
-    return kRestartsCleanly ? RestartPolicy::kRestart : RestartPolicy::kKeep;
-}
-
-PythonRuntime::PythonRuntime(std::string moduleFolder, RestartPolicy policy)
-    : m_moduleFolder(std::move(moduleFolder)), m_policy(policy) {}
+PythonRuntime::PythonRuntime(std::string moduleFolder) : m_moduleFolder(std::move(moduleFolder)) {}
 
 PythonRuntime::~PythonRuntime() {
     Finalize();
@@ -125,9 +119,6 @@ bool PythonRuntime::Start() {
     }
     if (!PreparePath()) {
         PyErr_Clear();
-        if (m_policy == RestartPolicy::kRestart) {
-            Shutdown();
-        }
         return false;
     }
     m_state = State::kStarted;
@@ -140,11 +131,7 @@ void PythonRuntime::Finalize() noexcept {
     }
     PyErr_Clear();
     m_state = State::kIdle;
-    if (m_policy == RestartPolicy::kRestart) {
-        Shutdown();
-    } else {
-        Forget();
-    }
+    Forget();
 }
 
 bool PythonRuntime::Initialize() {

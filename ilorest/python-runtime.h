@@ -5,10 +5,14 @@
 
 #include "python-ref.h"
 
-// Starts, stops and restarts the process's one interpreter. It is the distribution's Python, isolated from
-// the process's surroundings: no signal handlers, no environment variables, no user site folder, UTF-8
-// whatever the locale, no bytecode files, and no remark of Python's own reaches the terminal; what a module
-// logs does.
+// Starts and stops the process's one interpreter. It is the distribution's Python, isolated from the
+// process's surroundings: no signal handlers, no environment variables, no user site folder, UTF-8 whatever
+// the locale, no bytecode files, and no remark of Python's own reaches the terminal; what a module logs does.
+//
+// Between Finalize() and the next Start() the interpreter itself is kept, without the modules that came with
+// the last start. No Python restarts cleanly once it has loaded C extensions: 3.12 aborts, 3.9 and 3.13 lose
+// several hundred kilobytes each time, 3.10 and 3.11 about five; and an interpreter that is built up or torn
+// down while memory is short may take the process with it.
 //
 // SIGPIPE stays as the process has it: a process that lets Python write to sockets ignores or blocks it.
 //
@@ -16,17 +20,10 @@
 // Finalize().
 class PythonRuntime {
 public:
-    enum class RestartPolicy {
-        kRestart,  // Finalize() really finalises; the next Start() starts a new interpreter
-        kKeep,  // Finalize() forgets the modules; the interpreter lives on and is finalised by the destructor
-    };
-    // What suits this Python: 3.10 and 3.11 restart cleanly. 3.12 aborts when an interpreter that has loaded
-    // C extensions is started a second time; 3.9 and 3.13 lose several hundred kilobytes with each restart.
-    static RestartPolicy DefaultPolicy() noexcept;
-
     // The folder is put first on sys.path; a relative one is resolved against the working directory of each
     // Start().
-    explicit PythonRuntime(std::string moduleFolder, RestartPolicy policy = DefaultPolicy());
+    explicit PythonRuntime(std::string moduleFolder);
+    // Ends the interpreter itself.
     ~PythonRuntime();
     PythonRuntime(const PythonRuntime&) = delete;
     PythonRuntime& operator=(const PythonRuntime&) = delete;
@@ -40,14 +37,14 @@ public:
     // Makes the interpreter ready to import from the module folder; not to be called when IsTaken(). False
     // when Python cannot start, which leaves nothing running.
     bool Start();
-    // Ends what Start() began, as the policy says; does nothing when not started. A pending Python error is
-    // forgotten.
+    // Forgets what has been imported from outside of the standard library, and a pending Python error; does
+    // nothing when not started.
     void Finalize() noexcept;
 
 private:
     enum class State {
         kStopped,  // no interpreter of ours
-        kIdle,     // ours runs but nobody uses it (policy kKeep)
+        kIdle,     // ours runs but nobody uses it
         kStarted,
     };
 
@@ -57,7 +54,6 @@ private:
     void Shutdown() noexcept;
 
     std::string m_moduleFolder;
-    RestartPolicy m_policy;
     State m_state = State::kStopped;
     std::string m_resolvedFolder;
     PyRef m_ownPath;     // sys.path as Python made it, without the module folder

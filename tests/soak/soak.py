@@ -119,7 +119,7 @@ class Run:
             ("silent transitions", f"{rounds.silent} (in lost log-ins)"),
             ("log-ins", f"{journal.back} again, {journal.lost} lost or failed, {journal.refused} refused; "
                         f"{rounds.unplanned} lost by themselves"),
-            ("interpreter", f"{max(self.loads.count() - 1, 0)} restarts{self._growth_per_restart()}"),
+            ("interpreter", f"{max(self.loads.count() - 1, 0)} new starts{self._growth_per_restart()}"),
             ("searches", f"{self.medium.searches} for medium errors; {self.medium.weeks} weeks passed"),
             ("memory", ", ".join(f"{value} KiB {when}" for when, value in kib.items() if value is not None)),
             ("descriptors", f"{min(self.vitals.descriptors, default=0)} at the end, "
@@ -132,7 +132,7 @@ class Run:
         ]
 
     def _growth_per_restart(self) -> str:
-        """Python itself loses some memory each time, by its version; a leak of another kind shows beside it."""
+        """What the bridge or the module lost with every new start would show here."""
         memory, warm, warm_loads = self.vitals.memory, self.vitals.warm_kib, self.rounds.warm_loads
         restarts = self.loads.count() - (warm_loads or 0)
         if warm is None or warm_loads is None or restarts <= 0:

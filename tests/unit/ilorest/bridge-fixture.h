@@ -11,13 +11,6 @@
 #include "ilorest-helper.h"
 #include "test-root.h"
 
-using Policy = PythonRuntime::RestartPolicy;
-
-// The name of a test of that policy; in the global namespace, where the tests' names are looked up.
-inline void PrintTo(Policy policy, std::ostream* out) {
-    *out << (policy == Policy::kRestart ? "Restart" : "Keep");
-}
-
 // A "baywardilorest.py" in a folder of its own. Every function answers 200 unless told otherwise and notes
 // its call.
 class FakeModule {

@@ -1,4 +1,4 @@
-// close, reset, finalize, the log line, and the bridge's states under both restart policies.
+// close, reset, finalize, the log line, and the bridge's states.
 #include <gmock/gmock.h>
 #include <unistd.h>
 
@@ -148,15 +148,12 @@ TEST_F(BridgeClose, ClearError_IsHarmlessInEveryState) {
     m_bridge.clearError();
 }
 
-// What must hold whether the interpreter is really restarted or kept.
-class BridgeLife : public ::testing::TestWithParam<Policy> {
+// What must hold although the interpreter itself is kept.
+class BridgeLife : public ::testing::Test {
 protected:
     void SetUp() override {
-        if (GetParam() == Policy::kRestart && PythonRuntime::DefaultPolicy() != Policy::kRestart) {
-            GTEST_SKIP() << "this Python does not restart cleanly";
-        }
         m_module.Answers("get", "str(calls)").Install();
-        m_bridge = std::make_unique<iLoRestHelper>(m_module.folder(), GetParam());
+        m_bridge = std::make_unique<iLoRestHelper>(m_module.folder());
     }
     void Init() { m_bridge->init("https://bmc", "admin", "secret", 2, 1); }
     std::string Get() { return m_bridge->getValue("/"); }
@@ -165,10 +162,7 @@ protected:
     std::unique_ptr<iLoRestHelper> m_bridge;
 };
 
-INSTANTIATE_TEST_SUITE_P(Policies, BridgeLife, ::testing::Values(Policy::kRestart, Policy::kKeep),
-                         testing::PrintToStringParamName());
-
-TEST_P(BridgeLife, Finalize_ForgetsTheModuleAndItsSession) {
+TEST_F(BridgeLife, Finalize_ForgetsTheModuleAndItsSession) {
     Init();
     EXPECT_EQ(Get(), "1");
     EXPECT_EQ(Get(), "2");
@@ -180,7 +174,7 @@ TEST_P(BridgeLife, Finalize_ForgetsTheModuleAndItsSession) {
     EXPECT_EQ(Get(), "1");  // the module's state is new
 }
 
-TEST_P(BridgeLife, Reset_ClosesAndImportsAfresh) {
+TEST_F(BridgeLife, Reset_ClosesAndImportsAfresh) {
     Init();
     EXPECT_EQ(Get(), "1");
     m_bridge->reset();
@@ -192,14 +186,14 @@ TEST_P(BridgeLife, Reset_ClosesAndImportsAfresh) {
     EXPECT_EQ(Get(), "1");
 }
 
-TEST_P(BridgeLife, ResetWithoutAModule_LoadsOne) {
+TEST_F(BridgeLife, ResetWithoutAModule_LoadsOne) {
     m_bridge->reset();
     EXPECT_TRUE(m_bridge->isPyInitialized());
     EXPECT_FALSE(m_bridge->isiLOInitialized());
     EXPECT_THAT(m_module.Calls(), IsEmpty());
 }
 
-TEST_P(BridgeLife, ResetWhenTheModuleIsGone_DoesNotThrow) {
+TEST_F(BridgeLife, ResetWhenTheModuleIsGone_DoesNotThrow) {
     Init();
     m_module.Uninstall();
     EXPECT_NO_THROW(m_bridge->reset());
@@ -210,7 +204,7 @@ TEST_P(BridgeLife, ResetWhenTheModuleIsGone_DoesNotThrow) {
     EXPECT_TRUE(m_bridge->isiLOInitialized());
 }
 
-TEST_P(BridgeLife, ResetWithAFailingOrMissingClose_DoesNotThrow) {
+TEST_F(BridgeLife, ResetWithAFailingOrMissingClose_DoesNotThrow) {
     m_module.Does("close", "raise SystemExit").Install();
     Init();
     EXPECT_NO_THROW(m_bridge->reset());
@@ -221,7 +215,7 @@ TEST_P(BridgeLife, ResetWithAFailingOrMissingClose_DoesNotThrow) {
     EXPECT_TRUE(m_bridge->isPyInitialized());
 }
 
-TEST_P(BridgeLife, BrokenImportBetweenTwoGoodOnes_LeavesNothingBehind) {
+TEST_F(BridgeLife, BrokenImportBetweenTwoGoodOnes_LeavesNothingBehind) {
     Init();
     m_bridge->finalize();
     m_module.InstallText("raise RuntimeError('no')\n");
@@ -232,9 +226,9 @@ TEST_P(BridgeLife, BrokenImportBetweenTwoGoodOnes_LeavesNothingBehind) {
     EXPECT_EQ(Get(), "1");
 }
 
-TEST_P(BridgeLife, SecondBridge_IsRefusedWhileTheFirstHoldsAModule) {
+TEST_F(BridgeLife, SecondBridge_IsRefusedWhileTheFirstHoldsAModule) {
     Init();
-    iLoRestHelper second(m_module.folder(), GetParam());
+    iLoRestHelper second(m_module.folder());
     const Thrown init = TextThrownBy([&] { second.init("https://bmc", "admin", "secret", 2, 1); });
     ExpectLiteral(init, "Python already initialized.");
     ExpectLiteral(TextThrownBy([&] { second.getValue("/"); }), "Python already initialized.");
@@ -244,10 +238,10 @@ TEST_P(BridgeLife, SecondBridge_IsRefusedWhileTheFirstHoldsAModule) {
     EXPECT_EQ(Get(), "1");  // the first one did not notice
 }
 
-TEST_P(BridgeLife, BridgeOnAnotherThread_LivesAndDiesThere) {
+TEST_F(BridgeLife, BridgeOnAnotherThread_LivesAndDiesThere) {
     std::string values;
     std::thread worker([&] {
-        iLoRestHelper bridge(m_module.folder(), GetParam());
+        iLoRestHelper bridge(m_module.folder());
         for (int i = 0; i < 3; ++i) {
             bridge.init("https://bmc", "admin", "secret", 2, 1);
             values += bridge.getValue("/");
@@ -261,15 +255,15 @@ TEST_P(BridgeLife, BridgeOnAnotherThread_LivesAndDiesThere) {
     EXPECT_EQ(Get(), "1");
 }
 
-TEST_P(BridgeLife, DestructionWithTheSessionOpen_IsClean) {
+TEST_F(BridgeLife, DestructionWithTheSessionOpen_IsClean) {
     Init();
     m_bridge.reset();
-    m_bridge = std::make_unique<iLoRestHelper>(m_module.folder(), GetParam());
+    m_bridge = std::make_unique<iLoRestHelper>(m_module.folder());
     Init();
     EXPECT_EQ(Get(), "1");
 }
 
-TEST_P(BridgeLife, DefaultFolder_IsTheWorkingDirectory) {
+TEST_F(BridgeLife, DefaultFolder_IsTheWorkingDirectory) {
     const std::filesystem::path before = std::filesystem::current_path();
     std::filesystem::current_path(m_module.folder());
     {

@@ -1,4 +1,4 @@
-// The interpreter itself: whose it is, what it leaves alone, and how often it can be restarted.
+// The interpreter itself: whose it is, what it leaves alone, and how often it can be started anew.
 #define PY_SSIZE_T_CLEAN
 #include <Python.h>
 #include <gmock/gmock.h>
@@ -190,25 +190,10 @@ TEST(PythonRuntime, SomebodyElsesInterpreter_IsLeftAlone) {
     EXPECT_NE(Py_IsInitialized(), 0);
 }
 
-TEST(PythonRuntime, RestartPolicy_FinalisesAtOnce) {
-    if (PythonRuntime::DefaultPolicy() != Policy::kRestart) {
-        GTEST_SKIP() << "this Python does not restart cleanly";
-    }
-    FakeModule module;
-    PythonRuntime runtime(module.folder(), Policy::kRestart);
-    EXPECT_FALSE(runtime.IsTaken());
-    ASSERT_TRUE(runtime.Start());
-    EXPECT_TRUE(runtime.IsTaken());
-    EXPECT_TRUE(runtime.IsStarted());
-    runtime.Finalize();
-    EXPECT_FALSE(runtime.IsStarted());
-    EXPECT_EQ(Py_IsInitialized(), 0);
-}
-
-TEST(PythonRuntime, KeepPolicy_FinalisesWithTheObject) {
+TEST(PythonRuntime, Finalize_KeepsTheInterpreterUntilTheObjectEnds) {
     FakeModule module;
     {
-        PythonRuntime runtime(module.folder(), Policy::kKeep);
+        PythonRuntime runtime(module.folder());
         ASSERT_TRUE(runtime.Start());
         EXPECT_TRUE(runtime.IsTaken());
         PyErr_SetString(PyExc_ValueError, "left behind");
@@ -217,14 +202,14 @@ TEST(PythonRuntime, KeepPolicy_FinalisesWithTheObject) {
         EXPECT_EQ(PyErr_Occurred(), nullptr);
         EXPECT_FALSE(runtime.IsTaken());
         EXPECT_FALSE(runtime.IsStarted());
-        PythonRuntime second(module.folder(), Policy::kKeep);
+        PythonRuntime second(module.folder());
         EXPECT_TRUE(second.IsTaken());  // for everybody else it is
         ASSERT_TRUE(runtime.Start());
     }
     EXPECT_EQ(Py_IsInitialized(), 0);
 }
 
-TEST(PythonRuntime, KeepPolicy_ForgetsWhatCameWithTheModule) {
+TEST(PythonRuntime, Finalize_ForgetsWhatCameWithTheModule) {
     FakeModule module;
     module.AddFile("bayward_private.py", "count = 0\n");
     module.AddFile("elsewhere/site-packages/fetched.py", "count = 0\n");
@@ -238,7 +223,7 @@ TEST(PythonRuntime, KeepPolicy_ForgetsWhatCameWithTheModule) {
                 "return ' '.join(str(n) for n in (bayward_private.count, fetched.count, space.inner.count, "
                 "json.bayward_mark, sys.path.count(sys.path[-1])))");
     module.Install();
-    iLoRestHelper bridge(module.folder(), Policy::kKeep);
+    iLoRestHelper bridge(module.folder());
     Init(bridge);
     EXPECT_EQ(bridge.getValue("/"), "1 1 1 1 1");
     bridge.reset();
@@ -246,13 +231,13 @@ TEST(PythonRuntime, KeepPolicy_ForgetsWhatCameWithTheModule) {
     EXPECT_EQ(bridge.getValue("/"), "1 1 1 2 1");
 }
 
-TEST(PythonRuntime, KeepPolicy_FollowsTheWorkingDirectory) {
+TEST(PythonRuntime, Start_FollowsTheWorkingDirectory) {
     FakeModule first;
     first.Answers("get", "'first'").Install();
     FakeModule second;
     second.Answers("get", "'second'").Install();
     const std::filesystem::path before = std::filesystem::current_path();
-    iLoRestHelper bridge(".", Policy::kKeep);
+    iLoRestHelper bridge(".");
     std::filesystem::current_path(first.folder());
     Init(bridge);
     EXPECT_EQ(bridge.getValue("/"), "first");
@@ -269,7 +254,7 @@ TEST(PythonRuntime, ModuleThatWrecksModuleTable_IsSurvived) {
         "    def __del__(self): raise ValueError('late')\nsys.modules['trap'] = Trap()\n"
         "sys.modules['nothing'] = None");
     module.Install();
-    iLoRestHelper bridge(module.folder(), Policy::kKeep);
+    iLoRestHelper bridge(module.folder());
     testing::internal::CaptureStderr();
     for (int i = 0; i < 3; ++i) {
         Init(bridge);
@@ -293,21 +278,13 @@ TEST(PythonRuntime, ErrorsWhileItFinalises_StaySilent) {
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
-class PythonRestart : public ::testing::TestWithParam<Policy> {};
-
-INSTANTIATE_TEST_SUITE_P(Policies, PythonRestart, ::testing::Values(Policy::kRestart, Policy::kKeep),
-                         testing::PrintToStringParamName());
-
-TEST_P(PythonRestart, FiftyTimesOnAThreadOfItsOwn_KeepsMemoryAndDescriptors) {
-    if (GetParam() == Policy::kRestart && PythonRuntime::DefaultPolicy() != Policy::kRestart) {
-        GTEST_SKIP() << "this Python does not restart cleanly";
-    }
+TEST(PythonRuntime, FiftyTimesOnAThreadOfItsOwn_KeepsMemoryAndDescriptors) {
     FakeModule module;
     // Extension modules, and a megabyte that would pile up if the module were not let go.
     module.Top("import ssl, http.client, json, datetime, hashlib\nballast = bytearray(b'x' * (1 << 20))");
     module.Answers("get", "json.dumps({'Id': str(datetime.datetime.now())})").Install();
     std::thread worker([&] {
-        iLoRestHelper bridge(module.folder(), GetParam());
+        iLoRestHelper bridge(module.folder());
         const auto cycle = [&bridge] {
             Init(bridge);
             EXPECT_THAT(bridge.getValue("/"), HasSubstr("Id"));
