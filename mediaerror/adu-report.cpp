@@ -44,6 +44,9 @@ public:
         }
     }
 
+    // Does no line matter but a heading?
+    bool WaitsForHeading() const { return m_kind == Kind::kNone; }
+
     // The end of a drive's section, also at the end of the report.
     void EndDrive() {
         if (m_status) {
@@ -155,7 +158,7 @@ private:
 
 void ReadAduReport(LineSource& lines, const AduSink& sink) {
     Report report(sink);
-    while (const auto line = lines.Next()) {
+    while (const auto line = report.WaitsForHeading() ? lines.NextWith(":") : lines.Next()) {
         report.Take(*line);
     }
     report.EndDrive();

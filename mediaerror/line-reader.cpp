@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include "text.h"
+
 namespace {
 
 // The line without what ends it: one carriage return, blanks and tabs.
@@ -15,11 +17,21 @@ std::string_view WithoutEnd(std::string_view line) {
     if (!line.empty() && line.back() == '\r') {
         line.remove_suffix(1);
     }
-    const std::size_t last = line.find_last_not_of(" \t");
-    return line.substr(0, last == std::string_view::npos ? 0 : last + 1);
+    while (!line.empty() && tovaserverutil::IsBlank(line.back())) {
+        line.remove_suffix(1);
+    }
+    return line;
 }
 
 }  // namespace
+
+std::optional<std::string_view> LineSource::NextWith(std::string_view text) {
+    auto line = Next();
+    while (line && !tovaserverutil::Contains(*line, text)) {
+        line = Next();
+    }
+    return line;
+}
 
 std::optional<std::string_view> TextLines::Next() {
     if (m_rest.empty()) {
@@ -70,6 +82,21 @@ std::optional<std::string_view> FileLines::Next() {
             return WithoutEnd({m_buffer.data() + m_begin - held, held});
         }
     }
+}
+
+std::optional<std::string_view> FileLines::NextWith(std::string_view text) {
+    std::optional<std::string_view> line;
+    do {
+        // On to the line that holds the text, or else to the last one that has begun.
+        const std::string_view held(m_buffer.data() + m_begin, m_end - m_begin);
+        const std::string_view before = held.substr(0, held.find(text));
+        if (const std::size_t feed = before.rfind('\n'); feed != std::string_view::npos) {
+            m_begin += feed + 1;
+            m_passOver = false;
+        }
+        line = Next();  // its end may still have to be read, or lie beyond the limit
+    } while (line && !tovaserverutil::Contains(*line, text));
+    return line;
 }
 
 bool FileLines::Fill() {

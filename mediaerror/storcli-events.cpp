@@ -1,14 +1,9 @@
 #include "storcli-events.h"
 
-#include <locale.h>
-#include <time.h>
-
 #include <charconv>
 #include <limits>
 #include <string_view>
 #include <system_error>
-
-#include "local-time.h"
 
 namespace {
 
@@ -16,7 +11,8 @@ using tovaserverutil::Contains;
 using tovaserverutil::Trimmed;
 
 constexpr std::string_view kBlock = "seqNum: ";
-constexpr std::string_view kSlotMark = "/s";  // in a description
+constexpr std::string_view kInBlock = "qNum:";  // in the line that begins a block, and found fast: q is rare
+constexpr std::string_view kSlotMark = "/s";    // in a description
 constexpr std::string_view kDescription = "Event Description:";
 // The tool's own words, before or right behind the events.
 constexpr std::string_view kEnvelope[] = {"CLI Version = ", "Controller = "};
@@ -116,6 +112,9 @@ public:
         }
     }
 
+    // Does no line matter but one that begins a block?
+    bool WaitsForBlock() const { return m_part == Part::kNone; }
+
     // The end of a block, also at the end of the log.
     void End() {
         const bool counts = m_part == Part::kData;
@@ -172,11 +171,12 @@ private:
         error.slot = m_block.slot;
         // Only now: the conversion costs more than reading the block. An event from before the controller
         // got its clock has no time at all.
-        error.time = datestr_to_num(m_block.timed ? m_block.time : std::string());
+        error.time = m_times.Seconds(m_block.timed ? m_block.time : std::string());
         m_found(error);
     }
 
     const std::function<void(const CorrectedError&)>& m_found;
+    EventTimes m_times;
     Part m_part = Part::kNone;
     Block m_block;
     std::string m_description;
@@ -186,22 +186,8 @@ private:
 
 void ReadCorrectedErrors(LineSource& lines, const std::function<void(const CorrectedError&)>& found) {
     EventLog log(found);
-    while (const auto line = lines.Next()) {
+    while (const auto line = log.WaitsForBlock() ? lines.NextWith(kInBlock) : lines.Next()) {
         log.Take(*line);
     }
     log.End();
-}
-
-std::uint64_t datestr_to_num(const std::string& text) {
-    constexpr std::uint64_t kNoForm = 1;
-    constexpr std::uint64_t kNoTime = 0;
-    // The "C" locale is part of the C library: asking for it takes no memory and cannot fail.
-    static const locale_t plain = newlocale(LC_ALL_MASK, "C", nullptr);
-    tm local{};
-    if (strptime_l(text.c_str(), "%a %b %d %H:%M:%S %Y", &local, plain) == nullptr) {
-        return kNoForm;
-    }
-    local.tm_isdst = -1;
-    const time_t seconds = tovaserverutil::SecondsOfLocalTime(local);
-    return seconds < 0 ? kNoTime : static_cast<std::uint64_t>(seconds);
 }

@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 
+#include "event-time.h"
 #include "line-reader.h"
 #include "storcli-text.h"
 
@@ -23,8 +24,3 @@ struct CorrectedError {
 // Events whose device id is negative or above kMaxDevice are left out: the reporting memory could not tell
 // them from those of another controller. Takes any text; throws what `found` throws and std::bad_alloc.
 void ReadCorrectedErrors(LineSource& lines, const std::function<void(const CorrectedError&)>& found);
-
-// "Fri Oct  2 05:41:23 2026", local time with English names whatever the locale is, as seconds since the
-// epoch. 1 when the text is not of that form (what follows the year is not looked at), 0 when there is no
-// such time or it lies before the epoch. Any thread may use it.
-std::uint64_t datestr_to_num(const std::string& text);

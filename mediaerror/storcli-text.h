@@ -1,7 +1,6 @@
 // Small parts that the readers of storcli64's texts share.
 #pragma once
 
-#include <algorithm>
 #include <charconv>
 #include <optional>
 #include <string_view>
@@ -29,7 +28,7 @@ inline std::optional<unsigned int> ParseDecimal(std::string_view text, unsigned 
 // The trimmed text behind the key when the line begins with it, leading blanks aside. The key ends with a
 // blank; a line that has lost that one, for want of a value, gives the empty text.
 inline std::optional<std::string_view> ValueOf(std::string_view line, std::string_view key) {
-    line.remove_prefix(std::min(line.find_first_not_of(" \t"), line.size()));
+    line = tovaserverutil::WithoutLeadingBlanks(line);
     if (line.starts_with(key)) {
         return tovaserverutil::Trimmed(line.substr(key.size()));
     }

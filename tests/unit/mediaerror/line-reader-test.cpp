@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <memory>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -25,20 +27,37 @@ std::vector<std::string> LinesOf(LineSource& source) {
     return lines;
 }
 
+// Each line that holds the text and the line behind it, asked for in turn.
+std::vector<std::string> AroundEach(LineSource& source, const std::string& text) {
+    std::vector<std::string> lines;
+    while (const auto with = source.NextWith(text)) {
+        EXPECT_NE(with->find(text), std::string_view::npos);
+        lines.emplace_back(*with);
+        if (const auto behind = source.Next()) {
+            lines.emplace_back(*behind);
+        }
+    }
+    EXPECT_EQ(source.NextWith(text), std::nullopt);
+    return lines;
+}
+
 // Both sources have to cut a text in the same way.
 class LineSourceTest : public testing::TestWithParam<bool> {
 protected:
-    std::vector<std::string> Lines(const std::string& text) {
-        if (GetParam()) {
-            m_root.Write("text", text);
-            const auto lines = FileLines::OpenFirst({m_root / "text"});
-            return LinesOf(*lines);
-        }
-        TextLines lines(text);
-        return LinesOf(lines);
+    std::vector<std::string> Lines(const std::string& text) { return LinesOf(*Source(text)); }
+    std::vector<std::string> LinesAround(const std::string& text, const std::string& key) {
+        return AroundEach(*Source(text), key);
     }
 
 private:
+    std::unique_ptr<LineSource> Source(const std::string& text) {
+        if (!GetParam()) {
+            return std::make_unique<TextLines>(text);
+        }
+        m_root.Write("text", text);
+        return FileLines::OpenFirst({m_root / "text"});
+    }
+
     TestRoot m_root;
 };
 
@@ -73,6 +92,48 @@ TEST_P(LineSourceTest, TrailingBlanks_AreCutAndLeadingOnesKept) {
 
 TEST_P(LineSourceTest, AnyByte_MayStandInALine) {
     EXPECT_THAT(Lines("a\0b\n\0\n\xff\xfe%s%n\n"s), ElementsAre("a\0b"s, "\0"s, "\xff\xfe%s%n"));
+}
+
+TEST_P(LineSourceTest, NextWith_GivesTheNextLineThatHoldsTheText) {
+    const std::string text = "a key\n\nb\n  key \r\nc\nke\ny\nd key\nkey";
+    EXPECT_THAT(LinesAround(text, "key"), ElementsAre("a key", "", "  key", "c", "d key", "key"));
+    EXPECT_THAT(LinesAround(text, "keys"), IsEmpty());
+    EXPECT_THAT(LinesAround("", "key"), IsEmpty());
+    EXPECT_THAT(LinesAround("x key", "key"), ElementsAre("x key"));
+}
+
+TEST(FileLines, NextWith_FindsWhatLineByLineReadingFinds) {
+    const TestRoot root;
+    std::mt19937 random(20261121);
+    for (int round = 0; round < 40; ++round) {
+        // Short lines and lines beyond the limit, the text in any place and often at a line's ends.
+        std::string text;
+        while (text.size() < 10 * FileLines::kMaxLine) {
+            const bool isLong = random() % 50 == 0;
+            const std::size_t size = random() % (isLong ? 6 * FileLines::kMaxLine : 2000);
+            text +=
+                std::string(size, 'x') + (random() % 4 == 0 ? "key" : "") + (random() % 3 == 0 ? "\n" : "k");
+        }
+        root.Write("text", text);
+        const auto lines = FileLines::OpenFirst({root / "text"});
+        const auto oneByOne = FileLines::OpenFirst({root / "text"});
+        std::size_t found = 0;
+        while (const auto line = lines->NextWith("key")) {
+            auto expected = oneByOne->Next();
+            while (expected && expected->find("key") == std::string_view::npos) {
+                expected = oneByOne->Next();
+            }
+            ASSERT_EQ(line, expected) << round;
+            ++found;
+            if (random() % 2 == 0) {
+                ASSERT_EQ(lines->Next(), oneByOne->Next()) << round;
+            }
+        }
+        EXPECT_GT(found, 0u);
+        while (const auto rest = oneByOne->Next()) {
+            ASSERT_EQ(rest->find("key"), std::string_view::npos) << round;
+        }
+    }
 }
 
 TEST(FileLines, FirstPathThatOpens_IsRead) {

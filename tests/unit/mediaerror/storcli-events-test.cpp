@@ -2,12 +2,9 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <locale.h>
-#include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <fstream>
 #include <random>
 #include <string>
@@ -231,110 +228,6 @@ TEST(ReadCorrectedErrors, Time_IsTheFirstAtTheBeginningOfALine) {
     EXPECT_THAT(Times(Block(kPatrol, "", "Time:\n")), ElementsAre(1u));
     EXPECT_THAT(Times(Block(kPatrol, "", "Time: soon\nTime: Fri Oct  2 05:41:25 2026\n")), ElementsAre(1u));
     EXPECT_THAT(Times(Block(kPatrol, "", "Time:   Fri Oct 2 05:41:23 2026  \r\n")), ElementsAre(kTime));
-}
-
-TEST(DatestrToNum, Text_BecomesLocalSeconds) {
-    EXPECT_EQ(datestr_to_num("Fri Oct  2 05:41:23 2026"), kTime);
-    EXPECT_EQ(datestr_to_num("Fri Oct 02 05:41:23 2026"), kTime);
-    EXPECT_EQ(datestr_to_num("Wed Jul  1 12:00:00 2026"), LocalTime(2026, 7, 1, 12, 0, 0));
-    EXPECT_EQ(datestr_to_num("Thu Jan  1 12:00:00 2026"), LocalTime(2026, 1, 1, 12, 0, 0));
-    EXPECT_EQ(datestr_to_num("Fri Oct  2 05:41:23 2026 and more"), kTime);
-}
-
-// Makes a zone with summer time the local one.
-class SummerTime {
-public:
-    SummerTime() {
-        setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
-        tzset();
-    }
-    ~SummerTime() {
-        if (m_old) {
-            setenv("TZ", m_old->c_str(), 1);
-        } else {
-            unsetenv("TZ");
-        }
-        tzset();
-    }
-    SummerTime(const SummerTime&) = delete;
-    SummerTime& operator=(const SummerTime&) = delete;
-
-private:
-    static std::optional<std::string> Zone() {
-        const char* const zone = std::getenv("TZ");
-        return zone == nullptr ? std::nullopt : std::optional<std::string>(zone);
-    }
-
-    std::optional<std::string> m_old = Zone();
-};
-
-TEST(DatestrToNum, SummerTime_IsTakenIntoAccount) {
-    const SummerTime zone;
-    EXPECT_EQ(datestr_to_num("Wed Jul  1 12:00:00 2026"), 1782900000u);
-    EXPECT_EQ(datestr_to_num("Thu Jan  1 12:00:00 2026"), 1767265200u);
-}
-
-TEST(DatestrToNum, TextOfAnotherForm_GivesOne) {
-    for (const char* const text :
-         {"", " ", "Fri", "2026/10/02 05:41:23", "Fri Oct  2 05:41 2026", "Fri Oct 32 05:41:23 2026",
-          "Fri Oct  2 25:41:23 2026", "Fr Okt  2 05:41:23 2026", "%s%n", "kin m10  2 05:41:23 2026"}) {
-        EXPECT_EQ(datestr_to_num(text), 1u) << text;
-    }
-    EXPECT_EQ(datestr_to_num(std::string("\0Fri Oct  2 05:41:23 2026", 25)), 1u);
-}
-
-TEST(DatestrToNum, TimeBeforeTheEpoch_GivesZero) {
-    EXPECT_EQ(datestr_to_num("Tue Oct  2 05:41:23 1956"), 0u);
-    EXPECT_EQ(datestr_to_num("Wed Dec 31 00:00:00 1969"), 0u);
-}
-
-// Sets the process's locale of times to one with names of its own.
-class ForeignTimes {
-public:
-    ForeignTimes() {
-        m_root.Write(
-            "names.txt",
-            "comment_char %\nescape_char /\nLC_TIME\n"
-            "abday \"nichi\";\"getsu\";\"ka\";\"sui\";\"moku\";\"kin\";\"do\"\n"
-            "day \"nichiyou\";\"getsuyou\";\"kayou\";\"suiyou\";\"mokuyou\";\"kinyou\";\"doyou\"\n"
-            "abmon \"m1\";\"m2\";\"m3\";\"m4\";\"m5\";\"m6\";\"m7\";\"m8\";\"m9\";\"m10\";\"m11\";\"m12\"\n"
-            "mon \"m1\";\"m2\";\"m3\";\"m4\";\"m5\";\"m6\";\"m7\";\"m8\";\"m9\";\"m10\";\"m11\";\"m12\"\n"
-            "am_pm \"\";\"\"\nd_t_fmt \"/%Y\"\nd_fmt \"/%Y\"\nt_fmt \"/%H\"\nt_fmt_ampm \"\"\n"
-            "END LC_TIME\n");
-        const std::string command = "localedef --no-archive -c -i " + (m_root / "names.txt") + " " +
-                                    (m_root / "xx_XX") + " >/dev/null 2>&1";
-        const int status = std::system(command.c_str());
-        const bool compiled =
-            WIFEXITED(status) && WEXITSTATUS(status) <= 1;  // 1: it warned of what is left out
-        setenv("LOCPATH", m_root.path().c_str(), 1);
-        m_set = compiled && setlocale(LC_TIME, "xx_XX") != nullptr;
-    }
-    ~ForeignTimes() {
-        setlocale(LC_TIME, "C");
-        unsetenv("LOCPATH");
-    }
-    ForeignTimes(const ForeignTimes&) = delete;
-    ForeignTimes& operator=(const ForeignTimes&) = delete;
-
-    bool AreSet() const { return m_set; }
-
-private:
-    TestRoot m_root;
-    bool m_set = false;
-};
-
-TEST(DatestrToNum, LocaleWithOtherNames_ChangesNothing) {
-    const ForeignTimes foreign;
-    ASSERT_TRUE(foreign.AreSet()) << "localedef needs its character maps (package locales)";
-    tm friday{};
-    friday.tm_wday = 5;
-    char name[16] = {};
-    strftime(name, sizeof name, "%a", &friday);
-    ASSERT_STREQ(name, "kin");
-    EXPECT_EQ(datestr_to_num("Fri Oct  2 05:41:23 2026"), kTime);
-    EXPECT_EQ(datestr_to_num("kin m10  2 05:41:23 2026"), 1u);
-    strftime(name, sizeof name, "%a", &friday);
-    EXPECT_STREQ(name, "kin");
 }
 
 TEST(ReadCorrectedErrors, LineOfAMegabyteAndNulBytes_DoNoHarm) {
