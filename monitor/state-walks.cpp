@@ -91,6 +91,52 @@ bool HasMegaRaidController(const SmartStorage& storage) {
     return false;
 }
 
+// Null when the snapshot does not have the system, or that not the controller.
+const ArrayController* FindController(const ServiceRoot& snapshot, const std::string& system,
+                                      SmartStorage ComputerSystem::*family, const std::string& controller) {
+    const auto inSystem = snapshot.systems.find(system);
+    if (inSystem == snapshot.systems.end()) {
+        return nullptr;
+    }
+    const auto& controllers = (inSystem->second.*family).controllers;
+    const auto found = controllers.find(controller);
+    return found == controllers.end() ? nullptr : &found->second;
+}
+
+// The items of one controller of a snapshot, asked for in the order of their keys. It walks along with the
+// keys instead of looking each of them up from the top, which in big snapshots waits for memory at every
+// step.
+template <typename Item>
+class ItemsInStep {
+public:
+    using Items = std::map<std::string, Item>;
+    using Iterator = typename Items::const_iterator;
+
+    // Null for a controller that is not there: none of its items is.
+    ItemsInStep(const ArrayController* controller, Items ArrayController::*items)
+        : ItemsInStep(controller == nullptr ? kNone : controller->*items) {}
+
+    // As the look-ups of ServiceRoot. No key may be smaller than the one before it.
+    bool Contains(const std::string& key, Iterator& found) {
+        while (m_next != m_end) {
+            if (const int order = m_next->first.compare(key); order >= 0) {
+                found = m_next;
+                return order == 0;
+            }
+            ++m_next;
+        }
+        return false;
+    }
+
+private:
+    static inline const Items kNone;
+
+    explicit ItemsInStep(const Items& items) : m_next(items.begin()), m_end(items.end()) {}
+
+    Iterator m_next;
+    Iterator m_end;
+};
+
 // Calls `visit` with key and controller of each "HPE MR" controller that the system had in the snapshot.
 template <typename Visit>
 void ForEachMegaRaid(const ServiceRoot& snapshot, const std::string& system, const Visit& visit) {
@@ -130,27 +176,25 @@ bool IsAnyDrivePresent(const ServiceRoot& snapshot, const std::string& system, c
 
 // ---- The walk over the items of the current snapshot ----
 
-// One kind of item of one controller family: where it lies, how the previous snapshot is asked for it, and
-// which rules it gets.
+// One kind of item of one controller family: where it lies, how the previous snapshot is asked for its
+// controller, and which rules it gets.
 template <typename Item, typename Rule>
 struct Walk {
-    using Items = std::map<std::string, Item>;
-    using Iterator = typename Items::const_iterator;
-
     SmartStorage ComputerSystem::*family;
-    Items ArrayController::*items;
-    bool (ServiceRoot::*lookUp)(const std::string&, const std::string&, const std::string&, Iterator&) const;
+    std::map<std::string, Item> ArrayController::*items;
     std::string (*lookUpKey)(const std::string& key, const ArrayController& controller);
     std::span<Rule* const> (*rules)(const ArrayController& controller);
 
     void operator()(const ServiceRoot& previous, const ServiceRoot& current, EventList& events) const {
         for (const auto& [systemKey, system] : current.systems) {
             for (const auto& [controllerKey, controller] : (system.*family).controllers) {
-                const std::string key = lookUpKey(controllerKey, controller);
+                const std::span<Rule* const> applied = rules(controller);
+                ItemsInStep<Item> oldItems(
+                    FindController(previous, systemKey, family, lookUpKey(controllerKey, controller)), items);
                 for (const auto& [itemKey, item] : controller.*items) {
-                    Iterator old;
-                    const bool found = (previous.*lookUp)(systemKey, key, itemKey, old);
-                    for (Rule* rule : rules(controller)) {
+                    typename ItemsInStep<Item>::Iterator old;
+                    const bool found = oldItems.Contains(itemKey, old);
+                    for (Rule* rule : applied) {
                         rule(controller, item, found, old, events);
                     }
                 }
@@ -160,17 +204,13 @@ struct Walk {
 };
 
 constexpr Walk<DiskDrive, DriveRule> kDriveWalk = {
-    &ComputerSystem::smartStorage, &ArrayController::diskDrives, &ServiceRoot::containsDiskDrive,
-    PlainLookupKey, PlainDriveRules};
+    &ComputerSystem::smartStorage, &ArrayController::diskDrives, PlainLookupKey, PlainDriveRules};
 constexpr Walk<LogicalDrive, LogicalDriveRule> kLogicalDriveWalk = {
-    &ComputerSystem::smartStorage, &ArrayController::logicalDrives, &ServiceRoot::containsLogicalDrive,
-    PlainLookupKey, PlainLogicalDriveRules};
+    &ComputerSystem::smartStorage, &ArrayController::logicalDrives, PlainLookupKey, PlainLogicalDriveRules};
 constexpr Walk<DiskDrive, DriveRule> kMirrorDriveWalk = {
-    &ComputerSystem::mirror, &ArrayController::diskDrives, &ServiceRoot::containsMirrorDiskDrive,
-    MirrorLookupKey, MirrorDriveRules};
+    &ComputerSystem::mirror, &ArrayController::diskDrives, MirrorLookupKey, MirrorDriveRules};
 constexpr Walk<LogicalDrive, LogicalDriveRule> kMirrorLogicalDriveWalk = {
-    &ComputerSystem::mirror, &ArrayController::logicalDrives, &ServiceRoot::containsMirrorLogicalDrive,
-    MirrorLookupKey, MirrorLogicalDriveRules};
+    &ComputerSystem::mirror, &ArrayController::logicalDrives, MirrorLookupKey, MirrorLogicalDriveRules};
 
 }  // namespace
 
@@ -202,9 +242,11 @@ void StateRules::checkPrvPhysicalDevice(const ServiceRoot& previous, const Servi
                                         const std::string& system, EventList& events) const {
     guard([&] {
         ForEachMegaRaid(previous, system, [&](const std::string& key, const ArrayController& controller) {
+            ItemsInStep<DiskDrive> present(FindController(current, system, &ComputerSystem::mirror, key),
+                                           &ArrayController::diskDrives);
             for (const auto& [driveKey, drive] : controller.diskDrives) {
                 ServiceRoot::DiskDriveIterator ignored;
-                if (!current.containsMirrorDiskDrive(system, key, driveKey, ignored) &&
+                if (!present.Contains(driveKey, ignored) &&
                     IsVolumeKnown(previous, current, system, key, drive.volumes)) {
                     raiseEvent(tovaevent::kDriveFailed, getMirrorPdMessageParam, controller, drive, events);
                 }
@@ -217,9 +259,11 @@ void StateRules::checkPrvLogicalDrive(const ServiceRoot& previous, const Service
                                       const std::string& system, EventList& events) const {
     guard([&] {
         ForEachMegaRaid(previous, system, [&](const std::string& key, const ArrayController& controller) {
+            ItemsInStep<LogicalDrive> present(FindController(current, system, &ComputerSystem::mirror, key),
+                                              &ArrayController::logicalDrives);
             for (const auto& [driveKey, drive] : controller.logicalDrives) {
                 ServiceRoot::LogicalDriveIterator ignored;
-                if (!current.containsMirrorLogicalDrive(system, key, driveKey, ignored) &&
+                if (!present.Contains(driveKey, ignored) &&
                     !IsAnyDrivePresent(current, system, key, drive.dataDrives)) {
                     raiseEvent(tovaevent::kLogicalDriveOffline, getMirrorLdMessageParam, controller, drive,
                                events);
