@@ -42,12 +42,13 @@ struct Block {
     std::optional<unsigned int> enclosure;
     std::optional<unsigned int> slot;
     bool timed = false;
-    std::string time;
 };
 
 // Patrol reads, consistency checks, initialisations and recoveries count alike.
 bool NamesCorrectedError(std::string_view description) {
-    return Contains(description, "corrected medium error") || Contains(description, "Corrected medium error");
+    return Contains(description, "medium error") &&  // found fast: m is rarer than c, and so is what follows
+           (Contains(description, "corrected medium error") ||
+            Contains(description, "Corrected medium error"));
 }
 
 // The parts of "... on PD 0a(e0xfc/s3) at 1aea556". Device id and enclosure are hexadecimal here, with or
@@ -78,6 +79,9 @@ std::optional<unsigned int> SlotIn(std::string_view place) {
 
 // Fills in what the event's data left open.
 void CompleteFromDescription(Block& block, std::string_view description) {
+    if (block.device && block.enclosure && block.slot) {
+        return;
+    }
     constexpr std::string_view kBracket = "(e";
     const std::size_t open = description.find(kBracket);
     if (open == std::string_view::npos) {
@@ -96,11 +100,35 @@ void CompleteFromDescription(Block& block, std::string_view description) {
     }
 }
 
+// True for most lines: what is read of a log begins with one of these characters.
+bool TellsNothing(std::string_view line) {
+    if (line.empty()) {
+        return true;
+    }
+    switch (line.front()) {
+        case ' ':
+        case '\t':
+        case kBlock.front():
+        case kDescription.front():
+        case 'T':
+        case 'C':
+        case 'D':
+        case 'B':
+        case 'S':
+            return false;
+        default:
+            return true;
+    }
+}
+
 class EventLog {
 public:
     explicit EventLog(const std::function<void(const CorrectedError&)>& found) : m_found(found) {}
 
     void Take(std::string_view line) {
+        if (TellsNothing(line)) {
+            return;
+        }
         if (line.starts_with(' ') || line.starts_with('\t')) {
             line = Trimmed(line);
         }
@@ -134,7 +162,7 @@ private:
             End();
         } else if (const auto time = ValueOf(line, "Time: "); time && !m_block.timed) {
             m_block.timed = true;
-            m_block.time.assign(*time);
+            m_time.assign(*time);
         } else if (m_part == Part::kData) {
             TakeData(line);
         } else if (line.starts_with(kDescription)) {
@@ -171,7 +199,7 @@ private:
         error.slot = m_block.slot;
         // Only now: the conversion costs more than reading the block. An event from before the controller
         // got its clock has no time at all.
-        error.time = m_times.Seconds(m_block.timed ? m_block.time : std::string());
+        error.time = m_times.Seconds(m_block.timed ? m_time : std::string_view());
         m_found(error);
     }
 
@@ -179,6 +207,8 @@ private:
     EventTimes m_times;
     Part m_part = Part::kNone;
     Block m_block;
+    // The block's texts, kept from block to block for their memory.
+    std::string m_time;
     std::string m_description;
 };
 

@@ -129,7 +129,7 @@ public:
     }
 
 private:
-    static inline const Items kNone;
+    static inline const Items kNone{};
 
     explicit ItemsInStep(const Items& items) : m_next(items.begin()), m_end(items.end()) {}
 
