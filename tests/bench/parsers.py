@@ -1,9 +1,7 @@
 #!/usr/bin/python3
 """Speed and memory of the readers of the RAID tools' outputs, beside grep over the same file.
 
-Prints figures, judges nothing.
-
-    parsers.py --program build/release/tests/parse-texts
+    parsers.py --program build/release/tests/parse-texts [--json FILE]
 """
 
 from __future__ import annotations
@@ -11,61 +9,97 @@ from __future__ import annotations
 import argparse
 import json
 import os
+import resource
 import statistics
 import subprocess
 import sys
 import tempfile
 import time
+from dataclasses import dataclass
 from pathlib import Path
-from typing import List
+from typing import List, Sequence, Tuple
 
 sys.path.insert(0, str(Path(__file__).resolve().parent))
 
-from tool_texts import write_event_log, write_report  # noqa: E402 (lies beside this script)
+from figures import Figure, at_least, at_most, plain, print_table, save  # noqa: E402 (lies beside this script)
+from tool_texts import write_event_log, write_report  # noqa: E402 (likewise)
 
 REPORT_BYTES = 100_000_000
-EVENTS = 200_000
+EVENTS = 377_000  # 100 MB
 RUNS = 5
 
+SPEED_TARGET = 0.25  # of grep's speed
+GROWTH_TARGET = 16  # MiB
 
-def grep_seconds(text: Path) -> float:
+
+@dataclass(frozen=True)
+class Run:
+    """One run of a program, start and end included."""
+
+    wall: float  # seconds
+    cpu: float  # seconds, in the kernel as well
+    output: bytes
+
+
+def run(command: Sequence[str]) -> Run:
+    before = resource.getrusage(resource.RUSAGE_CHILDREN)
     start = time.monotonic()
     # Into a pipe: with /dev/null for its output grep would stop at the first match.
-    subprocess.run(["grep", "-c", "Sense Key", str(text)], env={**os.environ, "LC_ALL": "C"},
-                   stdout=subprocess.PIPE, check=False)
-    return time.monotonic() - start
+    ran = subprocess.run(command, env={**os.environ, "LC_ALL": "C"}, stdout=subprocess.PIPE, check=False)
+    wall = time.monotonic() - start
+    after = resource.getrusage(resource.RUSAGE_CHILDREN)
+    if ran.returncode not in (0, 1):  # 1: grep has found nothing
+        raise RuntimeError(f"{command[0]} ended with status {ran.returncode}")
+    return Run(wall, after.ru_utime - before.ru_utime + after.ru_stime - before.ru_stime, ran.stdout)
 
 
-def measure(program: Path, kind: str, text: Path) -> None:
-    """The median of several runs of both, one after the other; the first run of each only warms the cache."""
-    ours: List[float] = []
-    greps: List[float] = []
-    growth = 0
+def beside_grep(program: Path, kind: str, text: Path) -> Tuple[List[Run], List[Run]]:
+    """Several runs of both, one after the other; a first run of each only warms the cache."""
+    ours: List[Run] = []
+    greps: List[Run] = []
     for _ in range(RUNS + 1):
-        ran = subprocess.run([str(program), kind, str(text)], stdout=subprocess.PIPE, check=True)
-        figures = json.loads(ran.stdout)
-        ours.append(figures["seconds"])
-        growth = max(growth, figures["growth_kib"])
-        greps.append(grep_seconds(text))
-    megabytes = text.stat().st_size / 1e6
-    our_rate = megabytes / statistics.median(ours[1:])
-    grep_rate = megabytes / statistics.median(greps[1:])
-    print(f"{kind:<8} {megabytes:6.1f} MB {figures['errors']:7d} medium errors {our_rate:7.0f} MB/s"
-          f"   grep {grep_rate:7.0f} MB/s   {our_rate / grep_rate:5.2f} of grep   peak memory +{growth} KiB")
+        ours.append(run([str(program), kind, str(text)]))
+        greps.append(run(["grep", "-c", "Sense Key", str(text)]))
+    return ours[1:], greps[1:]
+
+
+def figures_of(name: str, ours: List[Run], greps: List[Run], size: int) -> List[Figure]:
+    megabytes = size / 1e6
+    wall = statistics.median(a.wall for a in ours)
+    cpu = statistics.median(a.cpu for a in ours)
+    grep_wall = statistics.median(a.wall for a in greps)
+    grep_cpu = statistics.median(a.cpu for a in greps)
+    growth = max(json.loads(a.output)["growth_kib"] for a in ours) / 1024
+    return [
+        at_least(f"{name} parser, speed beside grep's", grep_wall / wall, "", SPEED_TARGET),
+        at_least(f"{name} parser, the same by CPU time", grep_cpu / cpu, "", SPEED_TARGET),
+        at_most(f"{name} parser, growth of memory", growth, "MiB", GROWTH_TARGET),
+        plain(f"{name} parser, speed", megabytes / wall, "MB/s"),
+        plain(f"{name}, speed of grep", megabytes / grep_wall, "MB/s"),
+    ]
+
+
+def measure(program: Path) -> List[Figure]:
+    """Writes the texts, 100 MB each, and reads them with the program parse-texts of the build and with grep."""
+    with tempfile.TemporaryDirectory() as folder:
+        report, events = Path(folder, "report.txt"), Path(folder, "events.txt")
+        write_report(report, REPORT_BYTES)
+        write_event_log(events, EVENTS)
+        return [figure for kind, name, text in (("report", "report", report), ("events", "event log", events))
+                for figure in figures_of(name, *beside_grep(program, kind, text), text.stat().st_size)]
 
 
 def main() -> int:
     parser = argparse.ArgumentParser(description=(__doc__ or "").split("\n\n", maxsplit=1)[0])
     parser.add_argument("--program", required=True, type=Path, help="the program parse-texts of the build")
-    program = parser.parse_args().program.resolve()
-    if not program.is_file():
-        parser.error(f"{program} does not exist; build it first")
-    with tempfile.TemporaryDirectory() as folder:
-        report, events = Path(folder, "report.txt"), Path(folder, "events.txt")
-        write_report(report, REPORT_BYTES)
-        write_event_log(events, EVENTS)
-        measure(program, "report", report)
-        measure(program, "events", events)
+    parser.add_argument("--json", type=Path, metavar="FILE", help="write the figures to this file as well")
+    args = parser.parse_args()
+    if not args.program.is_file():
+        parser.error(f"{args.program} does not exist; build it first")
+    figures = measure(args.program.resolve())
+    print_table(figures)
+    if args.json:
+        save(args.json, figures)
     return 0
 
 
