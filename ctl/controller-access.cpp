@@ -118,6 +118,7 @@ ConnectionSettings ReadConnectionSettings(const std::string& root) {
     ReadConfiguration(file, profile);
     ConnectionSettings settings;
     settings.caFile = ReadText(profile, tova_service::kCaFile);
+    settings.expand = ReadFlag(profile, tova_service::kExpand);
     return settings;
 }
 

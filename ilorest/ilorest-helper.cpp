@@ -380,6 +380,7 @@ bool iLoRestHelper::HandOver(const PyRef& configure) const {
     const PyRef path(PyUnicode_DecodeFSDefault(m_settings.caFile.c_str()));
     const PyRef settings(path ? PyDict_New() : nullptr);
     if (!settings || PyDict_SetItemString(settings.get(), "ca file", path.get()) != 0 ||
+        (!m_settings.expand && PyDict_SetItemString(settings.get(), "expand", Py_False) != 0) ||
         (m_settings.quiet && PyDict_SetItemString(settings.get(), "quiet", Py_True) != 0)) {
         return false;
     }

@@ -26,7 +26,8 @@ inline constexpr const char* kModuleFolder = ".";
 // Passwords go to Python only: what is recorded of them is "***".
 //
 // Two functions of the module are optional. `configure` is called after every import with a dict of the
-// settings ("ca file": its path, empty for none; "quiet": True, only when that is wanted) and raises nothing.
+// settings ("ca file": its path, empty for none; "quiet": True and "expand": False, each only when that is
+// wanted) and raises nothing.
 // A failure of it is one trace line. With a CA file the module is given up then as after a failed import,
 // init fails as "other error", and the next call imports it anew: nobody logs in unverified. Without one
 // nothing else changes. A module that lacks the function is used either way, and a CA file that it does not

@@ -12,6 +12,9 @@ struct ConnectionSettings {
     // a log-in whose certificate fails, or whose file is of no use, fails as "other error". Empty: the
     // connection is encrypted, but the certificate is not verified.
     std::string caFile;
+    // Collections are asked with their members in place where the controller can do that. The texts are the
+    // same without.
+    bool expand = true;
     // What the helper module says stays off the error stream: the caller shows lastReason() itself.
     bool quiet = false;
 };

@@ -57,6 +57,7 @@ void ServiceParameter::Initialize() {
     m_maxTrials = ReadSigned(profile, kMaxTrials);
     m_trialInterval = ReadSigned(profile, kTrialInterval);
     m_caFile = ReadText(profile, kCaFile);
+    m_expand = ReadFlag(profile, kExpand);
     m_reportExisting = ReadFlag(profile, kReportExisting);
     m_serialLogInterval = ReadUnsigned(profile, kSerialLogInterval);
     m_logDirectory = logDirectory;

@@ -64,6 +64,7 @@ public:
     std::int32_t maxTrials() const { return m_maxTrials; }
     std::int32_t trialInterval() const { return m_trialInterval; }  // milliseconds
     const std::string& caFile() const { return m_caFile; }  // an absolute path that no root goes before
+    bool expand() const { return m_expand; }
     bool reportExisting() const { return m_reportExisting; }
     bool reportControllerFailures() const { return m_reportControllerFailures; }
     std::uint32_t serialLogInterval() const { return m_serialLogInterval; }  // minutes
@@ -88,6 +89,7 @@ private:
     std::int32_t m_maxTrials = 0;
     std::int32_t m_trialInterval = 0;
     std::string m_caFile;
+    bool m_expand = true;
     bool m_reportExisting = false;
     bool m_reportControllerFailures = false;
     std::uint32_t m_serialLogInterval = 0;

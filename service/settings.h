@@ -104,6 +104,11 @@ inline constexpr Setting kTrialInterval{
     .most = INT32_MAX,
     .isHeld = false,
     .ifNegative = "the pause between two trials of a log-out is longer than three weeks"};
+inline constexpr Setting kExpand{.section = "iLo",
+                                 .key = "expand",
+                                 .kind = SettingKind::kFlag,
+                                 .meaning = "Ask the controller for collections with their members in place.",
+                                 .absent = 1};
 inline constexpr Setting kReportExisting{
     .section = "iLo",
     .key = "report existing",
@@ -161,6 +166,7 @@ inline constexpr const Setting* kSettings[] = {
     &kPassword,
     &kMaxTrials,
     &kTrialInterval,
+    &kExpand,
     &kReportExisting,
     &kSerialLogInterval,
     &kMaxFileCount,

@@ -106,7 +106,7 @@ class InbandSession(RenewedSession):
         if self._account is not None and not client.session_key:
             raise Failure(OTHER, "The controller's in-band answer to the log-in holds no session token.")
 
-    def _is_open(self) -> bool:
+    def is_open(self) -> bool:
         return self._client is not None
 
     def _get(self, path: str, deadline: Deadline) -> Answer:

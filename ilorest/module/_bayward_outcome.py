@@ -24,6 +24,10 @@ class Failure(Exception):
         self.code = code
 
 
+class Unanswered(Failure):
+    """No whole answer came: the controller took too long, or its connection could not be opened or broke off."""
+
+
 class Answer:
     """One answer of the controller. `token` and `location` are the session headers, empty when absent."""
 
@@ -50,10 +54,10 @@ class Deadline:
         self._end = time.monotonic() + seconds
 
     def left(self, limit: float) -> float:
-        """Seconds left, at most `limit`; always above 0. Raises Failure(OTHER) when the time is up."""
+        """Seconds left, at most `limit`; always above 0. Raises Unanswered(OTHER) when the time is up."""
         left = self._end - time.monotonic()
         if left <= 0:
-            raise Failure(OTHER, "The controller took too long to answer.")
+            raise Unanswered(OTHER, "The controller took too long to answer.")
         return min(limit, left)
 
 

@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import re
 
+from _bayward_expansion import MISSING, NOT_READY, Expansion, canonical
 from _bayward_outcome import OTHER, REFUSED, Answer, Deadline, Failure
 from _bayward_shaping import member, parse_object, shaped_text
 
@@ -12,18 +13,21 @@ GET_SECONDS = 45.0  # one whole get, with renewed session, redirects and look-up
 # without end would fill this server's memory.
 MAX_WALK_BYTES = 16 * 1024 * 1024
 
-_MISSING = "ResourceMissingAtURI"
-_MARKERS = ("ResourceNotReadyRetry", _MISSING)  # the caller waits on these and asks again
+_MARKERS = (NOT_READY, MISSING)  # the caller waits on these and asks again
 
 _SYSTEMS = re.compile(r"/redfish/v1/Systems/?", re.IGNORECASE)
 _STORAGE = re.compile(r"(/redfish/v1/Systems/[^/]+)/(Storage|SmartStorage/ArrayControllers)/?", re.IGNORECASE)
 
 
 class Resources:
-    """Resource texts out of a session, whose `fetch(path, deadline)` gives an Answer or raises Failure."""
+    """Resource texts out of a session, whose `fetch(path, deadline)` gives an Answer or raises Failure.
 
-    def __init__(self, session) -> None:  # type: ignore[no-untyped-def]
+    `expand`: collections are asked with their members in place.
+    """
+
+    def __init__(self, session, expand: bool = True) -> None:  # type: ignore[no-untyped-def]
         self._session = session
+        self._expansion = Expansion(session, expand)
         # System path -> lower-case names of the storage families its resource links to; of one walk over the systems.
         self._families: dict[str, frozenset[str]] = {}
         self._walked = 0  # bytes of texts handed out since the walk began
@@ -36,17 +40,30 @@ class Resources:
         if _SYSTEMS.fullmatch(path):
             self._families.clear()
             self._walked = 0
-        answer = self._session.fetch(path, deadline)
-        if answer.status == 401:
-            raise Failure(REFUSED, f"The controller refused GET {path} although the log-in succeeded; "
-                                   "check the account's privileges.")
-        text = shaped_text(self._object(path, answer))
+            self._expansion.begin_walk()
+        text = self._expansion.take(path, deadline)
+        return self._counted(text) if text is not None else self._read(path, deadline)
+
+    def _counted(self, text: str) -> str:
         self._walked += len(text)
         if self._walked > MAX_WALK_BYTES:
             raise Failure(OTHER, f"The controller lists storage of more than {MAX_WALK_BYTES} bytes.")
+        return text
+
+    def _read(self, path: str, deadline: Deadline) -> str:
+        reading = self._expansion.fetch(path, deadline)
+        answer = reading.answer
+        if answer.status == 401:
+            raise Failure(REFUSED, f"The controller refused GET {path} although the log-in succeeded; "
+                                   "check the account's privileges.")
+        resource = self._object(path, answer) if reading.resource is None else reading.resource
+        text = self._counted(shaped_text(resource))
         if answer.succeeded():
+            self._expansion.note_drives(resource)
+            if _SYSTEMS.fullmatch(path):
+                self._note_families(reading.members)
             return text
-        if _MISSING in text and self._is_absent_storage(path, deadline):
+        if MISSING in text and self._is_absent_storage(path, deadline):
             return shaped_text({"@odata.id": path, "Members": [], "Members@odata.count": 0})
         if any(marker in text for marker in _MARKERS):
             return text
@@ -82,7 +99,15 @@ class Resources:
                 self._families[system] = _linked_families(parse_object(answer.body))
             except Failure:
                 return False
-        return family not in self._families[system]
+        absent = family not in self._families[system]
+        if absent:
+            self._expansion.need_systems()
+        return absent
+
+    def _note_families(self, systems: list[dict]) -> None:
+        """Of systems that came with their collection."""
+        for system in systems:
+            self._families[canonical(system["@odata.id"])] = _linked_families(system)
 
 
 def _linked_families(system: dict) -> frozenset[str]:

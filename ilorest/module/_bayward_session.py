@@ -27,7 +27,7 @@ class RenewedSession:
 
     def fetch(self, path: str, deadline: Deadline) -> Answer:
         """GET a path. An expired session is opened once more and the request sent again."""
-        if self._is_open():
+        if self.is_open():
             answer = self._get(path, deadline)
             if not answer.lacks_session() or path == self._refused:
                 return answer
@@ -39,7 +39,8 @@ class RenewedSession:
             self._refused = path
         return answer
 
-    def _is_open(self) -> bool:
+    def is_open(self) -> bool:
+        """Whether there is a session, as far as is known without asking; not after a log-in that failed."""
         raise NotImplementedError
 
     def _open(self, deadline: Deadline) -> None:
@@ -108,7 +109,7 @@ class HttpsSession(RenewedSession):
             raise Failure(OTHER, f"The log-in to the controller failed with HTTP status {answer.status}; "
                                  "it may be restarting or have no session left.")
 
-    def _is_open(self) -> bool:
+    def is_open(self) -> bool:
         return bool(self._token)
 
     def _get(self, path: str, deadline: Deadline) -> Answer:

@@ -44,6 +44,7 @@ _RESOURCE = {
 MAX_VALUES = 50_000
 _VALUE_MARKS = (b"{", b"[", b",")  # those within texts count too
 
+_compact = json.JSONEncoder(separators=(",", ":")).encode
 _INTEGER_DIGITS = 20  # of a number that can be in 64 bits, with its sign
 
 
@@ -62,7 +63,7 @@ def parse_object(body: bytes) -> dict:
 
 def shaped_text(resource: dict) -> str:
     """The kept members as JSON without blanks, so that a null is always written "K":null."""
-    return json.dumps(_shaped(resource, _RESOURCE), separators=(",", ":"))
+    return _compact(_shaped(resource, _RESOURCE))
 
 
 def member(resource: object, *names: str) -> object:
@@ -74,10 +75,22 @@ def member(resource: object, *names: str) -> object:
     return resource
 
 
+def has_members(resource: object, needed: dict) -> bool:
+    """Whether the resource has every member named, and each of them those that are named as its own."""
+    if not isinstance(resource, dict) or not needed.keys() <= resource.keys():
+        return False
+    return all(has_members(resource[name], parts) for name, parts in needed.items() if parts)
+
+
 def _shaped(value: object, kept: dict) -> object:
     if isinstance(value, dict):
-        return {name: _quoted_id(part) if name == _ID else _shaped(part, kept[name])
-                for name, part in value.items() if name in kept}
+        shaped = {}
+        for name, part in value.items():
+            if name in kept:
+                # What most members are goes as it is; a walk has thousands of them.
+                usual = part.isascii() and part.isprintable() if isinstance(part, str) else part is None
+                shaped[name] = part if usual else _quoted_id(part) if name == _ID else _shaped(part, kept[name])
+        return shaped
     if isinstance(value, list):
         # No resource has lists within lists; an empty one in their place keeps the type wrong, and the depth small.
         return [[] if isinstance(part, list) else _shaped(part, kept) for part in value]

@@ -7,7 +7,7 @@ import re
 import socket
 import urllib.parse
 
-from _bayward_outcome import OTHER, Answer, Deadline, Failure
+from _bayward_outcome import OTHER, Answer, Deadline, Failure, Unanswered
 from _bayward_target import Target, quoted_path
 from _bayward_wire import Http
 
@@ -18,7 +18,7 @@ _PIECE_BYTES = 64 * 1024
 _REDIRECTS = frozenset((301, 302, 307, 308))
 
 
-class _Unanswered(Failure):
+class _Stale(Unanswered):
     """A reused connection failed before the first byte of the answer: the controller had closed it in the meantime."""
 
 
@@ -53,7 +53,7 @@ class Connection:
             self.close()
         try:
             return self._once(method, path, headers, body, deadline)
-        except _Unanswered:
+        except _Stale:
             return self._once(method, path, headers, body, deadline)
 
     def _once(self, method: str, path: str, headers: dict[str, str], body: bytes | None,
@@ -81,9 +81,9 @@ class Connection:
         except (OSError, http.client.HTTPException, ValueError) as error:
             self.close()
             timed_out = isinstance(error, socket.timeout)
-            unanswered = reused and not timed_out and sock is not None and not sock.answered
+            stale = reused and not timed_out and sock is not None and not sock.answered
             text = f"{self._target}: {method} {_shown(path)}: {str(error) or type(error).__name__}"
-            raise (_Unanswered if unanswered else Failure)(OTHER, text) from None
+            raise (_Stale if stale else Unanswered)(OTHER, text) from None
         except BaseException:
             self.close()
             raise

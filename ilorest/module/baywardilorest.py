@@ -29,14 +29,15 @@ SERVICE_ROOT = "/redfish/v1/"
 class _Open:
     """The open session and the resources read through it."""
 
-    def __init__(self, target: Target, session) -> None:  # type: ignore[no-untyped-def]
+    def __init__(self, target: Target, session, expand: bool) -> None:  # type: ignore[no-untyped-def]
         self.target = target
         self.session = session
-        self.resources = _bayward_resources.Resources(session)
+        self.resources = _bayward_resources.Resources(session, expand)
 
 
 _open: _Open | None = None
 _ca_file = ""
+_expand = True
 
 
 def _answered(function):  # type: ignore[no-untyped-def]
@@ -78,10 +79,13 @@ def configure(settings: dict) -> None:
     "ca file"   absolute path of a PEM file, read at each log-in: the certificate's chain and host name are verified
                 with it, and a log-in whose certificate fails, or whose CA file is of no use, is 10001. Empty or absent:
                 the connection is encrypted but not verified.
+    "expand"    False: every resource is asked for by itself. Otherwise collections are asked with their members in
+                place where the controller can do that, which saves most of the requests; what `get` gives is the same.
     "quiet"     True: why something failed is told to who takes reports alone, not logged.
     """
-    global _ca_file
+    global _ca_file, _expand
     _ca_file = settings.get("ca file", "")
+    _expand = settings.get("expand", True)
     be_quiet(settings.get("quiet", False))
 
 
@@ -148,7 +152,7 @@ def _log_in(host: str, account: str, password: str) -> None:
     except BaseException:
         session.log_out()
         raise
-    _open = _Open(target, session)
+    _open = _Open(target, session, _expand)
     forget_report()
 
 

@@ -65,6 +65,11 @@ class FaultBoard:
                 return fault
             return None
 
+    def spoils(self, method: str, path: str) -> bool:
+        """Whether a request for the path would meet a fault. Counts nothing."""
+        with self._lock:
+            return any(fault.matches(method, path, "") for fault in self._faults)
+
     def wait(self, fault: Fault) -> bool:
         """Hang as the fault says: its seconds, or until release or clear. Whether it was one of these."""
         released = threading.Event()

@@ -91,7 +91,7 @@ def options() -> argparse.ArgumentParser:
     add("--tree", metavar="DIR", help="serve <resource path>/index.json files instead of a generated server")
     add("--shuffle", type=_whole, metavar="SEED", help="serve links, such as Members, in another order each time")
     add("--latency-ms", type=_whole, default=0, metavar="N", help="wait before every answer")
-    add("--expand", choices=EXPAND_MODES, default="on", help="?$expand=. inlines members, is ignored, or gets 501")
+    add("--expand", choices=EXPAND_MODES, default="on", help="?$expand=. inlines members, is ignored, or gets 501, 404 or 500")
     add("--framing", choices=("chunked", "length"), default="chunked", help="how answers are framed")
     add("--session-limit", type=_whole, default=16, metavar="N")
     add("--session-timeout", type=_seconds, default=1800.0, metavar="SECONDS", help="idle time; 0: never")
@@ -208,8 +208,10 @@ def serve(given: argparse.Namespace) -> None:
         else:
             cert, key = Path(given.cert), Path(given.key)
         sessions = SessionTable(given.account, given.password, given.session_limit, given.session_timeout)
-        service = RestService(tree, sessions, ErrorBodies(given.ilo), given.expand, redirects)
-        server = ControllerServer(given.listen, _context(cert, key), service, FaultBoard(), Journal(log),
+        faults = FaultBoard()
+        service = RestService(tree, sessions, ErrorBodies(given.ilo), given.expand, redirects,
+                              lambda path: faults.spoils("GET", path))
+        server = ControllerServer(given.listen, _context(cert, key), service, faults, Journal(log),
                                   given.latency_ms, given.framing == "chunked")
         if given.control:
             control = ControlServer(given.control, Commands(tree, controllers, server, stop.set, tools))

@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 import json
-from typing import Any, Dict, List, NamedTuple, Optional, Tuple
+from typing import Any, Callable, Dict, List, NamedTuple, Optional, Tuple
 from urllib.parse import unquote
 
 from .errors import ErrorBodies
@@ -15,7 +15,9 @@ SESSIONS = f"{SERVICE}/Sessions"
 # Readable without a session.
 _OPEN = ("/redfish", ROOT)
 
-EXPAND_MODES = ("on", "off", "refuse")
+# How $expand is met: as it should be, not at all, or with an answer that is an error: "refuse" with status 501, "missing"
+# as the first firmware did with 404, "fail" with 500.
+EXPAND_MODES = ("on", "off", "refuse", "missing", "fail")
 
 
 class Request(NamedTuple):
@@ -45,12 +47,14 @@ class RestService:
     """Answers requests from a tree and a session table. `redirects`: paths must end in a slash."""
 
     def __init__(self, tree: ResourceTree, sessions: SessionTable, errors: ErrorBodies, expand: str,
-                 redirects: bool = False) -> None:
+                 redirects: bool = False, spoiled: Callable[[str], bool] = lambda path: False) -> None:
+        """`spoiled`: whether a resource asked for itself would meet a fault; it is not put in place of its link then."""
         self.tree = tree
         self.sessions = sessions
         self.errors = errors
         self.expand = expand
         self._redirects = redirects
+        self._spoiled = spoiled
 
     def barrier(self, request: Request) -> Optional[Answer]:
         """What must be answered before anything else: a redirection, or 401 without a valid session."""
@@ -81,8 +85,12 @@ class RestService:
         if _asks_to_expand(request.query):
             if self.expand == "refuse":
                 return json_answer(501, self.errors.base("QueryNotSupported"))
+            if self.expand == "missing":
+                return json_answer(404, self.errors.missing(request.path))
+            if self.expand == "fail":
+                return json_answer(500, self.errors.base("InternalError"))
             expand = self.expand == "on"
-        body = self._session_resource(request) or self.tree.answer(request.path, expand)
+        body = self._session_resource(request) or self.tree.answer(request.path, expand, self._spoiled)
         if body is None:
             return json_answer(404, self.errors.missing(request.path))
         return json_answer(200, body, ("OData-Version", "4.0"))

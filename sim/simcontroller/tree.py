@@ -6,7 +6,7 @@ import fnmatch
 import json
 import threading
 from pathlib import Path
-from typing import Any, Dict, Iterable, List, Optional, Set
+from typing import Any, Callable, Dict, Iterable, List, Optional, Set
 
 from . import members
 from .errors import UseError
@@ -98,21 +98,22 @@ class ResourceTree:
         with self._lock:
             return without(self._resource(path).body, self._gone)
 
-    def answer(self, path: str, expand: bool = False) -> Optional[Dict[str, Any]]:
+    def answer(self, path: str, expand: bool = False,
+               spoiled: Callable[[str], bool] = lambda path: False) -> Optional[Dict[str, Any]]:
         """A copy of the resource for an answer, None when it is not there.
 
         Links echo the form asked for (with or without trailing slash), except in what a device answers itself.
-        `expand` puts the resources of Members in place of their links, one level deep.
+        `expand` puts the resources of Members in place of their links, one level deep; those that are spoiled stay links.
         """
         with self._lock:
             body = self._body(path, path.endswith("/"))
             if body is not None and expand and isinstance(body.get("Members"), list):
-                body["Members"] = [self._expanded(link, path.endswith("/")) for link in body["Members"]]
+                body["Members"] = [self._expanded(link, path.endswith("/"), spoiled) for link in body["Members"]]
             return body
 
-    def _expanded(self, link: Any, slash: bool) -> Any:
+    def _expanded(self, link: Any, slash: bool, spoiled: Callable[[str], bool]) -> Any:
         target = link.get(LINK) if isinstance(link, dict) else None
-        body = self._body(target, slash) if isinstance(target, str) else None
+        body = self._body(target, slash) if isinstance(target, str) and not spoiled(canonical(target)) else None
         return link if body is None else body
 
     def _body(self, path: str, slash: bool) -> Optional[Dict[str, Any]]:

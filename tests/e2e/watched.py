@@ -337,7 +337,8 @@ class Watched:
 
     def walks(self) -> int:
         """How many walks over the storage have begun."""
-        return self.counters()["requests"].get(_SYSTEMS, 0)
+        return sum(count for request, count in self.counters()["requests"].items()
+                   if request.partition("?")[0] == _SYSTEMS)
 
     def wait_walks(self, number: int = 1, timeout: float = 30.0) -> None:
         """Waits until `number` walks have begun and ended, events reported."""

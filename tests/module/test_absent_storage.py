@@ -19,7 +19,7 @@ NEITHER = {"Id": "1", "Oem": {"Hpe": {"Links": {"PCISlots": {"@odata.id": "/x"}}
 
 
 class FakeSession:
-    """Answers from a table of path (without trailing slash) -> (status, object); counts the requests."""
+    """Answers from a table of path (without trailing slash and query) -> (status, object); counts the requests."""
 
     def __init__(self, table):
         self.table = table
@@ -27,7 +27,7 @@ class FakeSession:
 
     def fetch(self, path, deadline):
         self.paths.append(path)
-        answer = self.table.get(path.rstrip("/"), (404, MISSING))
+        answer = self.table.get(path.partition("?")[0].rstrip("/"), (404, MISSING))
         if isinstance(answer, Exception):
             raise answer
         return Answer(answer[0], json.dumps(answer[1]).encode())
@@ -46,7 +46,7 @@ def test_smart_storage_of_a_newer_controller_is_an_empty_collection(module, ilo6
 def test_linked_collection_that_is_missing_is_handed_on(module, ilo5):
     assert module.init(ilo5.url, ilo5.account, ilo5.password) == 200
     for path in (SMART, STORAGE):
-        ilo5.control.call("missing", path, 1)
+        ilo5.control.call("missing", path, 2)  # both with members in place and without
         assert "ResourceMissingAtURI" in module.get(path)
         assert "Members" in module.get(path)
 
@@ -66,7 +66,7 @@ def test_each_family_is_judged_by_its_own_link():
 def test_unlinked_collection_that_is_there_is_handed_on():
     session = FakeSession({SYSTEM: (200, NEITHER), STORAGE.rstrip("/"): (200, {"Members": []})})
     assert Resources(session).get(STORAGE) == '{"Members":[]}'
-    assert session.paths == [STORAGE]
+    assert session.paths == [STORAGE + "?$expand=."]
 
 
 def test_unlinked_collection_that_is_not_ready_is_handed_on():
@@ -88,13 +88,14 @@ def test_missing_is_handed_on_while_the_system_cannot_be_read(system):
                                   "/redfish/v1/Systems/Storage/"])
 def test_other_missing_resources_are_handed_on(path):
     session = FakeSession({})
-    assert "Missing" in Resources(session).get(path)
+    assert "Missing" in Resources(session, expand=False).get(path)
     assert session.paths == [path]
 
 
-def test_system_is_read_once_a_walk():
+@pytest.mark.parametrize("expand", [True, False])
+def test_system_is_read_once_a_walk(expand):
     session = FakeSession({SYSTEM: (200, NEITHER), "/redfish/v1/Systems": (200, {"Members": []})})
-    resources = Resources(session)
+    resources = Resources(session, expand)
     for _ in range(3):
         resources.get(STORAGE)
         resources.get(SMART)

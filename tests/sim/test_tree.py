@@ -147,6 +147,25 @@ def test_expand_refused(start, connect):
     assert rest.get("/redfish/v1/Systems/?%24expand=.").json["Members"][0]["Id"] == "1"
 
 
+@pytest.mark.parametrize("mode, status, message", [("missing", 404, ".ResourceMissingAtURI"),
+                                                   ("fail", 500, ".InternalError")])
+def test_expand_fails(start, connect, mode, status, message):
+    rest = connect(start("--expand", mode))
+    reply = rest.get("/redfish/v1/Systems/?$expand=.")
+    assert reply.status == status and reply.message_id.endswith(message)
+    assert rest.get("/redfish/v1/Systems/").status == 200
+
+
+def test_member_with_a_fault_of_its_own_stays_a_link(start, connect):
+    sim = start("--drives", "3")
+    rest = connect(sim)
+    sim.control.call("not-ready", "GET */DiskDrives/1", 1)
+    members = rest.get(ARRAY + "DiskDrives/?$expand=.").json["Members"]
+    assert [set(member) == {"@odata.id"} for member in members] == [False, True, False]
+    assert rest.get(ARRAY + "DiskDrives/1/").status == 503, "the fault has waited"
+    assert all("Id" in member for member in rest.get(ARRAY + "DiskDrives/?$expand=.").json["Members"])
+
+
 def test_only_reading_is_allowed(rest):
     assert rest.ask("PATCH", SYSTEM, {"AssetTag": "x"}).status == 405
     head = rest.ask("HEAD", SYSTEM)

@@ -273,6 +273,9 @@ TEST_F(AccountCommandTest, ConnectionSettings_AreTheServices) {
     EXPECT_EQ(ReadConnectionSettings(root.path()).caFile, "/etc/ssl/ilo.pem");
     root.Write("etc/opt/tarn/bayward/bayward.conf", "[iLo]\nurl=https://ilo\n");
     EXPECT_EQ(ReadConnectionSettings(root.path()).caFile, "");
+    EXPECT_TRUE(ReadConnectionSettings(root.path()).expand);
+    root.Write("etc/opt/tarn/bayward/bayward.conf", "[iLo]\nexpand=false\n");
+    EXPECT_FALSE(ReadConnectionSettings(root.path()).expand);
     std::filesystem::remove(root / "etc/opt/tarn/bayward/bayward.conf");
     EXPECT_THAT(FailureOf<CtlError>([&] { ReadConnectionSettings(root.path()); }), HasSubstr("bayward.conf"));
 }

@@ -77,6 +77,13 @@ TEST_F(BridgeSettings, QuietBridge_TellsTheModule) {
     EXPECT_THAT(m_module.Calls(), ElementsAre(R"(configure {"ca file": "", "quiet": true})", kInit));
 }
 
+TEST_F(BridgeSettings, ExpansionThatIsSwitchedOff_IsToldToTheModule) {
+    m_module.Top(m_configure).Install();
+    iLoRestHelper bridge(m_module.folder(), ConnectionSettings{.caFile = {}, .expand = false});
+    bridge.init("https://bmc", "admin", "secret", 1, 1);
+    EXPECT_THAT(m_module.Calls(), ElementsAre(R"(configure {"ca file": "", "expand": false})", kInit));
+}
+
 TEST_F(BridgeSettings, PathThatIsNotUtf8_ReachesTheModuleByteForByte) {
     SetConfigure("import os; _note('configure', os.fsencode(settings['ca file']).hex())");
     m_module.Top(m_configure).Install();

@@ -81,6 +81,7 @@ TEST(ServiceParameter, EmptyConfiguration_GivesTheDefaults) {
     EXPECT_EQ(parameter->password(), "");
     EXPECT_EQ(parameter->maxTrials(), 100);
     EXPECT_EQ(parameter->trialInterval(), 10);
+    EXPECT_TRUE(parameter->expand());
     EXPECT_TRUE(parameter->reportControllerFailures());
     EXPECT_EQ(parameter->serialLogInterval(), 10080u);
     EXPECT_EQ(parameter->logDirectory(), root / "var/log/bayward");
@@ -94,6 +95,7 @@ TEST(ServiceParameter, EveryKey_IsTakenFromItsSection) {
     root.Configure(
         "[log file]\nmax log size=1\n"
         "[iLo]\ninterval=5000\nurl=https://h\naccount=a b\npassword=p=w\nmax trials=-3\ntrial interval=20\n"
+        "expand=false\n"
         "[serial log]\ninterval=61\nmax file count=11\n"
         "[media error]\ncheck=false\ninterval=7\n"
         "[iLO host]\nreport=false\n");
@@ -104,6 +106,7 @@ TEST(ServiceParameter, EveryKey_IsTakenFromItsSection) {
     EXPECT_EQ(parameter->password(), "p=w");
     EXPECT_EQ(parameter->maxTrials(), -3);
     EXPECT_EQ(parameter->trialInterval(), 20);
+    EXPECT_FALSE(parameter->expand());
     EXPECT_FALSE(parameter->reportControllerFailures());
     EXPECT_EQ(parameter->serialLogInterval(), 61u);
     EXPECT_EQ(parameter->maxFileCount(), 11u);
@@ -124,8 +127,10 @@ TEST(ServiceParameter, IntervalWithoutDigits_IsZeroAndEmptyIsTheDefault) {
 TEST(ServiceParameter, FlagsOtherThanTheExactFalse_AreOn) {
     for (const char* value : {"FALSE", "0", "", "no", " false"}) {
         const ServiceRoot root;
-        root.Configure("[media error]\ncheck=" + std::string(value) + "\n[iLO host]\nreport=" + value + "\n");
+        root.Configure("[media error]\ncheck=" + std::string(value) + "\n[iLO host]\nreport=" + value +
+                       "\n[iLo]\nexpand=" + value + "\n");
         const auto parameter = root.Initialized();
+        EXPECT_TRUE(parameter->expand()) << value;
         EXPECT_TRUE(parameter->mediaErrorCheck()) << value;
         EXPECT_TRUE(parameter->reportControllerFailures()) << value;
     }

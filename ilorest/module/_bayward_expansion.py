@@ -1,0 +1,292 @@
+"""Fewer requests: collections are asked with their members in place, each of which is kept until it is asked for.
+
+Who asks sees no difference: a collection lists its links and a member is the text that a request of its own would have
+given. Whatever does not look like that goes to the controller as if there was nothing in place.
+"""
+
+from __future__ import annotations
+
+import re
+import time
+
+from _bayward_outcome import Answer, Deadline, Failure, Unanswered
+from _bayward_shaping import has_members, member, parse_object, shaped_text
+
+KEPT_SECONDS = 60.0
+# Of all kept texts together. The 200 drives of a full controller have some 150,000.
+MAX_KEPT_BYTES = 4 * 1024 * 1024
+# Of the time of a whole get, for the form with members; what is left is for the form without.
+EXPANDED_SECONDS = 30.0
+UNANSWERED_LIMIT = 2  # so often in a row without an answer, and a path is asked without members from then on
+MAX_REMEMBERED = 10_000  # paths, or links; no server has so many, but one could name new ones for ever
+
+NOT_READY = "ResourceNotReadyRetry"
+MISSING = "ResourceMissingAtURI"
+
+_SYSTEMS = "systems"
+_DRIVES = "drives"
+_STATUS = {"Health": {}, "State": {}}
+
+
+def _named(*names: str) -> dict:
+    return {name: {} for name in names}
+
+
+# The collections whose members are all asked for one by one, by the last name of their path, with what a member must
+# have to be taken as whole. The drives of a logical drive are none: they are asked for among all drives.
+_NEEDED = {
+    _SYSTEMS: {"Id": {}, "Storage": {}, "Oem": {"Hpe": {"Links": {}}}},
+    "arraycontrollers": {**_named("Id", "Model", "Location", "SerialNumber"), "Status": _STATUS},
+    "logicaldrives": {**_named("Id", "LogicalDriveNumber"), "Status": _STATUS},
+    "diskdrives": {**_named("Id", "Model", "CapacityGB", "CapacityMiB", "BlockSizeBytes", "CapacityLogicalBlocks",
+                            "SerialNumber", "Location", "MediaType", "DiskDriveStatusReasons"),
+                   "Status": _STATUS, "FirmwareVersion": {"Current": {"VersionString": {}}}},
+    "storage": _named("Id", "Name", "Status", "Drives"),
+    "controllers": _named("Name", "Model", "SerialNumber", "Location", "Status"),
+    "volumes": {"Id": {}, "Status": _STATUS, "Links": {"Drives": {}}},
+    _DRIVES: {**_named("Id", "Model", "SerialNumber", "MediaType", "CapacityBytes", "PhysicalLocation",
+                       "FailurePredicted"), "Status": _STATUS, "Links": {"Volumes": {}}},
+}
+_EMPTY_BAY = {"Id": {}, "Status": _STATUS, "PhysicalLocation": {}}  # all that one tells
+_STARTING = "Starting"
+
+# Drives below a chassis are members of a collection, though a storage resource lists them one by one.
+_CHASSIS_DRIVE = re.compile(r"(/redfish/v1/Chassis/[^/]+/Drives)/[^/]+(/?)", re.IGNORECASE)
+
+
+class Reading:
+    """One answer. `resource` is what its body holds, where that was read already; `members` are those that came whole
+    in place of their links."""
+
+    __slots__ = ("answer", "resource", "members")
+
+    def __init__(self, answer: Answer, resource: dict | None = None) -> None:
+        self.answer = answer
+        self.resource = resource
+        self.members: list[dict] = []
+
+
+class _NotExpanded(Exception):
+    """The form with members gave nothing usable; `lasting` is whether to expect the same of it the next time."""
+
+    def __init__(self, lasting: bool) -> None:
+        super().__init__()
+        self.lasting = lasting
+
+
+class Expansion:
+    """Asks a session for resources. What a controller does not expand is asked plainly to the end of the session."""
+
+    def __init__(self, session, enabled: bool) -> None:  # type: ignore[no-untyped-def]
+        self._session = session
+        self._enabled = enabled
+        self._plain: set[str] = set()  # refused, ignored or failed with members, and answered without
+        self._absent: set[str] = set()  # failed in both forms the last time: when they come back, the plain one tells
+        self._unanswered: dict[str, int] = {}
+        # By path, where members in place name themselves otherwise than the collection lists them: the links, by the
+        # resource they lead to.
+        self._listed: dict[str, dict[str, str]] = {}
+        self._systems_needed = False
+        self._forget()
+
+    def begin_walk(self) -> None:
+        """Nothing of an earlier walk is handed out in this one."""
+        self._forget()
+        links = sum(map(len, self._listed.values()))
+        if len(self._plain) + len(self._absent) + len(self._unanswered) + links > MAX_REMEMBERED:
+            for remembered in (self._plain, self._absent, self._unanswered, self._listed):
+                remembered.clear()
+
+    def need_systems(self) -> None:
+        """The systems' own resources are asked for, too, in each walk; most servers' walks do without them."""
+        self._systems_needed = True
+
+    def take(self, path: str, deadline: Deadline) -> str | None:
+        """The text of a member that was in place, once; None when the controller has to be asked."""
+        key = canonical(path)
+        folder = self._folders.get(key)
+        if folder is not None and key not in self._kept:
+            self._keep_drives(folder, deadline)
+        begun, text = self._kept.pop(key, (0.0, None))
+        if text is not None:
+            self._kept_bytes -= len(text)
+        return text if time.monotonic() - begun <= KEPT_SECONDS else None
+
+    def fetch(self, path: str, deadline: Deadline) -> Reading:
+        """GET a path, with members in place where that saves requests. Raises Failure."""
+        kind = self._kind(path)
+        if not kind or path in self._plain or path in self._absent:
+            answer = self._session.fetch(path, deadline)
+            if answer.succeeded():
+                self._absent.discard(path)
+            return Reading(answer)
+        try:
+            return self._fetch_expanded(path, kind, deadline)
+        except _NotExpanded as outcome:
+            answer = self._session.fetch(path, deadline)
+            if not answer.succeeded():
+                self._absent.add(path)
+            elif outcome.lasting:
+                self._plain.add(path)
+            return Reading(answer)
+
+    def note_drives(self, storage: dict) -> None:
+        """Remember the collections of the drives that a storage resource lists."""
+        drives = storage.get("Drives")
+        if not self._enabled or not isinstance(drives, list):
+            return
+        folders: dict[str, list[str]] = {}
+        for drive in drives:
+            path = member(drive, "@odata.id")
+            match = _CHASSIS_DRIVE.fullmatch(path) if isinstance(path, str) else None
+            if match is not None:
+                folders.setdefault(match[1] + match[2], []).append(canonical(path))
+        for folder, paths in folders.items():
+            if len(paths) > 1 and folder not in self._plain:  # one drive is one request either way
+                self._folders.update((path, folder) for path in paths)
+
+    def _forget(self) -> None:
+        # Path -> when it was asked for (monotonic clock), and the text.
+        self._kept: dict[str, tuple[float, str]] = {}
+        self._kept_bytes = 0
+        self._folders: dict[str, str] = {}  # path of a drive -> that of its collection, which was not asked for yet
+
+    def _kind(self, path: str) -> str:
+        """The collection's row in the table; empty for what is asked plainly."""
+        name = canonical(path).rpartition("/")[2].lower()
+        if not self._enabled or name not in _NEEDED or name == _DRIVES:
+            return ""
+        return name if name != _SYSTEMS or self._systems_needed else ""
+
+    def _fetch_expanded(self, path: str, kind: str, deadline: Deadline) -> Reading:
+        begun = time.monotonic()
+        answer, resource = self._ask(path, deadline)
+        if resource is None:
+            return Reading(answer)
+        members = resource["Members"]
+        if members and _are_links(members):
+            self._plain.add(path)  # ignored, which makes the answer the plain one
+            return Reading(answer, resource)
+        reading = self._as_listed(path, answer, resource, deadline)
+        reading.members = [item for item in members if _is_ready(kind, item)]
+        if kind != _SYSTEMS:  # whose own resources nobody asks for
+            self._keep(reading.members, begun)
+        return reading
+
+    def _ask(self, path: str, deadline: Deadline) -> tuple[Answer, dict | None]:
+        """The answer with members, and the collection in it; None when the session is gone. Raises _NotExpanded, and
+        Failure when a session cannot be opened."""
+        try:
+            answer = self._session.fetch(f"{path}?$expand=.", Deadline(deadline.left(EXPANDED_SECONDS)))
+        except Failure as failure:
+            if not self._session.is_open():
+                raise
+            raise _NotExpanded(self._is_lasting(path, failure)) from None
+        if answer.lacks_session():
+            return answer, None
+        self._unanswered.pop(path, None)
+        if not answer.succeeded():
+            raise _NotExpanded(lasting=NOT_READY.encode("ascii") not in answer.body)
+        try:
+            resource = parse_object(answer.body)
+        except Failure:
+            raise _NotExpanded(lasting=True) from None
+        if not _is_whole(resource):
+            raise _NotExpanded(lasting=True)
+        return answer, resource
+
+    def _is_lasting(self, path: str, failure: Failure) -> bool:
+        if not isinstance(failure, Unanswered):
+            return True  # too large, or in no form that is known
+        self._unanswered[path] = self._unanswered.get(path, 0) + 1
+        return self._unanswered[path] >= UNANSWERED_LIMIT
+
+    def _as_listed(self, path: str, answer: Answer, resource: dict, deadline: Deadline) -> Reading:
+        """The collection with the links that it lists without members. Storage devices name themselves without the
+        slash that the controller puts at the end of its links to them: then these are learned from the plain form."""
+        members = resource["Members"]
+        slashed = str(resource.get("@odata.id")).endswith("/")
+        if all(item["@odata.id"].endswith("/") == slashed for item in members):
+            return Reading(answer, resource)
+        known = self._listed.get(path, {})
+        keys = [canonical(item["@odata.id"]) for item in members]
+        if all(key in known for key in keys):
+            listed = {**resource, "Members": [{"@odata.id": known[key]} for key in keys]}
+            return Reading(answer, listed)
+        plain = self._session.fetch(path, deadline)
+        self._listed[path] = _links(plain)
+        return Reading(plain)
+
+    def _keep_drives(self, folder: str, deadline: Deadline) -> None:
+        """Keep those of a collection's drives that a storage resource lists; it may have more."""
+        wanted = {path for path, place in self._folders.items() if place == folder}
+        for path in wanted:
+            del self._folders[path]
+        if folder in self._plain:
+            return
+        begun = time.monotonic()
+        try:
+            _, resource = self._ask(folder, deadline)
+        except _NotExpanded as outcome:
+            if outcome.lasting:
+                self._plain.add(folder)
+            return
+        if resource is None:
+            return
+        members = [item for item in resource["Members"] if canonical(item["@odata.id"]) in wanted]
+        if _are_links(members):
+            self._plain.add(folder)
+        self._keep([item for item in members if _is_ready(_DRIVES, item)], begun)
+
+    def _keep(self, members: list[dict], begun: float) -> None:
+        for item in members:
+            text = shaped_text(item)
+            if NOT_READY in text or MISSING in text or self._kept_bytes + len(text) > MAX_KEPT_BYTES:
+                continue
+            self._kept[canonical(item["@odata.id"])] = begun, text
+            self._kept_bytes += len(text)
+            self.note_drives(item)
+
+
+def canonical(path: str) -> str:
+    """A resource's path in one form; with and without a slash at the end it is the same resource."""
+    return path.rstrip("/")
+
+
+def _links(answer: Answer) -> dict[str, str]:
+    """The links of a collection, by the resource they lead to; none when the answer is no collection."""
+    try:
+        members = parse_object(answer.body).get("Members")
+    except Failure:
+        return {}
+    links = [member(item, "@odata.id") for item in (members if isinstance(members, list) else [])]
+    return {canonical(link): link for link in links if isinstance(link, str)}
+
+
+def _is_whole(collection: dict) -> bool:
+    """Whether all members are there and name themselves: what comes in pages, say, lists fewer than the plain form."""
+    members = collection.get("Members")
+    if not isinstance(members, list) or "Members@odata.nextLink" in collection:
+        return False
+    count = collection.get("Members@odata.count")
+    if isinstance(count, int) and count > len(members):
+        return False
+    return all(isinstance(item, dict) and isinstance(item.get("@odata.id"), str) for item in members)
+
+
+def _are_links(members: list[dict]) -> bool:
+    """Whether nothing but links is in place."""
+    return all(len(item) == 1 for item in members)
+
+
+def _is_ready(kind: str, resource: dict) -> bool:
+    """Whether a member in place tells all that its own resource would. It may be a link, or not ready yet."""
+    if "error" in resource or "@Message.ExtendedInfo" in " ".join(resource):
+        return False
+    state = member(resource, "Status", "State")
+    if state == _STARTING:
+        return False
+    if kind == "storage" and not ("StorageControllers" in resource or "Controllers" in resource):
+        return False
+    empty = kind == _DRIVES and state == "Absent" and "Model" not in resource
+    return has_members(resource, _EMPTY_BAY if empty else _NEEDED[kind])
