@@ -151,27 +151,13 @@ void ForEachMegaRaid(const ServiceRoot& snapshot, const std::string& system, con
     }
 }
 
-bool IsVolumeKnown(const ServiceRoot& previous, const ServiceRoot& current, const std::string& system,
-                   const std::string& controller, const std::vector<Odataid>& volumes) {
-    ServiceRoot::LogicalDriveIterator ignored;
-    for (const Odataid& volume : volumes) {
-        if (current.containsMirrorLogicalDrive(system, controller, volume.id, ignored) ||
-            previous.containsMirrorLogicalDrive(system, controller, volume.id, ignored)) {
-            return true;
-        }
-    }
-    return false;
-}
-
-bool IsAnyDrivePresent(const ServiceRoot& snapshot, const std::string& system, const std::string& controller,
-                       const std::vector<Odataid>& drives) {
-    ServiceRoot::DiskDriveIterator ignored;
-    for (const Odataid& drive : drives) {
-        if (snapshot.containsMirrorDiskDrive(system, controller, drive.id, ignored)) {
-            return true;
-        }
-    }
-    return false;
+// Has the controller, null for none, one of these volumes or drives?
+template <typename Item>
+bool HasAny(const ArrayController* controller, std::map<std::string, Item> ArrayController::*items,
+            const std::vector<Odataid>& ids) {
+    return controller != nullptr && std::any_of(ids.begin(), ids.end(), [&](const Odataid& id) {
+               return (controller->*items).contains(id.id);
+           });
 }
 
 // ---- The walk over the items of the current snapshot ----
@@ -242,12 +228,13 @@ void StateRules::checkPrvPhysicalDevice(const ServiceRoot& previous, const Servi
                                         const std::string& system, EventList& events) const {
     guard([&] {
         ForEachMegaRaid(previous, system, [&](const std::string& key, const ArrayController& controller) {
-            ItemsInStep<DiskDrive> present(FindController(current, system, &ComputerSystem::mirror, key),
-                                           &ArrayController::diskDrives);
+            const ArrayController* const now = FindController(current, system, &ComputerSystem::mirror, key);
+            ItemsInStep<DiskDrive> present(now, &ArrayController::diskDrives);
             for (const auto& [driveKey, drive] : controller.diskDrives) {
                 ServiceRoot::DiskDriveIterator ignored;
                 if (!present.Contains(driveKey, ignored) &&
-                    IsVolumeKnown(previous, current, system, key, drive.volumes)) {
+                    (HasAny(now, &ArrayController::logicalDrives, drive.volumes) ||
+                     HasAny(&controller, &ArrayController::logicalDrives, drive.volumes))) {
                     raiseEvent(tovaevent::kDriveFailed, getMirrorPdMessageParam, controller, drive, events);
                 }
             }
@@ -259,12 +246,12 @@ void StateRules::checkPrvLogicalDrive(const ServiceRoot& previous, const Service
                                       const std::string& system, EventList& events) const {
     guard([&] {
         ForEachMegaRaid(previous, system, [&](const std::string& key, const ArrayController& controller) {
-            ItemsInStep<LogicalDrive> present(FindController(current, system, &ComputerSystem::mirror, key),
-                                              &ArrayController::logicalDrives);
+            const ArrayController* const now = FindController(current, system, &ComputerSystem::mirror, key);
+            ItemsInStep<LogicalDrive> present(now, &ArrayController::logicalDrives);
             for (const auto& [driveKey, drive] : controller.logicalDrives) {
                 ServiceRoot::LogicalDriveIterator ignored;
                 if (!present.Contains(driveKey, ignored) &&
-                    !IsAnyDrivePresent(current, system, key, drive.dataDrives)) {
+                    !HasAny(now, &ArrayController::diskDrives, drive.dataDrives)) {
                     raiseEvent(tovaevent::kLogicalDriveOffline, getMirrorLdMessageParam, controller, drive,
                                events);
                 }
