@@ -111,7 +111,7 @@ std::string Header(const StatusReport& report) {
            "</div>\n<p>Read " + TimeText(report.readAt) + "</p>\n<p class=\"faint\">" +
            OrDash(report.version) + " at " + OrDash(report.url) + ", connection " +
            (report.connectionVerified ? "verified" : "not verified") + ", " + seconds + " s, " +
-           Counted(report.requests, "request") + "</p>\n<div class=\"sums\">" +
+           Counted(report.requests, "resource") + "</p>\n<div class=\"sums\">" +
            Sum(TallyControllers(report), "controller") + Sum(TallyLogicalDrives(report), "logical drive") +
            Sum(TallyDrives(report), "drive") + "</div></header>\n";
 }

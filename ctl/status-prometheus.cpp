@@ -123,7 +123,7 @@ std::string RenderPrometheus(const StatusReport& report) {
     readAt.Add({}, std::to_string(report.readAt));
     Metric duration("bayward_read_duration_seconds", "How long reading the controller took.");
     duration.Add({}, Thousandths(report.duration.count()));
-    Metric requests("bayward_read_requests", "Requests that reading the controller took.");
+    Metric requests("bayward_read_requests", "Resources that were read from the controller.");
     requests.Add({}, std::to_string(report.requests));
 
     ItemMetrics items;

@@ -18,7 +18,7 @@ struct ControllerRead {
     std::string url;        // that was used: of the virtual NIC, where this host has it
     std::string version;    // of the controller's firmware
     bool verified = false;  // its certificate was
-    unsigned requests = 0;  // without log-in and log-out
+    unsigned requests = 0;  // resources that were read; some come several to a request
     std::chrono::milliseconds duration{};
     ServiceRoot snapshot;
 };

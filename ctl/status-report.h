@@ -82,7 +82,7 @@ struct StatusReport {
     bool connectionVerified = false;  // the certificate, with the configured CA file
     std::uint64_t readAt = 0;         // seconds since the epoch
     std::chrono::milliseconds duration{};
-    unsigned requests = 0;  // without log-in and log-out
+    unsigned requests = 0;  // resources that were read; some come several to a request
     std::vector<SystemStatus> systems;
 };
 

@@ -183,7 +183,7 @@ std::string RenderTable(const StatusReport& report, const Paint& paint) {
     std::string text =
         paint.Bold(OneLine(report.host)) + "  " + OneLine(report.version) + " at " + OneLine(report.url) +
         ", connection " + (report.connectionVerified ? "verified" : "not verified") + "\n" + "read " +
-        TimeText(report.readAt) + " in " + seconds + ", " + Counted(report.requests, "request") + "\n";
+        TimeText(report.readAt) + " in " + seconds + ", " + Counted(report.requests, "resource") + "\n";
     if (TallyControllers(report).total == 0) {
         text += "\nThe management controller lists no storage controller.\n";
     }

@@ -127,7 +127,7 @@ protected:
 TEST_F(StatusCommandTest, Table_ShowsTheDriveAndEndsTheSession) {
     EXPECT_EQ(Run(StatusFormat::kTable), kDone);
     EXPECT_THAT(out.str(), HasSubstr("iLO 5 v2.72 at https://ilo, connection not verified\n"));
-    EXPECT_THAT(out.str(), HasSubstr(" 9 requests\n"));
+    EXPECT_THAT(out.str(), HasSubstr(" 9 resources\n"));
     EXPECT_THAT(out.str(), HasSubstr("1I:3:1  M      D1      600 GB HDD  Critical  -     failed"));
     EXPECT_THAT(out.str(), HasSubstr("A drive has failed: PD(1I:3:1)\n"));
     EXPECT_EQ(bridge.fetched.size(), 9U);

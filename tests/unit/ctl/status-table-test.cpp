@@ -17,7 +17,7 @@ const Paint kColoured(true);
 TEST(StatusTable, BadServer_IsAligned) {
     EXPECT_EQ(RenderTable(BadReport(), kPlain),
               R"(server01  iLO 5 v2.72 at https://192.0.2.10, connection not verified
-read 2026-01-31T23:59:59Z in 1.2 s, 38 requests
+read 2026-01-31T23:59:59Z in 1.2 s, 38 resources
 
 HPE Smart Array P408i-a SR Gen10 [Slot 0]  serial number PEYHB0  OK
 
