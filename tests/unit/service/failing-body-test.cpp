@@ -21,7 +21,6 @@ namespace {
 
 using testing::ElementsAre;
 using testing::ElementsAreArray;
-using testing::IsEmpty;
 using testing::MatchesRegex;
 using testing::StartsWith;
 using tovaserverutil::Event;
