@@ -139,14 +139,24 @@ void RestText::inside(const char* name, const std::function<void()>& body) {
 }
 
 void RestText::insideUnlessNull(const char* name, const std::function<void()>& body) {
-    if (presence(name) != Presence::kNull) {
-        inside(name, body);
-    }
+    insideExcept({Presence::kNull}, name, body);
 }
 
 void RestText::insideOptional(const char* name, const std::function<void()>& body) {
-    if (presence(name) == Presence::kValue) {
-        inside(name, body);
+    insideExcept({Presence::kNull, Presence::kAbsent}, name, body);
+}
+
+void RestText::insideExcept(Excuses excuses, const char* name, const std::function<void()>& body) {
+    bool entered = false;
+    try {
+        inside(name, [&] {
+            entered = true;
+            body();
+        });
+    } catch (const RestTextError&) {
+        if (entered || !isExcused(excuses, name)) {
+            throw;
+        }
     }
 }
 
@@ -167,6 +177,10 @@ void RestText::insideEachOptional(const char* name, const std::function<bool()>&
     if (presence(name) == Presence::kValue) {
         insideEach(name, body);
     }
+}
+
+bool RestText::isExcused(Excuses excuses, const char* name) {
+    return std::find(excuses.begin(), excuses.end(), presence(name)) != excuses.end();
 }
 
 RestText::Presence RestText::presence(const char* name) {

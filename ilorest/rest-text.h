@@ -3,9 +3,11 @@
 
 #include <cstdint>
 #include <functional>
+#include <initializer_list>
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "rest-records.h"
@@ -48,20 +50,16 @@ public:
 
     template <class T>
     void loadUnlessNull(const char* name, T& value) {
-        if (presence(name) != Presence::kNull) {
-            load(name, value);
-        }
+        loadExcept({Presence::kNull}, name, value);
     }
     template <class T>
     void loadOptional(const char* name, T& value) {
-        if (presence(name) == Presence::kValue) {
-            load(name, value);
-        }
+        loadExcept({Presence::kNull, Presence::kAbsent}, name, value);
     }
     template <class T>
     void loadTolerant(const char* name, T& value) {
-        if (!isNullInText(name) && presence(name) != Presence::kAbsent) {
-            load(name, value);
+        if (!isNullInText(name)) {
+            loadExcept({Presence::kAbsent}, name, value);
         }
     }
 
@@ -80,7 +78,25 @@ private:
 
     // What the object that is open holds under that name.
     enum class Presence { kAbsent, kNull, kValue };
+    using Excuses = std::initializer_list<Presence>;
     Presence presence(const char* name);
+    // Nearly every member is there, so it is loaded as if it were, and a failure looked into: finding out
+    // first would cost an exception for each member that is there.
+    template <class T>
+    void loadExcept(Excuses excuses, const char* name, T& value) {
+        T found = value;
+        try {
+            load(name, found);
+        } catch (const RestTextError&) {
+            if (!isExcused(excuses, name)) {
+                throw;
+            }
+            return;
+        }
+        value = std::move(found);
+    }
+    void insideExcept(Excuses excuses, const char* name, const std::function<void()>& body);
+    bool isExcused(Excuses excuses, const char* name);
     bool isNullInText(const char* name) const;
     bool contains(const std::string& part) const { return m_text.find(part) != std::string::npos; }
 

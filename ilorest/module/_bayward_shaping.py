@@ -50,10 +50,10 @@ _INTEGER_DIGITS = 20  # of a number that can be in 64 bits, with its sign
 
 def parse_object(body: bytes) -> dict:
     """The JSON object a body holds. Raises Failure(OTHER) when it holds none. Of equal names the last one counts."""
-    if sum(map(body.count, _VALUE_MARKS)) > MAX_VALUES:
+    if len(body) > MAX_VALUES and sum(map(body.count, _VALUE_MARKS)) > MAX_VALUES:
         raise Failure(OTHER, f"An answer of the controller holds more than {MAX_VALUES} values.")
     try:
-        value = json.loads(body.decode("utf-8-sig", "replace"), parse_constant=_no_json, parse_int=_integer)
+        value = _decoder.decode(body.decode("utf-8-sig", "replace"))
     except (ValueError, RecursionError):
         raise Failure(OTHER, "An answer of the controller is not JSON.") from None
     if not isinstance(value, dict):
@@ -79,7 +79,10 @@ def has_members(resource: object, needed: dict) -> bool:
     """Whether the resource has every member named, and each of them those that are named as its own."""
     if not isinstance(resource, dict) or not needed.keys() <= resource.keys():
         return False
-    return all(has_members(resource[name], parts) for name, parts in needed.items() if parts)
+    for name, parts in needed.items():
+        if parts and not has_members(resource[name], parts):
+            return False
+    return True
 
 
 def _shaped(value: object, kept: dict) -> object:
@@ -117,3 +120,6 @@ def _integer(digits: str) -> int | float:
 
 def _no_json(name: str) -> None:
     raise ValueError(name)  # NaN and Infinity, which Python would take
+
+
+_decoder = json.JSONDecoder(parse_constant=_no_json, parse_int=_integer)

@@ -33,8 +33,8 @@ class Connection:
         """Close the connection; the next request opens it again. Never raises."""
         try:
             self._http.close()
-        except (OSError, http.client.HTTPException):
-            self._http.sock = None
+        except OSError:
+            pass
 
     def get(self, path: str, headers: dict[str, str], deadline: Deadline) -> Answer:
         """GET a path, following redirects that stay on this controller."""
@@ -68,8 +68,7 @@ class Connection:
                 self._http.connect()
             sock = self._http.sock
             sock.begin(deadline)
-            self._http.request(method, quoted_path(path), body, headers)
-            with self._http.getresponse() as response:
+            with self._http.ask(method, quoted_path(path), headers, body) as response:
                 if response.status < 200:
                     raise Failure(OTHER, f"{self._target}: {method} {_shown(path)} got only status {response.status}")
                 content = _decoded(_body(response), response.getheader("Content-Encoding", ""))
@@ -93,7 +92,7 @@ class Connection:
         try:
             parts = urllib.parse.urlsplit(urllib.parse.urljoin(f"{self._target}{path}", location))
             stays = (parts.scheme == "https" and parts.hostname == self._target.host
-                     and (parts.port or self._http.default_port) == self._target.port)
+                     and (parts.port or self._http.DEFAULT_PORT) == self._target.port)
         except ValueError:
             stays = False
         if not location or not stays:

@@ -15,6 +15,9 @@ from _bayward_target import VNIC_CONTROLLER, VNIC_HOST, Target
 CONNECT_SECONDS = 5.0  # for the TCP connection over all addresses, and again for the TLS handshake
 READ_SECONDS = 30.0    # without a byte from the controller
 
+_MAX_HEADERS = 100
+_MAX_HEADER_BYTES = 64 * 1024
+
 # A certificate in the CA file is trusted itself, also without the one that signed it: many controllers send nothing but
 # their own, signed by an authority that only their maker has. (Python names the flag since 3.10.)
 _PARTIAL_CHAIN = 0x80000
@@ -49,13 +52,62 @@ class _LimitedSocket(ssl.SSLSocket):
         return not poll.poll(0)
 
 
+class _Headers:
+    """The header lines of an answer, as far as http.client asks for them. Its own kind takes ten times as long."""
+
+    __slots__ = ("_values",)
+
+    def __init__(self, lines) -> None:  # type: ignore[no-untyped-def]
+        """Reads up to the empty line. Raises HTTPException for lines, or for more of them, than anybody sends."""
+        self._values: dict[str, list[str]] = {}
+        values: list[str] = []
+        for _ in range(_MAX_HEADERS):
+            line = lines.readline(_MAX_HEADER_BYTES + 1)
+            if len(line) > _MAX_HEADER_BYTES:
+                raise http.client.LineTooLong("header line")
+            if line in (b"\r\n", b"\n", b""):
+                return
+            text = line.decode("latin-1")
+            if text[0] in " \t" and values:
+                values[-1] += f" {text.strip()}"  # goes on from the line before
+                continue
+            name, _, value = text.partition(":")
+            values = self._values.setdefault(name.rstrip().lower(), [])
+            values.append(value.strip())
+        raise http.client.HTTPException(f"got more than {_MAX_HEADERS} headers")
+
+    def get_all(self, name: str, default=None):  # type: ignore[no-untyped-def]
+        return self._values.get(name.lower(), default)
+
+    def get(self, name: str, default=None):  # type: ignore[no-untyped-def]
+        return self._values.get(name.lower(), (default,))[0]
+
+
 class _Response(http.client.HTTPResponse):
     """An answer without the interim ones before it. Of these http.client itself skips only 100 (Continue)."""
 
-    def _read_status(self):  # type: ignore[no-untyped-def]
-        version, status, reason = super()._read_status()
-        interim = 100 <= status <= 199 and status != http.client.SWITCHING_PROTOCOLS
-        return version, http.client.CONTINUE if interim else status, reason
+    def begin(self) -> None:
+        while True:
+            version, status, reason = self._read_status()
+            self.headers = self.msg = _Headers(self.fp)
+            if not 100 <= status <= 199 or status == http.client.SWITCHING_PROTOCOLS:
+                break
+        if not version.startswith("HTTP/1."):
+            raise http.client.UnknownProtocol(version)
+        self.version = 10 if version == "HTTP/1.0" else 11
+        self.code = self.status = status
+        self.reason = reason.strip()
+        self.chunked = self.headers.get("transfer-encoding", "").lower() == "chunked"
+        self.chunk_left = None
+        self.length = None if self.chunked else self._content_length()
+        self.will_close = self._check_close() or not self.chunked and self.length is None
+
+    def _content_length(self):  # type: ignore[no-untyped-def]
+        """None when the answer ends with the connection."""
+        if self.status in (http.client.NO_CONTENT, http.client.NOT_MODIFIED) or 100 <= self.status <= 199:
+            return 0
+        length = self.headers.get("content-length", "")
+        return int(length) if length.isascii() and length.isdigit() else None
 
 
 def make_tls_context(ca_file: str = "", names: bool = True) -> ssl.SSLContext:
@@ -95,14 +147,14 @@ def _load(context: ssl.SSLContext, ca_file: str) -> None:
         raise Failure(OTHER, f'The CA file "{ca_file}" cannot be used: {reason}.') from None
 
 
-class Http(http.client.HTTPConnection):
-    """http.client over our own socket: addresses looked up once, connecting and the handshake within their limits."""
+class Http:
+    """HTTP over our own socket: addresses looked up once, connecting and the handshake within their limits."""
 
-    default_port = 443
-    response_class = _Response
+    DEFAULT_PORT = 443
 
     def __init__(self, target: Target, ca_file: str = "") -> None:
-        super().__init__(target.host, target.port)
+        self.host, self.port = target.host, target.port
+        self.sock: _LimitedSocket | None = None
         # On the virtual-NIC link no certificate can name the controller, whose address every server has. Instead of the
         # name counts that the connection leaves from this server's end of the link, so that it goes nowhere else.
         on_link = bool(ca_file) and target.host == VNIC_CONTROLLER
@@ -111,6 +163,31 @@ class Http(http.client.HTTPConnection):
         self._context = make_tls_context(ca_file, names=not on_link)
         self._addresses: list = []
         self.deadline = Deadline(0)
+
+    def close(self) -> None:
+        sock, self.sock = self.sock, None
+        if sock is not None:
+            sock.close()
+
+    def ask(self, method: str, path: str, headers: dict[str, str], body: bytes | None) -> http.client.HTTPResponse:
+        """Send a request over the connection and read the head of its answer. The path is a quoted one."""
+        if not all(map(str.isprintable, headers.values())):
+            raise ValueError("a header holds control characters")  # such as a token that would end its line
+        lines = [f"{method} {path} HTTP/1.1", f"Host: {str(self._target).partition('//')[2]}", "Accept-Encoding: identity"]
+        lines += [f"{name}: {value}" for name, value in headers.items()]
+        if body is not None:
+            lines.append(f"Content-Length: {len(body)}")
+        sock = self.sock
+        sock.sendall("\r\n".join([*lines, "", ""]).encode("latin-1") + (body or b""))
+        response = _Response(sock, method=method)
+        try:
+            response.begin()
+        except BaseException:
+            response.close()
+            raise
+        if response.will_close:
+            self.close()  # the answer has its own hold of the socket
+        return response
 
     def connect(self) -> None:
         if not self._addresses:
