@@ -102,6 +102,12 @@ Bytes ReadSmallFile(const std::string& path, std::size_t maxSize) {
     return content;
 }
 
+// Surely, not just unreadable for the moment.
+bool IsMissing(const std::string& path) {
+    struct stat status {};
+    return stat(path.c_str(), &status) != 0 && (errno == ENOENT || errno == ENOTDIR);
+}
+
 // Deciphers into `plain`, which is as long as the ciphertext. Returns the text's length, or -1 when any step
 // fails.
 int Decipher(const AccountKey& key, const Bytes& ciphertext, Bytes& plain) {
@@ -152,9 +158,20 @@ bool DecryptAccount(int record, unsigned char* buffer, std::size_t length, Comma
     if (!IsRecord(record)) {
         return false;
     }
-    const AccountKey key(record, get_uuid(commands));
+    const std::string file = root + AccountFile(record);
+    std::string uuid;
+    try {
+        uuid = get_uuid(commands);
+    } catch (const std::exception&) {
+        // A command that cannot be run now says nothing about an account; that its file is gone does.
+        if (IsMissing(file)) {
+            return false;
+        }
+        throw;
+    }
+    const AccountKey key(record, uuid);
     const std::size_t maxText = std::min(length, kMaxAccountText);
-    const Bytes ciphertext = ReadSmallFile(root + AccountFile(record), maxText + kCipherBlock);
+    const Bytes ciphertext = ReadSmallFile(file, maxText + kCipherBlock);
     if (ciphertext.empty() || ciphertext.size() % kCipherBlock != 0) {
         return false;
     }

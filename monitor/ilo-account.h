@@ -37,8 +37,8 @@ private:
 // Deciphers record 0 (name) or 1 (password) into the buffer and fills the rest of it with zero bytes; a text
 // that fills the buffer has no zero behind it. False when there is no such record or file, when it was made
 // on another machine or is damaged, and when the text is longer than the buffer or than kMaxAccountText; the
-// buffer's content is undefined then, but never overrun. Throws what get_uuid throws, and
-// std::invalid_argument when the system has no usable UUID.
+// buffer's content is undefined then, but never overrun. Throws what get_uuid throws, unless
+// there is no file, and std::invalid_argument when the system has no usable UUID.
 bool DecryptAccount(int record, unsigned char* buffer, std::size_t length);
 // With other doors: `root` goes before the file's path.
 bool DecryptAccount(int record, unsigned char* buffer, std::size_t length,

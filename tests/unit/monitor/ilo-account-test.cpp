@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <array>
 #include <filesystem>
 #include <memory>
 #include <new>
@@ -175,11 +176,17 @@ TEST_F(AccountTest, UnusableUuid_EndsWithTheConversionsError) {
     EXPECT_THROW(Decrypt(0), std::invalid_argument);
 }
 
-TEST_F(AccountTest, DmidecodeThatCannotRunOrHangs_Throws) {
-    commands.result = {};
-    EXPECT_THROW(Decrypt(0), std::runtime_error);
-    commands.result = {.started = true, .timedOut = true, .exitStatus = -1, .output = DmiOutput(kUuid)};
-    EXPECT_THROW(Decrypt(0), std::runtime_error);
+TEST_F(AccountTest, DmidecodeThatCannotRunOrHangs_ThrowsAsLongAsThereIsAFile) {
+    root.Write("etc/.TARNiLO0", Encipher(0, "user"));
+    const std::array<tovaserverutil::CommandResult, 2> unusable = {
+        tovaserverutil::CommandResult{},
+        tovaserverutil::CommandResult{
+            .started = true, .timedOut = true, .exitStatus = -1, .output = DmiOutput(kUuid)}};
+    for (const auto& result : unusable) {
+        commands.result = result;
+        EXPECT_THROW(Decrypt(0), std::runtime_error);
+        EXPECT_FALSE(Decrypt(1)) << "what is not there cannot be in doubt";
+    }
 }
 
 TEST(AccountKey, IsMadeOfUuidAndFixedHalfInTheOrderOfTheRecord) {
