@@ -90,7 +90,7 @@ def options() -> argparse.ArgumentParser:
     add("--ssd", type=_whole, metavar="N", help="how many drives of each controller are SSDs (half)")
     add("--tree", metavar="DIR", help="serve <resource path>/index.json files instead of a generated server")
     add("--shuffle", type=_whole, metavar="SEED", help="serve links, such as Members, in another order each time")
-    add("--latency-ms", type=_whole, default=0, metavar="N", help="wait before every answer")
+    add("--latency-ms", type=_whole, default=0, metavar="N", help="time from a request to its answer")
     add("--expand", choices=EXPAND_MODES, default="on", help="?$expand=. inlines members, is ignored, or gets 501, 404 or 500")
     add("--framing", choices=("chunked", "length"), default="chunked", help="how answers are framed")
     add("--session-limit", type=_whole, default=16, metavar="N")

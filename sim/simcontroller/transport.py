@@ -87,6 +87,12 @@ def cut(connection: socket.socket) -> None:
         pass
 
 
+def _sleep_until(due: float) -> None:
+    left = due - time.monotonic()
+    if left > 0:
+        time.sleep(left)
+
+
 class _Connection(BaseHTTPRequestHandler):
     protocol_version = "HTTP/1.1"
     server_version = "HPE-iLO-Server/1.30"
@@ -119,10 +125,10 @@ class _Connection(BaseHTTPRequestHandler):
         if request is None:
             return
         server = self.server
-        if server.latency_ms > 0:
-            time.sleep(server.latency_ms / 1000)
+        due = time.monotonic() + server.latency_ms / 1000
         spoiler = server.faults.take(request.method, request.path, request.query, answers=False)
         if spoiler is not None and spoiler.kind == "drop-before":
+            _sleep_until(due)
             self._note("dropped")
             self._end()
             return
@@ -130,6 +136,7 @@ class _Connection(BaseHTTPRequestHandler):
         if answer is None:
             fault = server.faults.take(request.method, request.path, request.query, answers=True)
             answer = server.service.answer(request) if fault is None else self._faulty(fault, request)
+        _sleep_until(due)
         self._note(str(answer.status) if spoiler is None else f"{answer.status}/{spoiler.kind}")
         self._deliver(answer, spoiler)
 

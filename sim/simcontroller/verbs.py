@@ -208,7 +208,7 @@ VERBS: Dict[str, Verb] = {verb.name: verb for verb in (
     Verb("tool-clear", (Parameter(_TOOL.name, _TOOL.read, True),), "forget the faults of a tool, or of both"),
     Verb("tool-commands", (Parameter(_TOOL.name, _TOOL.read, True),), "the command lines that were run"),
     # The controller as a whole.
-    Verb("latency", (Parameter("MS", _whole(0, 600000)),), "wait MS before every answer"),
+    Verb("latency", (Parameter("MS", _whole(0, 600000)),), "an answer comes MS after its request, or as soon as it is made"),
     Verb("expand", (Parameter("|".join(EXPAND_MODES), _one_of(*EXPAND_MODES)),), "how ?$expand is met"),
     Verb("shuffle", (Parameter("on|off", _one_of("on", "off")), Parameter("SEED", _whole(0, _MANY), True)),
          "serve links, such as Members, in another order each time (SEED: 1), or as built"),
