@@ -103,7 +103,7 @@ def test_drive_that_fails_in_a_failed_read_belongs_to_the_new_baseline(sim: Cont
                                                                        watched: Watched) -> None:
     begun = len(watched.own_trace())
     with watched.held():
-        sim.control.call("status", "GET */SmartStorage/ArrayControllers", 500, 1)
+        sim.control.call("status", "GET */SmartStorage/ArrayControllers", 500, 2)
         sim.control.call("fail-drive", 1, 4)
     wait_until(lambda: BACK in lines_after(watched, begun), "fresh log-in", 30, watched.host)
     watched.expect()
