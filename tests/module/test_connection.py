@@ -7,7 +7,7 @@ import socket
 import time
 
 import pytest
-from raw_server import answer, opened, sending, with_sessions
+from raw_server import answer, opened, sending, session_answer, with_sessions
 
 import _bayward_wire
 
@@ -166,3 +166,26 @@ def test_log_out_does_not_look_the_name_up_again(module, raw_server, monkeypatch
     monkeypatch.setattr(socket, "getaddrinfo", pytest.fail)
     module.close()
     assert server.lines()[-1].startswith("DELETE")
+
+
+def test_header_lines_that_are_folded_odd_or_written_otherwise(module, raw_server):
+    opened(module, raw_server, sending(b"HTTP/1.1 200 OK\r\nX-Long: a\r\n  b\r\nno header\r\nCONTENT-length :  2 \r\n"
+                                       b"X-\xe9: \xe9\n\r\n{}behind it"))
+    assert module.get(SYSTEMS) == "{}"
+
+
+@pytest.mark.parametrize("lines", [b"X: y\r\n" * 100, b"X: " + b"y" * 70_000 + b"\r\n"])
+def test_more_header_than_anybody_sends_is_another_error(module, raw_server, lines):
+    opened(module, raw_server, sending(b"HTTP/1.1 200 OK\r\n" + lines + b"Content-Length: 2\r\n\r\n{}"))
+    assert module.get(SYSTEMS) == 10001
+
+
+def test_token_that_would_end_its_line_is_never_sent(module, raw_server):
+    def script(request, peer):
+        peer.send(session_answer("t0\rX-Evil:1"))
+        return True
+
+    server = raw_server(script)
+    assert module.init(server.url, "user", "pass") == 200
+    assert module.get(SYSTEMS) == 10001
+    assert [line.split()[0] for line in server.lines()] == ["POST"]
