@@ -61,7 +61,7 @@ public:
     cereal::JSONInputArchive json;
 };
 
-RestText::RestText(const std::string& text) : m_text(text) {
+RestText::RestText(const std::string& text) : m_text(text), m_escapes(contains("\\")) {
     Guarded([&] { m_archive = std::make_unique<Archive>(text); });
 }
 
@@ -143,7 +143,13 @@ void RestText::insideUnlessNull(const char* name, const std::function<void()>& b
 }
 
 void RestText::insideOptional(const char* name, const std::function<void()>& body) {
-    insideExcept({Presence::kNull, Presence::kAbsent}, name, body);
+    if (isNamed(name)) {
+        insideExcept({Presence::kNull, Presence::kAbsent}, name, body);
+    }
+}
+
+bool RestText::isNamed(const char* name) const {
+    return m_escapes || contains(std::string("\"") + name + "\"");
 }
 
 void RestText::insideExcept(Excuses excuses, const char* name, const std::function<void()>& body) {

@@ -54,11 +54,13 @@ public:
     }
     template <class T>
     void loadOptional(const char* name, T& value) {
-        loadExcept({Presence::kNull, Presence::kAbsent}, name, value);
+        if (isNamed(name)) {
+            loadExcept({Presence::kNull, Presence::kAbsent}, name, value);
+        }
     }
     template <class T>
     void loadTolerant(const char* name, T& value) {
-        if (!isNullInText(name)) {
+        if (isNamed(name) && !isNullInText(name)) {
             loadExcept({Presence::kAbsent}, name, value);
         }
     }
@@ -95,12 +97,15 @@ private:
         }
         value = std::move(found);
     }
+    // False when nothing in the text can be a member of that name.
+    bool isNamed(const char* name) const;
     void insideExcept(Excuses excuses, const char* name, const std::function<void()>& body);
     bool isExcused(Excuses excuses, const char* name);
     bool isNullInText(const char* name) const;
     bool contains(const std::string& part) const { return m_text.find(part) != std::string::npos; }
 
     std::string m_text;
+    bool m_escapes;  // names may be written with escapes, too
     std::unique_ptr<Archive> m_archive;
 };
 

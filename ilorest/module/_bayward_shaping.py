@@ -45,6 +45,7 @@ MAX_VALUES = 50_000
 _VALUE_MARKS = (b"{", b"[", b",")  # those within texts count too
 
 _compact = json.JSONEncoder(separators=(",", ":")).encode
+_WIDEST = 2**63
 _INTEGER_DIGITS = 20  # of a number that can be in 64 bits, with its sign
 
 
@@ -90,16 +91,20 @@ def _shaped(value: object, kept: dict) -> object:
         shaped = {}
         for name, part in value.items():
             if name in kept:
-                # What most members are goes as it is; a walk has thousands of them.
-                usual = part.isascii() and part.isprintable() if isinstance(part, str) else part is None
-                shaped[name] = part if usual else _quoted_id(part) if name == _ID else _shaped(part, kept[name])
+                # What most members are goes as it is, and without a call of its own; a walk has thousands of them.
+                kind = type(part)
+                if (part.isascii() and part.isprintable() if kind is str
+                        else part is None or kind is int and -_WIDEST <= part < _WIDEST):
+                    shaped[name] = part
+                else:
+                    shaped[name] = _quoted_id(part) if name == _ID else _shaped(part, kept[name])
         return shaped
     if isinstance(value, list):
         # No resource has lists within lists; an empty one in their place keeps the type wrong, and the depth small.
         return [[] if isinstance(part, list) else _shaped(part, kept) for part in value]
     if isinstance(value, str):
         return printable(value)
-    if isinstance(value, (int, float)) and not -2**63 <= value < 2**63:
+    if isinstance(value, (int, float)) and not -_WIDEST <= value < _WIDEST:
         return None  # no reader's number: infinite, or beyond 64 bits
     return value
 

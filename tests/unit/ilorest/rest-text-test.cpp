@@ -230,6 +230,16 @@ TEST(RestText, OptionalMember_MayBeMissingButNotOfAnotherType) {
     EXPECT_EQ(model, "nested");
 }
 
+TEST(RestText, NameWrittenWithEscapes_IsFound) {
+    RestText text(R"({"\u0049d":"1","\u0053tatus":{"Health":"OK"}})");
+    std::string id = "none";
+    text.loadOptional("Id", id);
+    EXPECT_EQ(id, "1");
+    Status status;
+    LoadStatus(text, status);
+    EXPECT_EQ(status.Health, "OK");
+}
+
 TEST(RestText, FailureInsideANestedObject_LeavesTheTextUsable) {
     RestText text(R"({"n":{"x":1},"l":[{"@odata.id":"/1"},{"other":1}],"s":"top"})");
     std::string value;
