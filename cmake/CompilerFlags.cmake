@@ -13,6 +13,14 @@ if(BAYWARD_SANITIZE)
     target_compile_options(bayward_flags INTERFACE -fsanitize=${BAYWARD_SANITIZE} -fno-omit-frame-pointer
                                                    -fno-sanitize-recover=undefined)
     target_link_options(bayward_flags INTERFACE -fsanitize=${BAYWARD_SANITIZE})
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang" AND BAYWARD_SANITIZE MATCHES "address" AND NOT BAYWARD_BUILD_FUZZERS)
+        # Libraries that are loaded first, as the tests do with libfaketime, hang a program that holds the run-time in
+        # itself.
+        execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=libclang_rt.asan-${CMAKE_SYSTEM_PROCESSOR}.so
+                        OUTPUT_VARIABLE runtime OUTPUT_STRIP_TRAILING_WHITESPACE)
+        get_filename_component(runtime_folder ${runtime} DIRECTORY)
+        target_link_options(bayward_flags INTERFACE -shared-libasan -Wl,-rpath,${runtime_folder})
+    endif()
 else()
     target_compile_options(bayward_flags INTERFACE -fstack-protector-strong
                                                    $<$<CONFIG:Release>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>)

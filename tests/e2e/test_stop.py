@@ -32,8 +32,7 @@ def assert_stops(watched: Watched, limit: float = LIMIT, failure: Sequence[str] 
     assert trace[-len(expected):] == expected
     assert sum("Break MonitorLogRoutine" in line for line in trace) == 1
     assert took < limit * slowness(), f"the service took {took:.1f} s to stop"
-    assert [process.name for process in watched.host.processes() if process.name != "rsyslogd"
-            and process.inner != 1] == []
+    assert watched.left_processes() == []
 
 
 def no_sessions(sim: ControllerProcess) -> bool:

@@ -122,5 +122,4 @@ class Tooled(Watched):
         assert self.stop(60) == 0
         assert self.count_line(ENDED) == int(searching)
         assert self.left_files() == set()
-        assert [process.name for process in self.host.processes()
-                if process.name != "rsyslogd" and process.inner != 1] == []
+        assert self.left_processes() == []

@@ -39,7 +39,7 @@ def bin_dir() -> Path:
 def slowness() -> float:
     """How many times as long the service under test may take to end: a sanitizer slows it down, and looks for leaks."""
     program = (bin_dir() / "bayward").read_bytes()
-    return 2.5 if b"libasan.so" in program or b"libtsan.so" in program else 1
+    return 2.5 if b"__asan_init" in program or b"__tsan_init" in program else 1
 
 
 # ---- What is expected ----
@@ -349,6 +349,11 @@ class Watched:
         """Waits until a comparing walk begins: the first one is the start-up's, the second takes the baseline."""
         wait_until(lambda: self.walks() >= 3, "baseline", timeout, self.host)
         return self
+
+    def left_processes(self) -> List[str]:
+        """What runs in the host beside its first process and the system log. What a sanitizer starts ends by itself."""
+        return [process.name for process in self.host.processes()
+                if process.inner != 1 and process.name not in ("rsyslogd", "llvm-symbolizer")]
 
     def held(self) -> "Held":
         """`with watched.held():` keeps the next walk at its beginning; what changes meanwhile is seen together."""

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <string>
 
+#include "sanitized.h"
 #include "shell.h"
 #include "test-root.h"
 
@@ -160,7 +161,7 @@ TEST(CommandLine, ResultsThatCannotBeWritten_AreAFailure) {
 }
 
 TEST(CommandLine, WithoutProc_HelpIsShownAndCommandsFailInOneSentence) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifdef BAYWARD_SANITIZED
     GTEST_SKIP() << "sanitizers need /proc";
 #endif
     tovaserverutil::ShellRunner shell;

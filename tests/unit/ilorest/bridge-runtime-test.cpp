@@ -15,16 +15,9 @@
 
 #include "bridge-fixture.h"
 #include "python-runtime.h"
+#include "sanitized.h"
 
 using ::testing::HasSubstr;
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define BAYWARD_SANITIZED 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define BAYWARD_SANITIZED 1
-#endif
-#endif
 
 namespace {
 
