@@ -24,7 +24,8 @@ using tovaserverutil::CommandResult;
 using tovaserverutil::CommandRunner;
 using tovaserverutil::FileDescriptor;
 
-constexpr milliseconds kSlice{20};       // how soon the shell's end is noticed
+constexpr milliseconds kFirstSlice{1};   // how soon a shell's end is noticed that ends at once,
+constexpr milliseconds kSlice{20};       // and one that takes its time
 constexpr milliseconds kEndGrace{2000};  // between SIGTERM and SIGKILL
 constexpr std::size_t kReadBuffer = 64 * 1024;
 
@@ -149,12 +150,14 @@ private:
 // Reads along until the shell has ended; false when the deadline came first.
 bool WaitForEnd(const Child& shell, OutputReader& output, milliseconds limit) {
     const SteadyClock::time_point deadline = SteadyClock::now() + limit;
+    milliseconds slice = kFirstSlice;
     while (!shell.HasEnded()) {
         const auto left = std::chrono::ceil<milliseconds>(deadline - SteadyClock::now());
         if (left <= milliseconds(0)) {
             return false;
         }
-        output.ReadPiece(std::min(left, kSlice));
+        output.ReadPiece(std::min(left, slice));
+        slice = std::min(2 * slice, kSlice);
     }
     return true;
 }

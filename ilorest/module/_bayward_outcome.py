@@ -2,14 +2,13 @@
 
 from __future__ import annotations
 
-import logging
 import time
 
 OPENED = 200   # a session is open
 REFUSED = 401  # the credentials or the controller's security state
 OTHER = 10001  # every other failure
 
-_log = logging.getLogger("baywardilorest")
+_quiet = False
 # Lines said: the last one logged, the last one noted for who takes reports, and that one while it is not taken.
 _logged = _noted = _untaken = ""
 
@@ -74,14 +73,18 @@ def report(text: str) -> None:
     line = printable(text[:300])
     if line != _logged:
         _logged = line
-        _log.warning("%s", line)
+        if not _quiet:
+            import logging  # a megabyte that a service without failures does not need
+
+            logging.getLogger("baywardilorest").warning("%s", line)
     if line != _noted:
         _noted = _untaken = line
 
 
 def be_quiet(quiet: bool) -> None:
     """Whether what is said is kept from the log, by who takes reports and shows them."""
-    _log.disabled = quiet
+    global _quiet
+    _quiet = quiet
 
 
 def take_report() -> str:
