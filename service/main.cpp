@@ -1,4 +1,5 @@
 // Process entry: a foreground run with --stand-alone as the first argument, a daemon otherwise.
+#include <malloc.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -14,9 +15,20 @@ constexpr const char* kStandAloneOption = "--stand-alone";
 void KeepOthersFromWriting() {
     umask(umask(S_IWGRP | S_IWOTH) | S_IWGRP | S_IWOTH);
 }
+// An answer with hundreds of drives is needed for moments and the next one minutes later. Left to itself the
+// allocator learns from the first one to keep such blocks. The threads work little and seldom at the same
+// time: one heap does for all of them.
+void KeepMemorySmall() {
+    constexpr int kBytes = 64 * 1024;
+    mallopt(M_ARENA_MAX, 1);
+    mallopt(M_MMAP_THRESHOLD, kBytes);
+    mallopt(M_TRIM_THRESHOLD, kBytes);
+    mallopt(M_TOP_PAD, kBytes);
+}
 }  // namespace
 
 int main(int argc, char** argv) {
+    KeepMemorySmall();
     KeepOthersFromWriting();
     const bool standAlone = argc > 1 && std::strcmp(argv[1], kStandAloneOption) == 0;
     if (!standAlone && daemon(0, 0) != 0) {
