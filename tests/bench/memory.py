@@ -1,9 +1,10 @@
 #!/usr/bin/python3
-"""Memory of the idle service and its growth over many looks at a simulated controller. Prints figures, judges nothing.
+"""Memory of the service over many looks at a simulated controller.
 
-    memory.py --bin build/release/bin [CYCLES]
+    memory.py [--bin build/release/bin] [--drives N] [--json FILE] [CYCLES]
 
-Time runs twenty times as fast for the service, so a look every 3 seconds becomes one every 150 milliseconds.
+Time runs twenty times as fast for the service, so a look every 3 seconds becomes one every 150 milliseconds. What libfaketime
+itself holds is part of these figures.
 """
 
 from __future__ import annotations
@@ -12,19 +13,26 @@ import argparse
 import sys
 import time
 from pathlib import Path
-from typing import Dict, List, Optional, Sequence
+from typing import Dict, List, Sequence, Tuple
 
 ROOT = Path(__file__).resolve().parents[2]
-sys.path.insert(0, str(ROOT / "sim"))
+sys.path[:0] = [str(Path(__file__).resolve().parent), str(ROOT / "sim")]
 
+from figures import Figure, at_most, plain, print_table, save  # noqa: E402 (lies beside this script)
 from simcontroller.errors import Failure  # noqa: E402 (the packages lie beside the simulator)
 from simcontroller.process import ControllerProcess  # noqa: E402
 from simhost import HostError, SimHost, missing  # noqa: E402
 
+CYCLES = 1000
+DRIVES = 8
 SPEED = 20
-FIXED_MARKS = (100, 500)  # cycles at which memory is looked at, besides the first and the last
+SAMPLES = 50  # over the run
+GROWTH_TARGET = 5  # MiB; the soak does not allow more either
 STALL_SECONDS = 120.0  # so long without a new cycle means that something broke
 START_SECONDS = 60.0
+STOP_SECONDS = 60.0
+
+Samples = List[Tuple[int, int]]  # cycles done, KiB resident
 
 
 def cycles_of(counters: Dict[str, Dict[str, int]]) -> int:
@@ -44,8 +52,6 @@ def wait_for_cycle(sim: ControllerProcess, host: SimHost, cycle: int) -> int:
             seen, changed = now, time.monotonic()
         if not host.running or time.monotonic() - changed > STALL_SECONDS:
             raise HostError(f"the service made {now} of {cycle} looks\n{host.report()}")
-        if sys.stderr.isatty():
-            print(f"\r{now} of {cycle} cycles", end="", file=sys.stderr, flush=True)
         time.sleep(0.1)
 
 
@@ -53,65 +59,66 @@ def zombies(host: SimHost) -> int:
     return sum(child.state == "Z" for child in host.children())
 
 
-def measure(bin_dir: Path, cycles: int, options: Sequence[str]) -> None:
-    config = {"iLo": {"interval": 3000}, "media error": {"check": "false"}}
-    with ControllerProcess(*options) as sim, SimHost(bin_dir) as host:
-        config["iLo"]["url"] = sim.url
-        host.write_config(config)
+def figures_of(samples: Samples, descriptors: int, most_zombies: int, errors: int) -> List[Figure]:
+    """descriptors: how many more there are at the end than at the start."""
+    (_, first), (cycles, last) = samples[0], samples[-1]
+    return [
+        plain("resident memory, before the first cycle counts", first / 1024, "MiB"),
+        at_most(f"growth of memory over {cycles:,} cycles", (last - first) / 1024, "MiB", GROWTH_TARGET),
+        plain("growth of memory", (last - first) * 1024 / cycles, "bytes/cycle"),
+        at_most("more descriptors than at the start", descriptors, "", 0),
+        at_most("ended children that were left, most", most_zombies, "", 0),
+        at_most("error lines", errors, "", 0),
+    ]
+
+
+def measure(bin_dir: Path, cycles: int = CYCLES, options: Sequence[str] = ("--drives", str(DRIVES), "--volumes", "2"),
+            ) -> Tuple[List[Figure], Samples]:
+    """Figures, and the memory over the cycles for a plot."""
+    with ControllerProcess("--ilo", "5", *options) as sim, SimHost(bin_dir) as host:
+        host.write_config({"iLo": {"interval": 3000, "url": sim.url}, "media error": {"check": "false"}})
         registered = host.run(["baywardctl", "account", "set", sim.account], stdin=sim.password + "\n")
         if registered.returncode != 0:
             raise HostError(f"baywardctl: {registered.stderr.strip()}")
         host.start_service(stand_alone=False, faketime=f"+0 x{SPEED}")
         host.wait_trace("Start to monitor.", START_SECONDS)
-
-        begin = time.monotonic()
         base = wait_for_cycle(sim, host, cycles_of(sim.control.call("counters")) + 2)  # the baseline is taken
-        start_kib, start_descriptors = host.rss_kib(), len(host.descriptors())
-        print(f"controller        {' '.join(options)}")
-        print(f"idle service      {start_kib:7} KiB resident, {start_descriptors} descriptors")
-        most_zombies = zombies(host)
-        marks: List[int] = sorted({mark for mark in FIXED_MARKS if mark < cycles} | {cycles})
-        kib = start_kib
-        for mark in marks:
+        samples: Samples = [(0, host.rss_kib())]
+        descriptors, most_zombies = len(host.descriptors()), zombies(host)
+        for mark in sorted({max(1, cycles * number // SAMPLES) for number in range(1, SAMPLES + 1)}):
             seen = wait_for_cycle(sim, host, base + mark) - base
-            kib = host.rss_kib()
+            samples.append((seen, host.rss_kib()))
             most_zombies = max(most_zombies, zombies(host))
-            print(f"after {seen:6} cycles {kib:7} KiB resident, {kib - start_kib:+} KiB", flush=True)
-        seconds = time.monotonic() - begin
-        counters = sim.control.call("counters")
-        done = cycles_of(counters) - base
+        # A look may be under way, with descriptors of its own.
+        descriptors = min(len(host.descriptors()) for _ in range(20)) - descriptors
         errors = sum("[ER]" in line for line in host.trace_lines())
-        print(f"growth            {(kib - start_kib) * 1024 / done:7.1f} bytes per cycle")
-        print(f"descriptors       {len(host.descriptors()):7} at the end, {start_descriptors} at the start")
-        print(f"zombies           {most_zombies:7} at most")
-        print(f"requests served   {counters['total']:7} on {counters['connections']} connections")
-        print(f"error lines       {errors:7} in the trace log")
-        print(f"time              {seconds:7.1f} s, {seconds / done * 1000:.0f} ms per cycle "
-              f"at {SPEED} times the speed")
-        status = host.stop_service(60)
+        status = host.stop_service(STOP_SECONDS)
         if status != 0:
             raise HostError(f"the service ended with status {status}\n{host.report()}")
+    return figures_of(samples, descriptors, most_zombies, errors), samples
 
 
-def main(argv: Optional[Sequence[str]] = None) -> int:
-    parser = argparse.ArgumentParser(description="Memory of the idle service and its growth over many cycles.")
-    parser.add_argument("cycles", nargs="?", type=int, default=1000, metavar="CYCLES", help="default: 1000")
+def main() -> int:
+    parser = argparse.ArgumentParser(description=(__doc__ or "").split("\n\n", maxsplit=1)[0])
+    parser.add_argument("cycles", nargs="?", type=int, default=CYCLES, metavar="CYCLES", help=f"default: {CYCLES}")
     parser.add_argument("--bin", type=Path, default=ROOT / "build/release/bin", metavar="DIR",
                         help="run-time folder of the service (default: build/release/bin)")
-    parser.add_argument("--drives", type=int, default=8, help="drives of the one controller (default: 8)")
-    args = parser.parse_args(argv)
-    if args.cycles < 1 or args.drives < 1:
-        parser.error("CYCLES and DRIVES are at least 1")
+    parser.add_argument("--drives", type=int, default=DRIVES, help=f"drives of the one controller (default: {DRIVES})")
+    parser.add_argument("--json", type=Path, metavar="FILE", help="write the figures to this file as well")
+    args = parser.parse_args()
+    if args.cycles < 1 or args.drives < 2:
+        parser.error("CYCLES is at least 1, and there are at least two drives")
     try:
-        reason = missing()
+        reason = missing(faketime=True)
         if reason is not None:
             raise HostError(reason)
-        measure(args.bin, args.cycles, ["--ilo", "5", "--drives", str(args.drives), "--volumes", "2"])
+        figures, _ = measure(args.bin.resolve(), args.cycles, ["--drives", str(args.drives), "--volumes", "2"])
     except (HostError, Failure) as error:
         print(f"memory: {error}", file=sys.stderr)
         return 1
-    except KeyboardInterrupt:
-        return 130
+    print_table(figures)
+    if args.json:
+        save(args.json, figures)
     return 0
 
 

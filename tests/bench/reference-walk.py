@@ -1,10 +1,10 @@
 #!/usr/bin/python3
 """The yardstick of the service's walks: a plain client that reads the same storage resources one after the other.
 
-    reference-walk.py URL ACCOUNT PASSWORD [--walks N]
+    reference-walk.py URL ACCOUNT PASSWORD [--walks N] [--client http.client|requests|sushy]
 
-One kept-alive connection, nothing but http.client and json; the certificate is not verified. Prints one JSON object: the
-requests, wall-clock seconds and CPU seconds of one walk, on average over N (1), without log-in and log-out.
+One kept-alive connection, nothing but http.client and json unless a library is named; the certificate is not verified. Prints one JSON object: the
+requests, wall-clock seconds and CPU seconds of one walk, medians over N (1), without log-in and log-out.
 """
 
 from __future__ import annotations
@@ -15,15 +15,16 @@ import json
 import ssl
 import sys
 import time
-from typing import Any, Dict, List
+from statistics import median
+from typing import Any, Dict, List, Tuple
 from urllib.parse import urlsplit
 
 SESSIONS = "/redfish/v1/SessionService/Sessions/"
 MISSING = "ResourceMissingAtURI"
 
 
-class Client:
-    """A session with a controller."""
+class Plain:
+    """A session with a controller over http.client."""
 
     def __init__(self, url: str, account: str, password: str) -> None:
         context = ssl.SSLContext(ssl.PROTOCOL_TLS_CLIENT)
@@ -31,25 +32,15 @@ class Client:
         context.verify_mode = ssl.CERT_NONE
         self._connection = http.client.HTTPSConnection(urlsplit(url).netloc, timeout=60, context=context)
         self._headers = {"Content-Type": "application/json", "Accept": "application/json"}
-        self.requests = 0
         response, _ = self._ask("POST", SESSIONS, json.dumps({"UserName": account, "Password": password}))
         if response.status != 201:
             raise RuntimeError(f"the log-in got status {response.status}")
         self._headers["X-Auth-Token"] = response.getheader("X-Auth-Token", "")
         self._session = urlsplit(response.getheader("Location", "")).path
 
-    def get(self, path: str) -> Dict[str, Any]:
-        """The resource; nothing for one that is not there."""
-        self.requests += 1
+    def get(self, path: str) -> Tuple[int, bytes]:
         response, text = self._ask("GET", path)
-        if response.status == 404 and MISSING.encode() in text:
-            return {}
-        if response.status != 200:
-            raise RuntimeError(f"{path} got status {response.status}")
-        return json.loads(text)
-
-    def members(self, path: str) -> List[str]:
-        return links(self.get(path).get("Members", []))
+        return response.status, text
 
     def close(self) -> None:
         self._ask("DELETE", self._session)
@@ -59,6 +50,80 @@ class Client:
         self._connection.request(method, path, body or None, self._headers)
         response = self._connection.getresponse()
         return response, response.read()
+
+
+class Requests:
+    """The same over the library requests."""
+
+    def __init__(self, url: str, account: str, password: str) -> None:
+        import requests  # pylint: disable=import-outside-toplevel
+
+        self._url = url
+        self._session = requests.Session()
+        self._session.verify = False
+        self._session.trust_env = False
+        requests.packages.urllib3.disable_warnings()
+        answer = self._session.post(url + SESSIONS, json={"UserName": account, "Password": password}, timeout=60)
+        if answer.status_code != 201:
+            raise RuntimeError(f"the log-in got status {answer.status_code}")
+        self._session.headers["X-Auth-Token"] = answer.headers["X-Auth-Token"]
+        self._at = urlsplit(answer.headers["Location"]).path
+
+    def get(self, path: str) -> Tuple[int, bytes]:
+        answer = self._session.get(self._url + path, timeout=60)
+        return answer.status_code, answer.content
+
+    def close(self) -> None:
+        self._session.delete(self._url + self._at, timeout=60)
+        self._session.close()
+
+
+class Sushy:
+    """The same over the library sushy: its connector, which logs in and knows the errors of Redfish."""
+
+    def __init__(self, url: str, account: str, password: str) -> None:
+        import requests  # pylint: disable=import-outside-toplevel
+        import sushy  # pylint: disable=import-outside-toplevel
+
+        requests.packages.urllib3.disable_warnings()
+        self._missing = sushy.exceptions.ResourceNotFoundError
+        self._auth = sushy.auth.SessionAuth(account, password)
+        # It holds the connector in a member without a public name.
+        self._connector = sushy.Sushy(url, auth=self._auth, verify=False)._conn  # pylint: disable=protected-access
+
+    def get(self, path: str) -> Tuple[int, bytes]:
+        try:
+            answer = self._connector.get(path)
+        except self._missing:
+            return 404, MISSING.encode()
+        return answer.status_code, answer.content
+
+    def close(self) -> None:
+        self._auth.close()
+
+
+CLIENTS = {"http.client": Plain, "requests": Requests, "sushy": Sushy}
+
+
+class Client:
+    """Reads resources and counts the requests."""
+
+    def __init__(self, session: Any) -> None:
+        self._session = session
+        self.requests = 0
+
+    def get(self, path: str) -> Dict[str, Any]:
+        """The resource; nothing for one that is not there."""
+        self.requests += 1
+        status, text = self._session.get(path)
+        if status == 404 and MISSING.encode() in text:
+            return {}
+        if status != 200:
+            raise RuntimeError(f"{path} got status {status}")
+        return json.loads(text)
+
+    def members(self, path: str) -> List[str]:
+        return links(self.get(path).get("Members", []))
 
 
 def links(items: List[Dict[str, str]]) -> List[str]:
@@ -100,21 +165,26 @@ def main() -> int:
     parser.add_argument("account")
     parser.add_argument("password")
     parser.add_argument("--walks", type=int, default=1, metavar="N", help="default: 1")
+    parser.add_argument("--client", choices=CLIENTS, default="http.client", help="what asks (default: http.client)")
     args = parser.parse_args()
     if args.walks < 1:
         parser.error("--walks is at least 1")
     try:
-        client = Client(args.url, args.account, args.password)
-        begun, used = time.perf_counter(), time.process_time()
+        session = CLIENTS[args.client](args.url, args.account, args.password)
+        client = Client(session)
+        asked, walls, cpus = [], [], []
         for _ in range(args.walks):
+            before, begun, used = client.requests, time.perf_counter(), time.process_time()
             walk(client)
-        wall, cpu = time.perf_counter() - begun, time.process_time() - used
-        client.close()
+            cpus.append(time.process_time() - used)
+            walls.append(time.perf_counter() - begun)
+            asked.append(client.requests - before)
+        session.close()
     except (OSError, http.client.HTTPException, RuntimeError, ValueError, KeyError) as error:
         print(f"reference-walk: {error}", file=sys.stderr)
         return 1
-    print(json.dumps({"walks": args.walks, "requests": client.requests / args.walks,
-                      "wall_seconds": wall / args.walks, "cpu_seconds": cpu / args.walks}))
+    print(json.dumps({"walks": args.walks, "requests": median(asked), "wall_seconds": median(walls),
+                      "cpu_seconds": median(cpus)}))
     return 0
 
 
