@@ -186,6 +186,31 @@ bool DecryptAccount(int record, unsigned char* buffer, std::size_t length, Comma
     return true;
 }
 
+StoredAccount::StoredAccount(CommandRunner& commands, std::string root)
+    : m_commands(commands), m_root(std::move(root)) {}
+
+bool StoredAccount::Read(int record, unsigned char* buffer, std::size_t length) {
+    if (record == kAccountNameRecord) {
+        m_commands.Forget();  // the next look begins
+    }
+    return DecryptAccount(record, buffer, length, m_commands, m_root);
+}
+
+CommandResult StoredAccount::Repeater::Capture(const std::string& command,
+                                               std::chrono::milliseconds deadline) {
+    if (m_answer && m_command == command) {
+        return *std::exchange(m_answer, std::nullopt);
+    }
+    m_command = command;
+    m_answer = m_commands.Capture(command, deadline);
+    return *m_answer;
+}
+
+CommandResult StoredAccount::Repeater::Execute(const std::string& command,
+                                               std::chrono::milliseconds deadline) {
+    return m_commands.Execute(command, deadline);
+}
+
 std::string get_uuid() {
     ShellRunner shell;
     return get_uuid(shell);

@@ -3,7 +3,9 @@
 #pragma once
 
 #include <array>
+#include <chrono>
 #include <cstddef>
+#include <optional>
 #include <string>
 
 #include "shell.h"
@@ -43,6 +45,35 @@ bool DecryptAccount(int record, unsigned char* buffer, std::size_t length);
 // With other doors: `root` goes before the file's path.
 bool DecryptAccount(int record, unsigned char* buffer, std::size_t length,
                     tovaserverutil::CommandRunner& commands, const std::string& root);
+
+// Reads both records as DecryptAccount does, one look after the other: the name, then the password if there
+// is a name. dmidecode runs once for both. For one thread; the doors must outlive it.
+class StoredAccount {
+public:
+    explicit StoredAccount(tovaserverutil::CommandRunner& commands, std::string root = {});
+
+    bool Read(int record, unsigned char* buffer, std::size_t length);
+
+private:
+    // Gives the answer to the last command once more, unless that is forgotten.
+    class Repeater final : public tovaserverutil::CommandRunner {
+    public:
+        explicit Repeater(tovaserverutil::CommandRunner& commands) : m_commands(commands) {}
+        void Forget() { m_answer.reset(); }
+        tovaserverutil::CommandResult Capture(const std::string& command,
+                                              std::chrono::milliseconds deadline) override;
+        tovaserverutil::CommandResult Execute(const std::string& command,
+                                              std::chrono::milliseconds deadline) override;
+
+    private:
+        tovaserverutil::CommandRunner& m_commands;
+        std::string m_command;
+        std::optional<tovaserverutil::CommandResult> m_answer;
+    };
+
+    Repeater m_commands;
+    std::string m_root;
+};
 
 // The system UUID as dmidecode tells it, without hyphens; empty when it tells none. Throws what exec_cmd
 // throws.

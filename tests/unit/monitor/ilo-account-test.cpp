@@ -189,6 +189,36 @@ TEST_F(AccountTest, DmidecodeThatCannotRunOrHangs_ThrowsAsLongAsThereIsAFile) {
     }
 }
 
+TEST_F(AccountTest, BothRecordsOfALook_AreReadWithOneCommand) {
+    root.Write("etc/.TARNiLO0", Encipher(0, "user"));
+    root.Write("etc/.TARNiLO1", Encipher(1, "secret"));
+    StoredAccount account(commands, root.path());
+    std::array<unsigned char, 40> text{};
+    for (std::size_t look = 1; look <= 3; ++look) {
+        EXPECT_TRUE(account.Read(0, text.data(), text.size()));
+        EXPECT_STREQ(reinterpret_cast<char*>(text.data()), "user");
+        EXPECT_TRUE(account.Read(1, text.data(), text.size()));
+        EXPECT_STREQ(reinterpret_cast<char*>(text.data()), "secret");
+        EXPECT_EQ(commands.commands.size(), look);
+    }
+}
+
+TEST_F(AccountTest, EveryLook_AsksForTheUuidAnew) {
+    root.Write("etc/.TARNiLO0", Encipher(0, "user"));
+    StoredAccount account(commands, root.path());
+    std::array<unsigned char, 40> text{};
+    EXPECT_TRUE(account.Read(0, text.data(), text.size()));
+    SetUuid("");
+    EXPECT_THROW(account.Read(0, text.data(), text.size()), std::invalid_argument);
+    SetUuid(kUuid);
+    EXPECT_TRUE(account.Read(0, text.data(), text.size()));
+    // No password was read in between; two in a row are two looks.
+    EXPECT_FALSE(account.Read(1, text.data(), text.size()));
+    EXPECT_EQ(commands.commands.size(), 3U);
+    EXPECT_FALSE(account.Read(1, text.data(), text.size()));
+    EXPECT_EQ(commands.commands.size(), 4U);
+}
+
 TEST(AccountKey, IsMadeOfUuidAndFixedHalfInTheOrderOfTheRecord) {
     const unsigned char expected[16] = {0x00, 0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77,
                                         0x88, 0x99, 0xaa, 0xbb, 0xcc, 0xdd, 0xee, 0xff};
