@@ -83,13 +83,15 @@ class Sushy:
 
     def __init__(self, url: str, account: str, password: str) -> None:
         import requests  # pylint: disable=import-outside-toplevel
-        import sushy  # pylint: disable=import-outside-toplevel
+        import sushy.connector  # pylint: disable=import-outside-toplevel
 
         requests.packages.urllib3.disable_warnings()
         self._missing = sushy.exceptions.ResourceNotFoundError
         self._auth = sushy.auth.SessionAuth(account, password)
-        # It holds the connector in a member without a public name.
-        self._connector = sushy.Sushy(url, auth=self._auth, verify=False)._conn  # pylint: disable=protected-access
+        self._connector = sushy.connector.Connector(url, verify=False)
+        # Variables such as REQUESTS_CA_BUNDLE would have the certificate verified all the same.
+        self._connector._session.trust_env = False  # pylint: disable=protected-access
+        sushy.Sushy(url, auth=self._auth, connector=self._connector)  # logs in
 
     def get(self, path: str) -> Tuple[int, bytes]:
         try:
