@@ -3,8 +3,9 @@
 
     bench.py [--build build/release] [CYCLES]
 
-Prints one table, writes it as JSON into build/bench.json and draws the plots docs/bench-*.svg. The exit status is 1 when a
-target is missed, 2 when something could not be measured; on a machine that does other things too the former proves nothing.
+Prints one table, writes it as JSON into build/bench.json and what README shows of it into build/bench.md, and draws the plots
+docs/bench-*.svg. The exit status is 1 when a target is missed, 2 when something could not be measured; on a machine that
+does other things too the former proves nothing.
 """
 
 from __future__ import annotations
@@ -23,6 +24,7 @@ import memory  # noqa: E402 (these lie beside this script)
 import micro  # noqa: E402
 import parsers  # noqa: E402
 import walks  # noqa: E402
+from essence import markdown  # noqa: E402
 from figures import MISSED, Figure, print_table, save  # noqa: E402
 from plots import Chart, Line, write  # noqa: E402
 from simcontroller.errors import Failure  # noqa: E402 (the scripts above have put the simulator on the path)
@@ -93,6 +95,7 @@ def main() -> int:
         print(f"bench: {error}", file=sys.stderr)
         return 2
     save(args.json, figures)
+    args.json.with_suffix(".md").write_text(markdown(figures, machine()), encoding="utf-8")
     print_table(figures)
     missed = sum(figure.verdict == MISSED for figure in figures)
     print(f"{machine()}\n{missed} of {sum(figure.target is not None for figure in figures)} targets missed")

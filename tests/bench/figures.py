@@ -51,7 +51,7 @@ def plain(figure: str, value: float, unit: str) -> Figure:
     return Figure(figure, value, unit)
 
 
-def _number(value: float) -> str:
+def number(value: float) -> str:
     """Three significant digits, whole numbers in full."""
     if value == 0 or abs(value) >= 100:
         return f"{value:,.0f}"
@@ -59,7 +59,7 @@ def _number(value: float) -> str:
 
 
 def _cells(figure: Figure) -> Tuple[str, ...]:
-    with_unit = f"{_number(figure.value)} {figure.unit}".rstrip()
+    with_unit = f"{number(figure.value)} {figure.unit}".rstrip()
     if figure.target is None:
         return figure.figure, with_unit, NO_TARGET, NO_TARGET, figure.verdict
     target = f"{figure.bound} {figure.target:,g} {figure.unit}".rstrip()

@@ -1,0 +1,44 @@
+"""The figures that README shows, as Markdown."""
+
+from __future__ import annotations
+
+from typing import Dict, List, Sequence
+
+from figures import Figure, NO_TARGET, number
+from walks import EXPANDED, OFF, TREES
+
+WALKS = ((EXPANDED.name, "the service"), (OFF.name, "the service, `expand=false`"), ("reference", "reference"))
+OTHERS = {
+    'start to "Service started.", median': 'Start to "Service started."',
+    "SIGTERM to exit, median": "Stop while it waits",
+    "resident memory after walks of 8 drives": "Resident memory, 8 drives",
+    "resident memory after walks of L": "Resident memory, 200 drives",
+    "wake-ups of a thread in a pause, most": "Wake-ups of a thread between two looks",
+    "report parser, speed beside grep's": "Report parser, speed beside grep over the same 100 MB",
+    "event log parser, speed beside grep's": "Event-log parser, the same",
+    "rules over 10,000 drives, nothing has changed": "Rules over two snapshots with 10,000 drives",
+    "rules over 10,000 drives, a tenth of the drives fails": "The same, a tenth of the drives fails",
+    "trace log, a new file after 4 MiB": "Trace log with rotation",
+}
+
+
+def table(head: Sequence[str], rows: Sequence[Sequence[str]]) -> List[str]:
+    return [f"| {' | '.join(row)} |" for row in (head, ["---"] * len(head), *rows)]
+
+
+def markdown(figures: Sequence[Figure], machine: str) -> str:
+    """KeyError when one of the figures was not measured."""
+    by_name: Dict[str, Figure] = {figure.figure: figure for figure in figures}
+
+    def value(name: str) -> str:
+        return f"{number(by_name[name].value)} {by_name[name].unit}".rstrip()
+
+    def target(figure: Figure) -> str:
+        return NO_TARGET if figure.target is None else f"{figure.bound} {figure.target:,g} {figure.unit}".rstrip()
+
+    looks = [[f"{tree.name}: {tree.what}" if key == EXPANDED.name else "", who,
+              f"{by_name[f'{tree.name}, {key}, requests'].value:.0f}", value(f"{tree.name}, {key}, wall time"),
+              value(f"{tree.name}, {key}, CPU time")] for tree in TREES for key, who in WALKS]
+    others = [[shown, value(name), target(by_name[name])] for name, shown in OTHERS.items()]
+    return "\n".join([*table(("One look at", "by", "requests", "time", "CPU time"), looks), "",
+                      *table(("Figure", "value", "target"), others), "", f"Measured on {machine}.", ""])
