@@ -32,7 +32,7 @@ from simhost import HostError, missing  # noqa: E402
 
 ROOT = Path(__file__).resolve().parents[2]
 LINES = {"service": walks.EXPANDED.name, f"service, {walks.OFF.name}": walks.OFF.name,
-         "reference, one request for each resource": walks.YARDSTICK}
+         "reference, one by one": walks.YARDSTICK}
 
 Result = TypeVar("Result")
 
