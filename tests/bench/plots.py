@@ -15,7 +15,7 @@ from pathlib import Path
 from typing import List, Sequence, Tuple
 
 WIDTH, HEIGHT = 440, 300  # of a chart with its labels
-_LEFT, _RIGHT, _TOP, _BOTTOM = 64, 16, 40, 52
+_LEFT, _RIGHT, _TOP, _BOTTOM = 64, 24, 40, 52
 _LEGEND = 28
 _TICKS = 5
 
