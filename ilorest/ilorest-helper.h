@@ -13,9 +13,9 @@
 // Where the service's module lies: in the working directory.
 inline constexpr const char* kModuleFolder = ".";
 
-// Starts the interpreter on first use, ends it with finalize() or destruction and starts it again on the next
-// use. States: no interpreter -> module loaded -> session open -> module loaded (close) -> no interpreter
-// (finalize).
+// Starts the interpreter and loads the module on first use, forgets the module with finalize() and loads it
+// anew on the next use; the interpreter itself ends with the object (python-runtime.h). States: no module ->
+// module loaded -> session open -> module loaded (close) -> no module (finalize).
 //
 // Failures are thrown as text. C-string literals (const char*): "Python already initialized.", "Python Module
 // import failed." and "Python Function Not found.". A char* into a buffer of this object, valid until its

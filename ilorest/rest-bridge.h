@@ -47,7 +47,7 @@ public:
                                    std::uint32_t retryCount, std::uint32_t retryInterval) = 0;
     // Ends the session.
     virtual void close() = 0;
-    // Ends the session and starts the interpreter and the module afresh. Never throws.
+    // Ends the session and loads the module afresh. Never throws.
     virtual void reset() = 0;
 
     virtual void set_vNIC(bool vNIC) = 0;

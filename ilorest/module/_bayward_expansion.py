@@ -1,7 +1,7 @@
 """Fewer requests: collections are asked with their members in place, each of which is kept until it is asked for.
 
-Who asks sees no difference: a collection lists its links and a member is the text that a request of its own would have
-given. Whatever does not look like that goes to the controller as if there was nothing in place.
+Who asks sees no difference: a collection lists the links of its plain form, and a member is the text that a request of
+its own would have given. Whatever does not look like that goes to the controller as if there was nothing in place.
 """
 
 from __future__ import annotations
@@ -15,15 +15,14 @@ from _bayward_shaping import has_members, member, parse_object, shaped_text
 KEPT_SECONDS = 60.0
 # Of all kept texts together. The 200 drives of a full controller have some 150,000.
 MAX_KEPT_BYTES = 4 * 1024 * 1024
-# Of the time of a whole get, for the form with members; what is left is for the form without.
-EXPANDED_SECONDS = 30.0
+# Of the 45 seconds of a whole get, for the form with members; the form without needs its 30 when that fails.
+EXPANDED_SECONDS = 15.0
 UNANSWERED_LIMIT = 2  # so often in a row without an answer, and a path is asked without members from then on
 MAX_REMEMBERED = 10_000  # paths, or links; no server has so many, but one could name new ones for ever
 
 NOT_READY = "ResourceNotReadyRetry"
 MISSING = "ResourceMissingAtURI"
 
-_SYSTEMS = "systems"
 _DRIVES = "drives"
 _STATUS = {"Health": {}, "State": {}}
 
@@ -35,7 +34,6 @@ def _named(*names: str) -> dict:
 # The collections whose members are all asked for one by one, by the last name of their path, with what a member must
 # have to be taken as whole. The drives of a logical drive are none: they are asked for among all drives.
 _NEEDED = {
-    _SYSTEMS: {"Id": {}, "Storage": {}, "Oem": {"Hpe": {"Links": {}}}},
     "arraycontrollers": {**_named("Id", "Model", "Location", "SerialNumber"), "Status": _STATUS},
     "logicaldrives": {**_named("Id", "LogicalDriveNumber"), "Status": _STATUS},
     "diskdrives": {**_named("Id", "Model", "CapacityGB", "CapacityMiB", "BlockSizeBytes", "CapacityLogicalBlocks",
@@ -47,6 +45,8 @@ _NEEDED = {
     _DRIVES: {**_named("Id", "Model", "SerialNumber", "MediaType", "CapacityBytes", "PhysicalLocation",
                        "FailurePredicted"), "Status": _STATUS, "Links": {"Volumes": {}}},
 }
+# What a worn SSD is known by.
+_WEAR = {"diskdrives": "SSDEnduranceUtilizationPercentage", _DRIVES: "PredictedMediaLifeLeftPercent"}
 _EMPTY_BAY = {"Id": {}, "Status": _STATUS, "PhysicalLocation": {}}  # all that one tells
 _STARTING = "Starting"
 
@@ -55,15 +55,13 @@ _CHASSIS_DRIVE = re.compile(r"(/redfish/v1/Chassis/[^/]+/Drives)/[^/]+(/?)", re.
 
 
 class Reading:
-    """One answer. `resource` is what its body holds, where that was read already; `members` are those that came whole
-    in place of their links."""
+    """One answer. `resource` is what its body holds, where that was read already."""
 
-    __slots__ = ("answer", "resource", "members")
+    __slots__ = ("answer", "resource")
 
     def __init__(self, answer: Answer, resource: dict | None = None) -> None:
         self.answer = answer
         self.resource = resource
-        self.members: list[dict] = []
 
 
 class _NotExpanded(Exception):
@@ -83,10 +81,9 @@ class Expansion:
         self._plain: set[str] = set()  # refused, ignored or failed with members, and answered without
         self._absent: set[str] = set()  # failed in both forms the last time: when they come back, the plain one tells
         self._unanswered: dict[str, int] = {}
-        # By path, where members in place name themselves otherwise than the collection lists them: the links, by the
-        # resource they lead to.
+        # By path, what its plain form lists: the links, by the resource they lead to. Members in place may name themselves
+        # otherwise, or be fewer than there are.
         self._listed: dict[str, dict[str, str]] = {}
-        self._systems_needed = False
         self._forget()
 
     def begin_walk(self) -> None:
@@ -97,12 +94,9 @@ class Expansion:
             for remembered in (self._plain, self._absent, self._unanswered, self._listed):
                 remembered.clear()
 
-    def need_systems(self) -> None:
-        """The systems' own resources are asked for, too, in each walk; most servers' walks do without them."""
-        self._systems_needed = True
-
     def take(self, path: str, deadline: Deadline) -> str | None:
         """The text of a member that was in place, once; None when the controller has to be asked."""
+        self._forget_other_session()
         key = canonical(path)
         folder = self._folders.get(key)
         if folder is not None and key not in self._kept:
@@ -145,7 +139,13 @@ class Expansion:
             if len(paths) > 1 and folder not in self._plain:  # one drive is one request either way
                 self._folders.update((path, folder) for path in paths)
 
+    def _forget_other_session(self) -> None:
+        """An expired session is renewed in the midst of a walk, by whichever request finds that out."""
+        if self._log_ins != self._session.log_ins:
+            self._forget()
+
     def _forget(self) -> None:
+        self._log_ins = self._session.log_ins
         # Path -> when it was asked for (monotonic clock), and the text.
         self._kept: dict[str, tuple[float, str]] = {}
         self._kept_bytes = 0
@@ -154,36 +154,42 @@ class Expansion:
     def _kind(self, path: str) -> str:
         """The collection's row in the table; empty for what is asked plainly."""
         name = canonical(path).rpartition("/")[2].lower()
-        if not self._enabled or name not in _NEEDED or name == _DRIVES:
-            return ""
-        return name if name != _SYSTEMS or self._systems_needed else ""
+        return name if self._enabled and name in _NEEDED and name != _DRIVES else ""
 
     def _fetch_expanded(self, path: str, kind: str, deadline: Deadline) -> Reading:
         begun = time.monotonic()
         answer, resource = self._ask(path, deadline)
-        if resource is None:
-            return Reading(answer)
         members = resource["Members"]
         if members and _are_links(members):
             self._plain.add(path)  # ignored, which makes the answer the plain one
             return Reading(answer, resource)
         reading = self._as_listed(path, answer, resource, deadline)
-        reading.members = [item for item in members if _is_ready(kind, item)]
-        if kind != _SYSTEMS:  # whose own resources nobody asks for
-            self._keep(reading.members, begun)
+        listed = self._listed.get(path, {})
+        self._keep([item for item in members if canonical(item["@odata.id"]) in listed and _is_ready(kind, item)], begun)
         return reading
 
-    def _ask(self, path: str, deadline: Deadline) -> tuple[Answer, dict | None]:
-        """The answer with members, and the collection in it; None when the session is gone. Raises _NotExpanded, and
-        Failure when a session cannot be opened."""
+    def _as_listed(self, path: str, answer: Answer, resource: dict, deadline: Deadline) -> Reading:
+        """The collection as its plain form lists it. That is asked for once a session, and when the members change: one
+        that only cannot be put in place, a failed drive say, must not look like one that is gone."""
+        keys = [canonical(item["@odata.id"]) for item in resource["Members"]]
+        known = self._listed.get(path)
+        if known is not None and sorted(keys) == sorted(known):
+            return Reading(answer, {**resource, "Members": [{"@odata.id": link} for link in known.values()]})
+        plain = self._session.fetch(path, deadline)
+        self._listed[path] = known = _links(plain)
+        if plain.succeeded() and sorted(keys) != sorted(known):
+            self._plain.add(path)  # it does not put every member in place
+        return Reading(plain)
+
+    def _ask(self, path: str, deadline: Deadline) -> tuple[Answer, dict]:
+        """The answer with members, and the collection in it. Raises _NotExpanded, and Failure when a session cannot be
+        opened."""
         try:
             answer = self._session.fetch(f"{path}?$expand=.", Deadline(deadline.left(EXPANDED_SECONDS)))
         except Failure as failure:
             if not self._session.is_open():
                 raise
             raise _NotExpanded(self._is_lasting(path, failure)) from None
-        if answer.lacks_session():
-            return answer, None
         self._unanswered.pop(path, None)
         if not answer.succeeded():
             raise _NotExpanded(lasting=NOT_READY.encode("ascii") not in answer.body)
@@ -201,22 +207,6 @@ class Expansion:
         self._unanswered[path] = self._unanswered.get(path, 0) + 1
         return self._unanswered[path] >= UNANSWERED_LIMIT
 
-    def _as_listed(self, path: str, answer: Answer, resource: dict, deadline: Deadline) -> Reading:
-        """The collection with the links that it lists without members. Storage devices name themselves without the
-        slash that the controller puts at the end of its links to them: then these are learned from the plain form."""
-        members = resource["Members"]
-        slashed = str(resource.get("@odata.id")).endswith("/")
-        if all(item["@odata.id"].endswith("/") == slashed for item in members):
-            return Reading(answer, resource)
-        known = self._listed.get(path, {})
-        keys = [canonical(item["@odata.id"]) for item in members]
-        if all(key in known for key in keys):
-            listed = {**resource, "Members": [{"@odata.id": known[key]} for key in keys]}
-            return Reading(answer, listed)
-        plain = self._session.fetch(path, deadline)
-        self._listed[path] = _links(plain)
-        return Reading(plain)
-
     def _keep_drives(self, folder: str, deadline: Deadline) -> None:
         """Keep those of a collection's drives that a storage resource lists; it may have more."""
         wanted = {path for path, place in self._folders.items() if place == folder}
@@ -231,21 +221,19 @@ class Expansion:
             if outcome.lasting:
                 self._plain.add(folder)
             return
-        if resource is None:
-            return
         members = [item for item in resource["Members"] if canonical(item["@odata.id"]) in wanted]
         if _are_links(members):
             self._plain.add(folder)
         self._keep([item for item in members if _is_ready(_DRIVES, item)], begun)
 
     def _keep(self, members: list[dict], begun: float) -> None:
+        self._forget_other_session()
         for item in members:
-            text = shaped_text(item)
-            if NOT_READY in text or MISSING in text or self._kept_bytes + len(text) > MAX_KEPT_BYTES:
-                continue
-            self._kept[canonical(item["@odata.id"])] = begun, text
-            self._kept_bytes += len(text)
-            self.note_drives(item)
+            key, text = canonical(item["@odata.id"]), shaped_text(item)
+            if key not in self._kept and self._kept_bytes + len(text) <= MAX_KEPT_BYTES:
+                self._kept[key] = begun, text
+                self._kept_bytes += len(text)
+                self.note_drives(item)
 
 
 def canonical(path: str) -> str:
@@ -264,14 +252,15 @@ def _links(answer: Answer) -> dict[str, str]:
 
 
 def _is_whole(collection: dict) -> bool:
-    """Whether all members are there and name themselves: what comes in pages, say, lists fewer than the plain form."""
+    """Whether all members are there and name themselves, each otherwise: what comes in pages, say, lists fewer."""
     members = collection.get("Members")
     if not isinstance(members, list) or "Members@odata.nextLink" in collection:
         return False
-    count = collection.get("Members@odata.count")
-    if isinstance(count, int) and count > len(members):
+    if collection.get("Members@odata.count", len(members)) != len(members):
         return False
-    return all(isinstance(item, dict) and isinstance(item.get("@odata.id"), str) for item in members)
+    if not all(isinstance(item, dict) and isinstance(item.get("@odata.id"), str) for item in members):
+        return False
+    return len({canonical(item["@odata.id"]) for item in members}) == len(members)
 
 
 def _are_links(members: list[dict]) -> bool:
@@ -281,12 +270,22 @@ def _are_links(members: list[dict]) -> bool:
 
 def _is_ready(kind: str, resource: dict) -> bool:
     """Whether a member in place tells all that its own resource would. It may be a link, or not ready yet."""
-    if "error" in resource or "@Message.ExtendedInfo" in " ".join(resource):
+    said = repr(resource)
+    if "error" in resource or "@Message.ExtendedInfo" in said or NOT_READY in said or MISSING in said:
         return False
     state = member(resource, "Status", "State")
     if state == _STARTING:
         return False
-    if kind == "storage" and not ("StorageControllers" in resource or "Controllers" in resource):
+    if kind == "storage" and not _lists_all(resource):
+        return False
+    if member(resource, "MediaType") == "SSD" and resource.get(_WEAR.get(kind, "MediaType")) is None:
         return False
     empty = kind == _DRIVES and state == "Absent" and "Model" not in resource
     return has_members(resource, _EMPTY_BAY if empty else _NEEDED[kind])
+
+
+def _lists_all(storage: dict) -> bool:
+    """Whether a storage resource has controllers, and as many drives as it counts."""
+    drives = storage.get("Drives")
+    return (("StorageControllers" in storage or "Controllers" in storage) and isinstance(drives, list)
+            and storage.get("Drives@odata.count", len(drives)) == len(drives))

@@ -4,7 +4,7 @@ from __future__ import annotations
 
 import re
 
-from _bayward_expansion import MISSING, NOT_READY, Expansion, canonical
+from _bayward_expansion import MISSING, NOT_READY, Expansion
 from _bayward_outcome import OTHER, REFUSED, Answer, Deadline, Failure
 from _bayward_shaping import member, parse_object, shaped_text
 
@@ -60,8 +60,6 @@ class Resources:
         text = self._counted(shaped_text(resource))
         if answer.succeeded():
             self._expansion.note_drives(resource)
-            if _SYSTEMS.fullmatch(path):
-                self._note_families(reading.members)
             return text
         if MISSING in text and self._is_absent_storage(path, deadline):
             return shaped_text({"@odata.id": path, "Members": [], "Members@odata.count": 0})
@@ -99,15 +97,7 @@ class Resources:
                 self._families[system] = _linked_families(parse_object(answer.body))
             except Failure:
                 return False
-        absent = family not in self._families[system]
-        if absent:
-            self._expansion.need_systems()
-        return absent
-
-    def _note_families(self, systems: list[dict]) -> None:
-        """Of systems that came with their collection."""
-        for system in systems:
-            self._families[canonical(system["@odata.id"])] = _linked_families(system)
+        return family not in self._families[system]
 
 
 def _linked_families(system: dict) -> frozenset[str]:

@@ -24,6 +24,7 @@ class RenewedSession:
     def __init__(self) -> None:
         # A resource that is refused to a fresh session too: it is not worth a log-in each time it is asked for.
         self._refused = ""
+        self.log_ins = 0  # renewals so far
 
     def fetch(self, path: str, deadline: Deadline) -> Answer:
         """GET a path. An expired session is opened once more and the request sent again."""
@@ -34,6 +35,7 @@ class RenewedSession:
             # Perhaps only this resource is refused; then the session still counts among the few of the controller.
             self._end(deadline)
         self._open(deadline)
+        self.log_ins += 1
         answer = self._get(path, deadline)
         if answer.lacks_session():
             self._refused = path

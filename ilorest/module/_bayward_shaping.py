@@ -77,11 +77,12 @@ def member(resource: object, *names: str) -> object:
 
 
 def has_members(resource: object, needed: dict) -> bool:
-    """Whether the resource has every member named, and each of them those that are named as its own."""
-    if not isinstance(resource, dict) or not needed.keys() <= resource.keys():
+    """Whether the resource has every member named, none of them null, and each of them those that are named as its own."""
+    if not isinstance(resource, dict):
         return False
     for name, parts in needed.items():
-        if parts and not has_members(resource[name], parts):
+        part = resource.get(name)
+        if part is None or (parts and not has_members(part, parts)):
             return False
     return True
 

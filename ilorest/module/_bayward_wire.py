@@ -69,7 +69,7 @@ class _Headers:
                 return
             text = line.decode("latin-1")
             if text[0] in " \t" and values:
-                values[-1] += f" {text.strip()}"  # goes on from the line before
+                values[-1] = f"{values[-1]} {text.strip()}".strip()  # goes on from the line before
                 continue
             name, _, value = text.partition(":")
             values = self._values.setdefault(name.rstrip().lower(), [])

@@ -32,7 +32,8 @@ class _Open:
     def __init__(self, target: Target, session, expand: bool) -> None:  # type: ignore[no-untyped-def]
         self.target = target
         self.session = session
-        self.resources = _bayward_resources.Resources(session, expand)
+        # In-band nothing limits how long the controller takes for a large answer.
+        self.resources = _bayward_resources.Resources(session, expand and not target.in_band)
 
 
 _open: _Open | None = None

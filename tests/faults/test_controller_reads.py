@@ -146,7 +146,7 @@ def test_resource_that_stays_refused_is_no_outage_of_the_account(service: Troubl
 
 
 def test_storm_leaves_neither_memory_nor_descriptors(service: Troubled) -> None:
-    """Each fault also starts the interpreter anew."""
+    """Each fault also loads the helper module anew."""
     faults = [("wire", DRIVE, f"{HTTP_OK}\r\n{'x' * 1100000}", 1), ("wire", DRIVE, f"{HTTP_OK}X: {'y' * 70000}", 1),
               ("body", DRIVE, f'{{"x":[{"1," * 100000}1]}}', 1)]
     host = service.watched.host

@@ -21,6 +21,8 @@ NEITHER = {"Id": "1", "Oem": {"Hpe": {"Links": {"PCISlots": {"@odata.id": "/x"}}
 class FakeSession:
     """Answers from a table of path (without trailing slash and query) -> (status, object); counts the requests."""
 
+    log_ins = 0
+
     def __init__(self, table):
         self.table = table
         self.paths = []
@@ -66,7 +68,7 @@ def test_each_family_is_judged_by_its_own_link():
 def test_unlinked_collection_that_is_there_is_handed_on():
     session = FakeSession({SYSTEM: (200, NEITHER), STORAGE.rstrip("/"): (200, {"Members": []})})
     assert Resources(session).get(STORAGE) == '{"Members":[]}'
-    assert session.paths == [STORAGE + "?$expand=."]
+    assert session.paths == [STORAGE + "?$expand=.", STORAGE]
 
 
 def test_unlinked_collection_that_is_not_ready_is_handed_on():

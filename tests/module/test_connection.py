@@ -174,6 +174,11 @@ def test_header_lines_that_are_folded_odd_or_written_otherwise(module, raw_serve
     assert module.get(SYSTEMS) == "{}"
 
 
+def test_header_whose_value_begins_on_the_next_line(module, raw_server):
+    opened(module, raw_server, sending(b"HTTP/1.1 200 OK\r\nContent-Length:\r\n 2\r\n\r\n{}behind it"))
+    assert module.get(SYSTEMS) == "{}"
+
+
 @pytest.mark.parametrize("lines", [b"X: y\r\n" * 100, b"X: " + b"y" * 70_000 + b"\r\n"])
 def test_more_header_than_anybody_sends_is_another_error(module, raw_server, lines):
     opened(module, raw_server, sending(b"HTTP/1.1 200 OK\r\n" + lines + b"Content-Length: 2\r\n\r\n{}"))

@@ -54,6 +54,7 @@ class Controller:
         self.answers = {}
         self.asked = []
         self.open = True
+        self.log_ins = 0
 
     def is_open(self):
         return self.open
@@ -118,16 +119,26 @@ def drive_paths(controller):
     return [body["@odata.id"] for body in controller.members[DRIVES]]
 
 
+def walked(controller, *paths):
+    """The resources of a session that knows already what these collections list."""
+    resources = Resources(controller)
+    for path in paths:
+        resources.get(path)
+    resources.get(SYSTEMS)
+    controller.new()
+    return resources
+
+
 # ---- What was in place ----
 
 def test_members_in_place_are_handed_out_without_a_request(array):
-    resources = Resources(array)
+    resources = walked(array, DRIVES)
     same_as_plain(array, resources, DRIVES, *drive_paths(array))
     assert array.new() == [DRIVES + EXPAND]
 
 
 def test_member_is_handed_out_once(array):
-    resources = Resources(array)
+    resources = walked(array, DRIVES)
     resources.get(DRIVES)
     for path in drive_paths(array) * 2:
         resources.get(path)
@@ -135,14 +146,14 @@ def test_member_is_handed_out_once(array):
 
 
 def test_member_is_found_with_and_without_a_slash_at_the_end(array):
-    resources = Resources(array)
+    resources = walked(array, DRIVES)
     resources.get(DRIVES)
     assert "S1" in resources.get(f"{DRIVES}1")
     assert array.new() == [DRIVES + EXPAND]
 
 
 def test_members_of_another_walk_are_forgotten(array):
-    resources = Resources(array)
+    resources = walked(array, DRIVES)
     resources.get(DRIVES)
     resources.get(SYSTEMS)
     resources.get(f"{DRIVES}1/")
@@ -186,7 +197,7 @@ def test_what_saves_nothing_is_asked_plainly(path):
 
 
 def test_kept_texts_have_a_limit(array, monkeypatch):
-    resources = Resources(array)
+    resources = walked(array, DRIVES)
     monkeypatch.setattr(_bayward_expansion, "MAX_KEPT_BYTES", 2 * len(plain_text(array, f"{DRIVES}0/")))
     array.new()
     same_as_plain(array, resources, DRIVES, *drive_paths(array))
@@ -234,7 +245,7 @@ def test_each_collection_is_judged_by_itself(array):
     resources = Resources(array)
     for path in (DRIVES, ARRAY + "/LogicalDrives/"):
         resources.get(path)
-    assert array.new() == [DRIVES + EXPAND, DRIVES, ARRAY + "/LogicalDrives/" + EXPAND]
+    assert array.new() == [DRIVES + EXPAND, DRIVES, ARRAY + "/LogicalDrives/" + EXPAND, ARRAY + "/LogicalDrives/"]
 
 
 def test_new_session_tries_again(array):
@@ -257,7 +268,7 @@ def test_collection_that_is_not_there_says_nothing_about_expansion(array, answer
             assert answer[0] == 500
         assert array.new() == asked
     array.answers.clear()
-    for asked in ([DRIVES], [DRIVES + EXPAND]):
+    for asked in ([DRIVES], [DRIVES + EXPAND, DRIVES], [DRIVES + EXPAND]):
         resources.get(DRIVES)
         assert array.new() == asked
 
@@ -310,16 +321,50 @@ def test_log_in_that_fails_is_not_tried_twice(array, device, code):
         assert len(controller.new()) == 1
 
 
-@pytest.mark.parametrize("answer", [(401, {}), (403, {"MessageId": "Base.1.4.NoValidSession"})])
-def test_answer_without_session_is_no_reason_to_stop_expanding(array, answer):
+SESSIONLESS = [(401, {}), (403, {"MessageId": "Base.1.4.NoValidSession"})]
+
+
+@pytest.mark.parametrize("answer", SESSIONLESS)
+def test_form_with_members_that_alone_is_refused_is_left(array, answer):
+    """A member that the account may not read, say; the session has been renewed in vain."""
     array.answers[DRIVES + EXPAND] = answer
     resources = Resources(array)
+    for asked in ([DRIVES + EXPAND, DRIVES], [DRIVES]):
+        same_as_plain(array, resources, DRIVES)
+        assert array.new() == asked
+
+
+@pytest.mark.parametrize("answer", SESSIONLESS)
+def test_form_without_members_decides_about_the_session(array, answer):
+    array.answers = {DRIVES + EXPAND: answer, DRIVES: answer}
     with pytest.raises(Failure) as raised:
-        resources.get(DRIVES)
+        Resources(array).get(DRIVES)
     assert raised.value.code == (REFUSED if answer[0] == 401 else OTHER)
-    del array.answers[DRIVES + EXPAND]
+
+
+@pytest.mark.parametrize("answer", SESSIONLESS)
+def test_refused_folder_of_drives_is_left(device, answer):
+    device.answers[CHASSIS + EXPAND] = answer
+    resources = Resources(device)
+    drives = [f"{CHASSIS}/{number}" for number in range(3)]
+    for asked in ([SYSTEMS, DEVICE, CHASSIS + EXPAND, *drives], [SYSTEMS, DEVICE, *drives]):
+        resources.get(SYSTEMS)
+        same_as_plain(device, resources, DEVICE, *drives)
+        assert device.new() == asked
+
+
+def test_members_of_another_session_are_forgotten(array):
+    """The session was renewed by another request of the same walk."""
+    resources = walked(array, DRIVES)
     resources.get(DRIVES)
-    assert array.new() == [DRIVES + EXPAND] * 2
+    array.log_ins += 1
+    array.members[DRIVES][1]["Status"]["Health"] = "Critical"
+    assert '"Health":"Critical"' in resources.get(f"{DRIVES}1/")
+    assert array.new() == [DRIVES + EXPAND, f"{DRIVES}1/"]
+    array.log_ins += 1
+    resources.get(DRIVES)
+    same_as_plain(array, resources, *drive_paths(array))
+    assert array.new() == [DRIVES + EXPAND]
 
 
 # ---- Members that are not whole ----
@@ -344,22 +389,37 @@ def without(*names):
     {**smart_drive(1), "Model": "ResourceMissingAtURI"},
     *[without(name) for name in smart_drive(1)
       if name not in ("@odata.id", "SSDEnduranceUtilizationPercentage", "PowerOnHours")],
+    {**smart_drive(1), "CapacityGB": None},
+    {**smart_drive(1), "DiskDriveStatusReasons": None},
+    {**smart_drive(1), "Status": {"Health": None, "State": "Enabled"}},
+    {**smart_drive(1), "Status": {"Health": "OK", "State": None}},
+    {**smart_drive(1), "Oem": {"Hpe": {"Note": "ResourceNotReadyRetry"}}},
+    {**smart_drive(1), "MediaType": "SSD"},
     without("Status", "Health"), without("Status", "State"), without("FirmwareVersion", "Current", "VersionString"),
 ], ids=lambda member: str(len(json.dumps(member))))
 def test_member_that_is_not_whole_is_asked_for_itself(array, member):
+    resources = walked(array, DRIVES)
     expanded = collection_of(DRIVES, [smart_drive(0), member, smart_drive(2)])
     array.answers[DRIVES + EXPAND] = (200, expanded)
-    resources = Resources(array)
     for _ in range(2):
         same_as_plain(array, resources, DRIVES, *drive_paths(array))
         assert array.new() == [DRIVES + EXPAND, f"{DRIVES}1/"]
 
 
-def test_null_members_are_members(array):
-    array.members[DRIVES][1].update({"CapacityGB": None, "Status": {"Health": None, "State": "Enabled"}})
-    resources = Resources(array)
-    same_as_plain(array, resources, DRIVES, *drive_paths(array))
-    assert array.new() == [DRIVES + EXPAND]
+@pytest.mark.parametrize("change", [{"Drives": []}, {"Drives": None}, {"Drives@odata.count": 4}, {"Id": None}], ids=str)
+def test_storage_that_does_not_tell_all_is_asked_for_itself(device, change):
+    resources = walked(device, STORAGE)
+    told = {**device.members[STORAGE][0], "Drives@odata.count": 3, **change}
+    device.answers[STORAGE + EXPAND] = (200, collection_of(STORAGE, [told]))
+    same_as_plain(device, resources, STORAGE, DEVICE)
+    assert device.new() == [STORAGE + EXPAND, DEVICE]
+
+
+def test_worn_drive_below_a_chassis_is_told_by_itself_where_its_collection_does_not_tell(device):
+    del device.members[CHASSIS][1]["PredictedMediaLifeLeftPercent"]
+    resources = Resources(device)
+    same_as_plain(device, resources, DEVICE, f"{CHASSIS}/0", f"{CHASSIS}/1")
+    assert device.new() == [DEVICE, CHASSIS + EXPAND, f"{CHASSIS}/1"]
 
 
 # ---- Links ----
@@ -400,6 +460,44 @@ def test_endless_new_names_are_forgotten(device, monkeypatch):
         resources.get(SYSTEMS)
         resources.get(STORAGE)
         assert device.new() == [SYSTEMS, STORAGE + EXPAND, STORAGE]
+
+
+@pytest.mark.parametrize("left", [[], [0], [0, 2]])
+def test_member_that_is_not_put_in_place_is_not_gone(array, left):
+    """Whatever the controller counts: the plain form tells what there is, and is asked alone from then on."""
+    resources = walked(array, DRIVES)
+    array.answers[DRIVES + EXPAND] = (200, collection_of(DRIVES, [array.members[DRIVES][number] for number in left]))
+    same_as_plain(array, resources, DRIVES, *drive_paths(array))
+    assert array.new() == [DRIVES + EXPAND, DRIVES, *[path for number, path in enumerate(drive_paths(array))
+                                                      if number not in left]]
+    resources.get(SYSTEMS)
+    same_as_plain(array, resources, DRIVES)
+    assert array.new() == [SYSTEMS, DRIVES]
+
+
+def test_member_that_is_gone_is_gone(array):
+    resources = walked(array, DRIVES)
+    del array.members[DRIVES][1]
+    for asked in ([SYSTEMS, DRIVES + EXPAND, DRIVES], [SYSTEMS, DRIVES + EXPAND]):
+        resources.get(SYSTEMS)
+        same_as_plain(array, resources, DRIVES, *drive_paths(array))
+        assert array.new() == asked
+
+
+def test_members_that_name_themselves_alike_are_asked_for_one_by_one(array):
+    resources = walked(array, DRIVES)
+    twins = [array.members[DRIVES][0], {**array.members[DRIVES][1], "@odata.id": f"{DRIVES}0"}, array.members[DRIVES][2]]
+    array.answers[DRIVES + EXPAND] = (200, collection_of(DRIVES, twins))
+    same_as_plain(array, resources, DRIVES, *drive_paths(array))
+    assert array.new() == [DRIVES + EXPAND, DRIVES, *drive_paths(array)]
+
+
+def test_members_with_other_names_are_asked_for_themselves(array):
+    resources = walked(array, DRIVES)
+    others = [{**drive, "@odata.id": drive["@odata.id"].upper()} for drive in array.members[DRIVES]]
+    array.answers[DRIVES + EXPAND] = (200, collection_of(DRIVES, others))
+    same_as_plain(array, resources, DRIVES, *drive_paths(array))
+    assert array.new() == [DRIVES + EXPAND, DRIVES, *drive_paths(array)]
 
 
 # ---- Drives below a chassis ----
@@ -446,17 +544,13 @@ def test_drives_without_such_a_collection_are_asked_for_themselves(device, answe
 
 # ---- Storage that a system does not have ----
 
-def test_systems_come_in_place_once_a_walk_has_needed_them():
-    """Newer controllers have no SmartStorage, which their system tells."""
+def test_absent_storage_is_told_by_the_system_of_the_same_walk():
+    """Newer controllers have no SmartStorage."""
     system = {"@odata.id": SYSTEM + "/", "Id": "1", "Storage": {"@odata.id": STORAGE}, "Oem": {"Hpe": {"Links": {}}}}
     controller = Controller({SYSTEMS: [system]})
     resources = Resources(controller)
     smart = SYSTEM + "/SmartStorage/ArrayControllers/"
-    for asked in ([SYSTEMS, smart + EXPAND, smart, SYSTEM + "/"], [SYSTEMS + EXPAND, smart], [SYSTEMS + EXPAND, smart]):
+    for asked in ([SYSTEMS, smart + EXPAND, smart, SYSTEM + "/"], [SYSTEMS, smart, SYSTEM + "/"]):
         resources.get(SYSTEMS)
         assert json.loads(resources.get(smart))["Members"] == []
         assert controller.new() == asked
-    del system["Oem"]  # not all that a system tells
-    resources.get(SYSTEMS)
-    resources.get(smart)
-    assert controller.new() == [SYSTEMS + EXPAND, smart, SYSTEM + "/"]

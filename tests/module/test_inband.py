@@ -123,6 +123,13 @@ def test_path_with_blanks_and_line_ends_is_quoted(module, library):
     assert library.calls[-1] == ("get", "/redfish/v1/a%20b%0D%0AX-Evil:%201%C3%A9%20%ED%A0%80")
 
 
+def test_collections_are_asked_plainly(module, library):
+    """Nothing limits how long the library lets the controller make a large answer."""
+    assert module.init(HOST, "user", "pass") == 200
+    module.get(SYSTEMS + "1/Storage/")
+    assert library.calls[-1] == ("get", SYSTEMS + "1/Storage/")
+
+
 @pytest.mark.parametrize("text", [None, "", "no json", "[]", b"\xff"])
 def test_answer_without_object_is_another_error(module, library, text):
     assert module.init(HOST, "user", "pass") == 200

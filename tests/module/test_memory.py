@@ -112,6 +112,8 @@ def test_long_text_costs_little(name, text):
 class Endless:
     """A session with a controller that lists one drive after the other, for ever."""
 
+    log_ins = 0
+
     def fetch(self, path, _deadline):
         return Answer(200, json.dumps({"@odata.id": path, "Model": "x" * 1000}).encode())
 

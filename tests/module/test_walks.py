@@ -23,7 +23,8 @@ SERVERS = {
     **{path.name: ("--tree", str(path)) for path in sorted((_ROOT / "tests/e2e/trees").iterdir()) if path.is_dir()},
 }
 
-# Large servers, with the requests of one walk: of one that reads everything by itself, and of one that may expand.
+# Large servers, with the requests of one walk: of one that reads everything by itself, and of one that may expand. The
+# first walk of a session asks for each collection in both forms.
 TREES = {
     "S": (("--ilo", "5", "--controllers", "2", "--drives", "24", "--volumes", "4"), 73, 15),
     "L": (("--ilo", "5", "--controllers", "1", "--drives", "200", "--volumes", "4"), 214, 9),
@@ -88,7 +89,8 @@ def test_walk_costs_few_requests(module, tree):
         assert reference["requests"] == plain
         logged_in(module, sim)
         counts, _ = walked(module, sim, 5)
-        assert max(counts) <= most
+        assert max(counts[1:]) <= most
+        assert counts[0] <= most + 6
         for mode in MODES[1:]:
             sim.control.call("expand", mode)
             logged_in(module, sim)
@@ -109,6 +111,7 @@ def test_walks_share_one_connection_and_one_log_in(module):
 
 def test_session_that_expires_between_walks_goes_on_expanding(module, ilo5):
     logged_in(module, ilo5)
+    walked(module, ilo5, 1)
     first, texts = walked(module, ilo5, 1)
     for _ in range(3):
         ilo5.control.call("expire-sessions")
@@ -119,6 +122,7 @@ def test_session_that_expires_between_walks_goes_on_expanding(module, ilo5):
 
 def test_session_that_expires_in_a_walk_goes_on_expanding(module, ilo5):
     logged_in(module, ilo5)
+    walked(module, ilo5, 1)
     first, texts = walked(module, ilo5, 1)
 
     def get(path):

@@ -100,7 +100,7 @@ class Run:
 
     def _progress(self) -> None:
         if sys.stderr.isatty():
-            print(f"\r{self.rounds.cycles} of {self._cycles} cycles, {self.loads.count()} starts of the interpreter, "
+            print(f"\r{self.rounds.cycles} of {self._cycles} cycles, {self.loads.count()} loads of the module, "
                   f"{self.journal.entries} entries in the system log", end="", file=sys.stderr, flush=True)
 
     def summary(self) -> List[Tuple[str, str]]:
@@ -119,7 +119,7 @@ class Run:
             ("silent transitions", f"{rounds.silent} (in lost log-ins)"),
             ("log-ins", f"{journal.back} again, {journal.lost} lost or failed, {journal.refused} refused; "
                         f"{rounds.unplanned} lost by themselves"),
-            ("interpreter", f"{max(self.loads.count() - 1, 0)} new starts{self._growth_per_restart()}"),
+            ("interpreter", f"{max(self.loads.count() - 1, 0)} new loads of the module{self._growth_per_load()}"),
             ("searches", f"{self.medium.searches} for medium errors; {self.medium.weeks} weeks passed"),
             ("memory", ", ".join(f"{value} KiB {when}" for when, value in kib.items() if value is not None)),
             ("descriptors", f"{min(self.vitals.descriptors, default=0)} at the end, "
@@ -131,14 +131,14 @@ class Run:
             ("other error lines", _counts(journal.errors)),
         ]
 
-    def _growth_per_restart(self) -> str:
-        """What the bridge or the module lost with every new start would show here."""
+    def _growth_per_load(self) -> str:
+        """What the bridge or the module lost with every new load would show here."""
         memory, warm, warm_loads = self.vitals.memory, self.vitals.warm_kib, self.rounds.warm_loads
-        restarts = self.loads.count() - (warm_loads or 0)
-        if warm is None or warm_loads is None or restarts <= 0:
+        loads = self.loads.count() - (warm_loads or 0)
+        if warm is None or warm_loads is None or loads <= 0:
             return ""
         grown = memory[max(memory)] - warm
-        return f"; {restarts} since memory was warm, {grown} KiB, {grown / restarts:.1f} KiB for each"
+        return f"; {loads} since memory was warm, {grown} KiB, {grown / loads:.1f} KiB for each"
 
 
 def _counts(found: "Dict[str, int]") -> str:

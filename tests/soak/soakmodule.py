@@ -1,4 +1,4 @@
-"""How often the service has started its interpreter: each start loads the helper module afresh."""
+"""How often the service has loaded the helper module: once at its start, and after each read that failed."""
 
 from __future__ import annotations
 
@@ -30,7 +30,7 @@ class ModuleLoads:
                 raise OSError(ctypes.get_errno(), f"inotify: {os.strerror(ctypes.get_errno())}", str(watched))
 
     def count(self) -> int:
-        """How many starts there were; ask at least once a minute, before the kernel's queue is full."""
+        """How many loads there were; ask at least once a minute, before the kernel's queue is full."""
         while True:
             try:
                 data = os.read(self._descriptor, 1 << 16)
@@ -42,7 +42,7 @@ class ModuleLoads:
                 name = data[offset + _HEADER.size:offset + _HEADER.size + length].rstrip(b"\0").decode()
                 offset += _HEADER.size + length
                 if mask & _IN_Q_OVERFLOW:
-                    raise RuntimeError("the kernel's queue ran over; starts of the interpreter were not counted")
+                    raise RuntimeError("the kernel's queue ran over; loads were not counted")
                 self._count += bool(_LOADED.fullmatch(name)) and not mask & _IN_ISDIR
 
     def close(self) -> None:
