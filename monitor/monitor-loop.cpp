@@ -57,8 +57,10 @@ AccountChange iLOAccountCheck(ServiceParameter& parameter, const AccountSource& 
     std::string password;
     const WipeOnExit wipe(password);
     Stored found = ReadRecord(accounts, kAccountNameRecord, account);
-    if (found == Stored::kText) {
-        found = ReadRecord(accounts, kAccountPasswordRecord, password);
+    if (found != Stored::kNone) {
+        const Stored second = ReadRecord(accounts, kAccountPasswordRecord, password);
+        // What is gone is gone, whatever cannot be found out about the other one.
+        found = found == Stored::kText || second == Stored::kNone ? second : found;
     }
     if (found == Stored::kUnknown) {
         // A server that is short of memory or processes for a moment is not one without an account: logging

@@ -196,32 +196,53 @@ TEST_P(EventTimesInZone, TimesOfWholeYears_AreTheCLibrarys) {
     for (const int year : {1970, 2010, 2011, 2026}) {
         std::vector<std::string> texts = TextsOf(year);
         EXPECT_EQ(Converted(texts), Expected(texts)) << year;
+        std::reverse(texts.begin(), texts.end());
+        EXPECT_EQ(Converted(texts), Expected(texts)) << year << ", backwards";
+        for (std::size_t at = 0; at + 20 < texts.size(); at += 20) {
+            const auto begin = texts.begin() + static_cast<std::ptrdiff_t>(at);
+            std::shuffle(begin, begin + 20, random);  // the times of one day and the next
+        }
+        EXPECT_EQ(Converted(texts), Expected(texts)) << year << ", nearly in order";
         std::shuffle(texts.begin(), texts.end(), random);
         EXPECT_EQ(Converted(texts), Expected(texts)) << year << ", in disorder";
     }
+}
+
+TEST(EventTimes, LaterTimeOfTheDayFirst_DoesNotHideAChangeOfTheClocks) {
+    const Zone zone(kCentralEurope);
+    EventTimes converter;
+    converter.Seconds("Sun Mar 29 05:00:00 2026");
+    EXPECT_EQ(converter.Seconds("Sun Mar 29 01:00:00 2026"), 1774742400u);
+    converter.Seconds("Thu Jan  1 05:00:00 1970");
+    EXPECT_EQ(converter.Seconds("Thu Jan  1 00:30:00 1970"), 0u);
 }
 
 TEST(EventTimes, TextsOfOtherForms_AreReadAsTheCLibraryReadsThem) {
     const Zone zone(kCentralEurope);
     const std::vector<std::string> plain{"Fri Oct  2 05:41:23 2026", "Sat Oct 31 23:59:59 2026",
                                          "Sun Oct 25 02:30:00 2026", "Mon Feb 29 12:00:00 2027"};
-    std::vector<std::string> texts{"",
-                                   "Fri Oct  2 24:00:00 2026",
-                                   "Fri Oct  2 05:60:00 2026",
-                                   "Fri Oct  2 05:41:60 2026",
-                                   "Fri Oct  2 05:41:61 2026",
-                                   "Fri Oct  2 05:41: 9 2026",
-                                   "Fri Oct  2  5:41:23 2026",
-                                   "Fri Oct  2 05:41:23 26",
-                                   "Fri Oct  2 05:41:23  2026",
-                                   "Fri Oct  2 05:41:23 20267",
-                                   "Sun Oct  2 05:41:23 2026",
-                                   "Xxx Oct  2 05:41:23 2026",
-                                   "friday october 2 05:41:23 2026",
-                                   "Fri Oct  2\t05:41:23 2026",
-                                   std::string("Fri Oct  2 05:41:23 20\0006", 24),
-                                   "Wed Dec 31 23:59:59 1969",
-                                   "Thu Jan  1 00:59:59 1970"};
+    const std::vector<std::string> odd{"",
+                                       "Fri Oct  2 24:00:00 2026",
+                                       "Fri Oct  2 05:60:00 2026",
+                                       "Fri Oct  2 05:41:60 2026",
+                                       "Fri Oct  2 05:41:61 2026",
+                                       "Fri Oct  2 05:41: 9 2026",
+                                       "Fri Oct  2  5:41:23 2026",
+                                       "Fri Oct  2 05:41:23 26",
+                                       "Fri Oct  2 05:41:23  2026",
+                                       "Fri Oct  2 05:41:23 20267",
+                                       "Sun Oct  2 05:41:23 2026",
+                                       "Xxx Oct  2 05:41:23 2026",
+                                       "friday october 2 05:41:23 2026",
+                                       "Fri Oct  2\t05:41:23 2026",
+                                       std::string("Fri Oct  2 05:41:23 20\0006", 24),
+                                       "Wed Dec 31 23:59:59 1969",
+                                       "Thu Jan  1 00:59:59 1970"};
+    std::vector<std::string> texts;
+    for (const std::string& text : odd) {
+        texts.push_back(plain.front());
+        texts.push_back(text);
+    }
     std::mt19937 random(20261121);
     const std::vector<std::string> pieces{" ", "0", ":", "9", "31", "Feb", "1969"};
     for (int round = 0; round < 20000; ++round) {

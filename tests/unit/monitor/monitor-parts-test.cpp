@@ -75,6 +75,22 @@ TEST(AccountCheck, SourceThatCannotLook_LeavesTheAccountInUse) {
     }
 }
 
+TEST(AccountCheck, OneRecordThatIsGone_IsALostAccountWhateverTheOtherOneIs) {
+    for (const int gone : {0, 1}) {
+        MonitorRig rig;
+        rig.parameter->SetCredentials("a", "b");
+        EXPECT_EQ(iLOAccountCheck(*rig.parameter,
+                                  [&](int record, unsigned char*, std::size_t) -> bool {
+                                      if (record != gone) {
+                                          throw std::runtime_error("popen() failed!");
+                                      }
+                                      return false;
+                                  }),
+                  kAccountLost);
+        EXPECT_EQ(rig.parameter->account(), "");
+    }
+}
+
 TEST(OneHour, IsSixtyWholeMinutes) {
     using std::chrono::milliseconds;
     using std::chrono::minutes;
