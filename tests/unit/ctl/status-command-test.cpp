@@ -22,7 +22,6 @@
 #include "status-signals.h"
 #include "test-root.h"
 
-using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;

@@ -9,7 +9,6 @@
 #include "test-root.h"
 
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::IsEmpty;
 
 namespace {

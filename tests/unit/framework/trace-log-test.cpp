@@ -18,7 +18,6 @@
 
 namespace {
 
-using testing::MatchesRegex;
 using tovaserverutil::TraceLog;
 
 constexpr std::uint64_t kNoLimit = std::numeric_limits<std::uint64_t>::max();
