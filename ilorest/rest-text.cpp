@@ -7,12 +7,12 @@
 #define RAPIDJSON_PARSE_DEFAULT_FLAGS (kParseNanAndInfFlag | kParseIterativeFlag)
 
 #include <algorithm>
-#include <cereal/archives/json.hpp>
 #include <cmath>
 #include <cstddef>
 #include <limits>
 #include <sstream>
 
+#include "checked-rapidjson.h"
 #include "whole-number.h"
 
 namespace {

@@ -1,10 +1,19 @@
 #include "rest-text.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstdint>
+#include <cstdlib>
+#include <fstream>
 #include <limits>
+#include <new>
+#include <set>
 #include <string>
+
+#include "sanitized.h"
 
 namespace {
 
@@ -25,6 +34,39 @@ std::string ErrorText(Call call) {
     }
     return "";
 }
+
+#ifndef BAYWARD_SANITIZED
+constexpr int kParsed = 10;
+constexpr int kNoMemory = 11;
+
+// How a process of its own ends that parses the text with no more than `left` bytes of data to take.
+int StatusOfParse(const std::string& text, std::uint64_t left) {
+    const pid_t child = fork();
+    if (child == 0) {
+        std::ifstream statm("/proc/self/statm");
+        std::uint64_t pages = 0;
+        for (int field = 0; field < 6; ++field) {
+            statm >> pages;  // the sixth is what RLIMIT_DATA counts
+        }
+        const rlim_t limit = pages * static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE)) + left;
+        const rlimit data{limit, limit};
+        if (pages == 0 || setrlimit(RLIMIT_DATA, &data) != 0) {
+            _exit(EXIT_FAILURE);
+        }
+        try {
+            const RestText parsed(text);
+        } catch (const std::bad_alloc&) {
+            _exit(kNoMemory);
+        }
+        _exit(kParsed);
+    }
+    int status = 0;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status)) << "ended by signal " << WTERMSIG(status) << " with " << left
+                                   << " bytes left";
+    return WEXITSTATUS(status);
+}
+#endif
 
 }  // namespace
 
@@ -275,6 +317,24 @@ TEST(RestText, EachElement_UntilTheBodyHasEnough) {
     EXPECT_EQ(value, "after");
     EXPECT_FALSE(ErrorText([&] { text.insideEach("z", [] { return true; }); }).empty());
 }
+
+#ifndef BAYWARD_SANITIZED  // a sanitizer keeps memory of its own
+TEST(RestText, NoMemory_IsThrownWhereverItEnds) {
+    std::string list;
+    for (int number = 0; number < 20000; ++number) {
+        list += "{\"number\":[" + std::to_string(number) + "]},";
+    }
+    const std::string big(1 << 20, 'x');
+    for (const std::string& text : {"{\"a\":\"" + big + "\"}", "[" + list + "{}]",
+                                    std::string(200000, '[') + std::string(200000, ']')}) {
+        std::set<int> statuses;
+        for (std::uint64_t left = 0; left < (24U << 20); left += left / 8 + (64U << 10)) {
+            statuses.insert(StatusOfParse(text, left));
+        }
+        EXPECT_EQ(statuses, (std::set<int>{kParsed, kNoMemory})) << text.substr(0, 16);
+    }
+}
+#endif
 
 TEST(RestText, Shape_IsTheQuotedNameWithItsColon) {
     RestText text(R"({"StorageControllers":[],"Drives" :[]})");

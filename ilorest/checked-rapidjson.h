@@ -1,0 +1,55 @@
+// cereal's JSON archive on a RapidJSON whose memory is checked. As it comes, RapidJSON writes through the
+// null pointer that the C library returns when there is no memory left; here std::bad_alloc is thrown
+// instead. The one source file that uses the archive includes it by this header.
+#pragma once
+
+// A failed assertion is the archive's exception. The archive says so itself, but only behind its own first
+// line.
+[[noreturn]] inline void ThrowRapidJsonAssertion(const char* text);
+#define RAPIDJSON_ASSERT_THROWS
+#define RAPIDJSON_ASSERT(x)                                                   \
+    if (!(x)) {                                                               \
+        ThrowRapidJsonAssertion("rapidjson internal assertion failure: " #x); \
+    }
+
+#include <rapidjson/allocators.h>
+#include <rapidjson/internal/stack.h>
+
+#include <cstddef>
+#include <new>
+
+namespace rapidjson {
+
+// The two places where it asks the C library for memory: a chunk of values, and a parser's stack.
+template <>
+inline bool MemoryPoolAllocator<CrtAllocator>::AddChunk(std::size_t capacity) {
+    if (baseAllocator_ == nullptr) {
+        ownBaseAllocator_ = baseAllocator_ = new CrtAllocator();
+    }
+    void* const memory = baseAllocator_->Malloc(RAPIDJSON_ALIGN(sizeof(ChunkHeader)) + capacity);
+    if (memory == nullptr) {
+        throw std::bad_alloc();
+    }
+    chunkHead_ = new (memory) ChunkHeader{capacity, 0, chunkHead_};
+    return true;
+}
+
+template <>
+inline void internal::Stack<CrtAllocator>::Resize(std::size_t newCapacity) {
+    const std::size_t size = GetSize();
+    void* const memory = allocator_->Realloc(stack_, GetCapacity(), newCapacity);
+    if (memory == nullptr && newCapacity != 0) {
+        throw std::bad_alloc();  // what the stack has is still its own
+    }
+    stack_ = static_cast<char*>(memory);
+    stackTop_ = stack_ + size;
+    stackEnd_ = stack_ + newCapacity;
+}
+
+}  // namespace rapidjson
+
+#include <cereal/archives/json.hpp>
+
+[[noreturn]] inline void ThrowRapidJsonAssertion(const char* text) {
+    throw cereal::RapidJSONException(text);
+}
