@@ -165,6 +165,47 @@ TEST(AduReport, LinesBeforeAnySection_AreNoRecords) {
         IsEmpty());
 }
 
+// Outside of sections nothing but the heading of one is looked for.
+TEST(AduReport, EveryFormOfASectionsHeading_IsFoundOutsideOfSections) {
+    const std::string before[] = {
+        "",
+        "Device Summary:\nPhysical Drive 1I:1:1\nSerial SCSI Physical Drive Error Log\n\n",
+        "Adapter : " + kStatus + "\n" + kP840 + " : Cache\n   Cache Status   OK\n",
+        "Adapter: " + kErrorLog + "\nReport for Adapter\n---\n",
+    };
+    for (const std::string& lines : before) {
+        for (const std::string heading :
+             {"Adapter: ", "Adapter : ", "Adapter, slot 1: ", "   Adapter: ", ": ", " : "}) {
+            EXPECT_THAT(Records(lines + heading + kErrorLog + "\n" + GroupedDrive("1I:1:1", Entry(3, 10))),
+                        ElementsAre(testing::EndsWith("1I:1:1 port 1 box 1 bay 1 count 1 times 10")))
+                << lines << heading;
+        }
+        for (const std::string heading : {"Adapter : ", "Adapter, slot 1 : ", "   Adapter : ", " : "}) {
+            EXPECT_THAT(Records(lines + heading + kStatus + "\n" + GroupedDrive("1I:1:1", "")),
+                        ElementsAre("drive 1 [] 1I:1:1 port 1 box 1 bay 1"))
+                << lines << heading;
+        }
+    }
+}
+
+TEST(AduReport, OtherLinesOutsideOfSections_AreNotRead) {
+    const std::string drives = GroupedDrive("1I:1:1", StatusLines("SN1", "1I", 1, 1) + Entry(3, 10)) +
+                               "Physical Drive (2 TB SAS HDD) without colons\n" + Entry(3, 20);
+    const std::string section = kP840 + " : " + kErrorLog + "\n" + GroupedDrive("1I:1:9", Entry(3, 30));
+    for (const std::string line :
+         {"", "Physical Drive Status", "Adapter Physical Drive Status", "Adapter: Physical Drive Status",
+          "Serial SCSI Physical Drive Error Log", "Adapter :Serial SCSI Physical Drive Error Log",
+          "Report for Adapter", "Adapter : Cache", ":"}) {
+        EXPECT_THAT(Records(line + "\n" + drives), IsEmpty()) << line;
+        EXPECT_THAT(Records(section + "Report for Adapter\n" + line + "\n" + drives + section),
+                    ElementsAre(testing::EndsWith("count 1 times 30"), testing::EndsWith("count 1 times 30")))
+            << line;
+        EXPECT_THAT(Records(section + kP840 + " : Cache\n" + line + "\n" + drives),
+                    ElementsAre(testing::EndsWith("count 1 times 30")))
+            << line;
+    }
+}
+
 TEST(AduReport, LinesWithColonsInASection_AreNoHeadings) {
     EXPECT_EQ(LogOf("   Time : 10:11:12\n   Sense Key : 0x03\n   Note: Physical Drive is old\n"
                     "   Reference Time : 0x0a\n"),

@@ -157,6 +157,33 @@ TEST(ReadCorrectedErrors, BlockEndsAtTheNextBlockAndAtTheEnvelope) {
     EXPECT_THAT(Drives(head + "My Controller = 0\nDevice ID: 5\n"), ElementsAre("5 -:-"));
 }
 
+// Outside of blocks nothing but the beginning of one is looked for.
+TEST(ReadCorrectedErrors, EveryFormOfABlocksFirstLine_IsFoundOutsideOfBlocks) {
+    const std::string other = "seqNum: 1\nEvent Description: other\nDevice ID: 1\n";
+    const std::string ended = "seqNum: 1\nEvent Description: Corrected medium error\nController = 0\n";
+    const std::string body = "\nEvent Description: Corrected medium error\nDevice ID: 5\n";
+    for (const std::string first : {"seqNum:", "seqNum: ", "seqNum: 7", "seqNum: 0x00011042", "seqNum: none",
+                                    "  seqNum: 7", "\tseqNum:", " \t seqNum:\r"}) {
+        EXPECT_THAT(Drives(first + body), ElementsAre("5 -:-")) << first;
+        EXPECT_THAT(Drives("\nDevice ID: 9\nseqNum 7\nlast seqNum: 7\n" + first + body), ElementsAre("5 -:-"))
+            << first;
+        EXPECT_THAT(Drives(other + first + body), ElementsAre("5 -:-")) << first;
+        EXPECT_THAT(Drives(ended + first + body), ElementsAre("- -:-", "5 -:-")) << first;
+    }
+}
+
+TEST(ReadCorrectedErrors, OtherLinesOutsideOfBlocks_AreNotRead) {
+    const std::string body = "Event Description: Corrected medium error\nDevice ID: 5\n";
+    const std::string ended = "seqNum: 1\nEvent Description: Corrected medium error\nController = 0\n";
+    for (const std::string line :
+         {"", "qNum:", "seqNum", "seqNum 7", "seqNum:7", "SEQNUM: 7", "last seqNum: 7", "Time: seqNum: 7"}) {
+        EXPECT_THAT(Errors(line + "\n" + body), IsEmpty()) << line;
+        EXPECT_THAT(Errors("seqNum: 1\nEvent Description: other\n" + line + "\n" + body), IsEmpty()) << line;
+        EXPECT_THAT(Drives(ended + line + "\n" + body), ElementsAre("- -:-")) << line;
+        EXPECT_THAT(Drives(ended + line + "\n" + body + ended), ElementsAre("- -:-", "- -:-")) << line;
+    }
+}
+
 TEST(ReadCorrectedErrors, NextBlockInheritsNothing) {
     const std::string bare = "seqNum: 2\nEvent Description: Corrected medium error\n";
     const std::string text = Block(kPatrol, DriveData("10", "252", "3")) + bare;
