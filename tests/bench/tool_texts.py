@@ -4,10 +4,11 @@ from __future__ import annotations
 
 import random
 from pathlib import Path
-from typing import Iterator, List
+from typing import Iterator, List, Tuple
 
 DRIVES_PER_CONTROLLER = 200
 ENTRIES_PER_DRIVE = 24
+MEDIUM_ERROR = "0x03"  # a sense key
 OTHER_STRUCTURES = (
     "Monitor and Performance Statistics (Since Factory)",
     "Monitor and Performance Statistics (Since Reset)",
@@ -26,7 +27,8 @@ def _structure(heading: str, name: str, lines: List[str]) -> List[str]:
     return ["", f"{heading} : {name}", *lines]
 
 
-def _drive(controller: str, number: int, rng: random.Random) -> List[str]:
+def _drive(controller: str, number: int, rng: random.Random) -> Tuple[List[str], int]:
+    """The lines of one drive, and the medium errors that its error log holds."""
     port, box, bay = 1 + number // 100, 1 + number % 100 // 25, 1 + number % 25
     location = f"{port}I:{box}:{bay}"
     heading = (f"{controller} : Internal Drive Cage at Port {port}I : Box {box} : "
@@ -48,8 +50,10 @@ def _drive(controller: str, number: int, rng: random.Random) -> List[str]:
             _value("Reference Time", "0x0005f000"),
         ])
     entries = []
+    errors = 0
     for entry in range(ENTRIES_PER_DRIVE):
-        sense = rng.choice(("0x03", "0x01", "0x05", "0x0b"))
+        sense = rng.choice((MEDIUM_ERROR, "0x01", "0x05", "0x0b"))
+        errors += sense == MEDIUM_ERROR
         entries.append(f"      0x01         0x28                  0x02          0x04         {sense}"
                        f"        0x11   0x00   0x01          0x{rng.randrange(1 << 32):08x}"
                        f"   0x{0x50000 + entry * 700:08x}       0x0000")
@@ -57,38 +61,46 @@ def _drive(controller: str, number: int, rng: random.Random) -> List[str]:
         _value("Errors Logged", str(ENTRIES_PER_DRIVE)), "", "   Physical Drive Error Log Entries", "",
         ENTRY_HEADER, "      " + "-" * (len(ENTRY_HEADER) - 6), *entries, "", _value("Reference Time", "0x0005f000"),
     ])
-    return lines
+    return lines, errors
 
 
-def _report(rng: random.Random) -> Iterator[str]:
+def _report(rng: random.Random) -> Iterator[Tuple[str, int]]:
     slot = 0
     while True:
         slot += 1
         controller = f"Smart Array P840 in slot {slot}"
-        yield f"Report for {controller}\n{'-' * (11 + len(controller))}\n\n"
+        yield f"Report for {controller}\n{'-' * (11 + len(controller))}\n\n", 0
         for number in range(DRIVES_PER_CONTROLLER):
-            yield "\n".join(_drive(controller, number, rng)) + "\n"
+            lines, errors = _drive(controller, number, rng)
+            yield "\n".join(lines) + "\n", errors
 
 
-def write_report(path: Path, size: int) -> None:
-    """A diagnostic report of about `size` bytes: controllers with 200 drives each, whole drives only."""
+def write_report(path: Path, size: int) -> int:
+    """A diagnostic report of about `size` bytes: controllers with 200 drives each, whole drives only. Returns how many
+    medium errors stand in it."""
     rng = random.Random(1)
     written = 0
+    errors = 0
     with path.open("w", encoding="ascii") as out:
-        for piece in _report(rng):
+        for piece, in_piece in _report(rng):
             written += out.write(piece)
+            errors += in_piece
             if written >= size:
-                return
+                break
+    return errors
 
 
-def write_event_log(path: Path, events: int) -> None:
-    """An event log of a MegaRAID controller with so many events; every fourth is a corrected medium error."""
+def write_event_log(path: Path, events: int) -> int:
+    """An event log of a MegaRAID controller with so many events; every fourth is a corrected medium error. Returns how
+    many of those there are."""
     rng = random.Random(2)
+    errors = 0
     with path.open("w", encoding="ascii") as out:
         for number in range(events):
             device = rng.randrange(8, 32)
             drive = f"PD {device:02x}(e0xfc/s{device - 8})"
             if number % 4 == 0:
+                errors += 1
                 what = f"Patrol Read corrected medium error on {drive} at {rng.randrange(1 << 28):x}"
             else:
                 what = f"Unexpected sense: {drive} Path 500000000000{device:04x}, CDB: 4d 00, Sense: 5/24/00"
@@ -97,3 +109,4 @@ def write_event_log(path: Path, events: int) -> None:
                       f"Code: 0x0000005d\nClass: 0\nLocale: 0x02\nEvent Description: {what}\nEvent Data:\n===========\n"
                       f"Device ID: {device}\nEnclosure Index: 252\nSlot Number: {device - 8}\n")
         out.write("CLI Version = 007.2408.0000.0000\nOperating system = Linux\nController = 0\nStatus = Success\n")
+    return errors
