@@ -36,21 +36,14 @@ std::string Info(const DiskDrive& drive, const std::string& size) {
            " Firmware Revision: " + drive.firmwareRevision;
 }
 
-// The item three levels down, in the controllers that `family` names and the map that `items` names.
+// The item of a controller, which is null when there is none, in the map that `items` names.
 template <class Items, class Iterator>
-bool Find(const std::map<std::string, ComputerSystem>& systems, SmartStorage ComputerSystem::*family,
-          Items ArrayController::*items, const std::string& system, const std::string& controller,
-          const std::string& item, Iterator& found) {
-    const auto inSystem = systems.find(system);
-    if (inSystem == systems.end()) {
+bool Find(const ArrayController* controller, Items ArrayController::*items, const std::string& item,
+          Iterator& found) {
+    if (controller == nullptr) {
         return false;
     }
-    const auto& controllers = (inSystem->second.*family).controllers;
-    const auto inController = controllers.find(controller);
-    if (inController == controllers.end()) {
-        return false;
-    }
-    const Items& map = inController->second.*items;
+    const Items& map = controller->*items;
     found = map.find(item);
     return found != map.end();
 }
@@ -172,26 +165,38 @@ void ServiceRoot::addComputerSystem(const Odataid& id, const ComputerSystem& sys
     systems.emplace(id.id, system);
 }
 
+const ArrayController* ServiceRoot::findController(const std::string& system,
+                                                   SmartStorage ComputerSystem::*family,
+                                                   const std::string& controller) const {
+    const auto inSystem = systems.find(system);
+    if (inSystem == systems.end()) {
+        return nullptr;
+    }
+    const auto& controllers = (inSystem->second.*family).controllers;
+    const auto found = controllers.find(controller);
+    return found == controllers.end() ? nullptr : &found->second;
+}
+
 bool ServiceRoot::containsDiskDrive(const std::string& system, const std::string& controller,
                                     const std::string& drive, DiskDriveIterator& found) const {
-    return Find(systems, &ComputerSystem::smartStorage, &ArrayController::diskDrives, system, controller,
-                drive, found);
+    return Find(findController(system, &ComputerSystem::smartStorage, controller),
+                &ArrayController::diskDrives, drive, found);
 }
 
 bool ServiceRoot::containsLogicalDrive(const std::string& system, const std::string& controller,
                                        const std::string& drive, LogicalDriveIterator& found) const {
-    return Find(systems, &ComputerSystem::smartStorage, &ArrayController::logicalDrives, system, controller,
-                drive, found);
+    return Find(findController(system, &ComputerSystem::smartStorage, controller),
+                &ArrayController::logicalDrives, drive, found);
 }
 
 bool ServiceRoot::containsMirrorDiskDrive(const std::string& system, const std::string& controller,
                                           const std::string& drive, DiskDriveIterator& found) const {
-    return Find(systems, &ComputerSystem::mirror, &ArrayController::diskDrives, system, controller, drive,
-                found);
+    return Find(findController(system, &ComputerSystem::mirror, controller), &ArrayController::diskDrives,
+                drive, found);
 }
 
 bool ServiceRoot::containsMirrorLogicalDrive(const std::string& system, const std::string& controller,
                                              const std::string& drive, LogicalDriveIterator& found) const {
-    return Find(systems, &ComputerSystem::mirror, &ArrayController::logicalDrives, system, controller, drive,
-                found);
+    return Find(findController(system, &ComputerSystem::mirror, controller), &ArrayController::logicalDrives,
+                drive, found);
 }

@@ -131,6 +131,11 @@ public:
     void addComputerSystem(const Odataid& id, const ComputerSystem& system);
     void clear() { systems.clear(); }
 
+    // The controller by the "@odata.id" texts of its system and itself, in the family that `family` names.
+    // Null when there is no such system, or no such controller in it.
+    const ArrayController* findController(const std::string& system, SmartStorage ComputerSystem::*family,
+                                          const std::string& controller) const;
+
     // Look-ups by the "@odata.id" texts of system, controller and item. True when all three are found;
     // `found` then points at the item, otherwise it has no meaning.
     bool containsDiskDrive(const std::string& system, const std::string& controller, const std::string& drive,

@@ -91,18 +91,6 @@ bool HasMegaRaidController(const SmartStorage& storage) {
     return false;
 }
 
-// Null when the snapshot does not have the system, or that not the controller.
-const ArrayController* FindController(const ServiceRoot& snapshot, const std::string& system,
-                                      SmartStorage ComputerSystem::*family, const std::string& controller) {
-    const auto inSystem = snapshot.systems.find(system);
-    if (inSystem == snapshot.systems.end()) {
-        return nullptr;
-    }
-    const auto& controllers = (inSystem->second.*family).controllers;
-    const auto found = controllers.find(controller);
-    return found == controllers.end() ? nullptr : &found->second;
-}
-
 // The items of one controller of a snapshot, asked for in the order of their keys. It walks along with the
 // keys instead of looking each of them up from the top, which in big snapshots waits for memory at every
 // step.
@@ -176,7 +164,7 @@ struct Walk {
             for (const auto& [controllerKey, controller] : (system.*family).controllers) {
                 const std::span<Rule* const> applied = rules(controller);
                 ItemsInStep<Item> oldItems(
-                    FindController(previous, systemKey, family, lookUpKey(controllerKey, controller)), items);
+                    previous.findController(systemKey, family, lookUpKey(controllerKey, controller)), items);
                 for (const auto& [itemKey, item] : controller.*items) {
                     typename ItemsInStep<Item>::Iterator old;
                     const bool found = oldItems.Contains(itemKey, old);
@@ -228,7 +216,7 @@ void StateRules::checkPrvPhysicalDevice(const ServiceRoot& previous, const Servi
                                         const std::string& system, EventList& events) const {
     guard([&] {
         ForEachMegaRaid(previous, system, [&](const std::string& key, const ArrayController& controller) {
-            const ArrayController* const now = FindController(current, system, &ComputerSystem::mirror, key);
+            const ArrayController* const now = current.findController(system, &ComputerSystem::mirror, key);
             ItemsInStep<DiskDrive> present(now, &ArrayController::diskDrives);
             for (const auto& [driveKey, drive] : controller.diskDrives) {
                 ServiceRoot::DiskDriveIterator ignored;
@@ -246,7 +234,7 @@ void StateRules::checkPrvLogicalDrive(const ServiceRoot& previous, const Service
                                       const std::string& system, EventList& events) const {
     guard([&] {
         ForEachMegaRaid(previous, system, [&](const std::string& key, const ArrayController& controller) {
-            const ArrayController* const now = FindController(current, system, &ComputerSystem::mirror, key);
+            const ArrayController* const now = current.findController(system, &ComputerSystem::mirror, key);
             ItemsInStep<LogicalDrive> present(now, &ArrayController::logicalDrives);
             for (const auto& [driveKey, drive] : controller.logicalDrives) {
                 ServiceRoot::LogicalDriveIterator ignored;

@@ -306,6 +306,17 @@ TEST(ServiceRoot, Lookups_FailAtEachUnknownLevel) {
     }
 }
 
+TEST(ServiceRoot, FindController_LooksInOneFamilyOfOneSystem) {
+    const ServiceRoot root = OneOfEach();
+    EXPECT_EQ(root.findController("s", &ComputerSystem::smartStorage, "c"),
+              &root.systems.at("s").smartStorage.controllers.at("c"));
+    EXPECT_EQ(root.findController("s", &ComputerSystem::mirror, "m"),
+              &root.systems.at("s").mirror.controllers.at("m"));
+    EXPECT_EQ(root.findController("?", &ComputerSystem::mirror, "m"), nullptr);
+    EXPECT_EQ(root.findController("s", &ComputerSystem::mirror, "c"), nullptr);
+    EXPECT_EQ(root.findController("s", &ComputerSystem::smartStorage, "?"), nullptr);
+}
+
 TEST(ServiceRoot, KnownKey_IsNotReplaced) {
     ArrayController controller;
     DiskDrive drive;
