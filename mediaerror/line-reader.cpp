@@ -92,7 +92,6 @@ std::optional<std::string_view> FileLines::NextWith(std::string_view text) {
         const std::string_view before = held.substr(0, held.find(text));
         if (const std::size_t feed = before.rfind('\n'); feed != std::string_view::npos) {
             m_begin += feed + 1;
-            m_passOver = false;
         }
         line = Next();  // its end may still have to be read, or lie beyond the limit
     } while (line && !tovaserverutil::Contains(*line, text));

@@ -58,5 +58,6 @@ private:
     std::vector<char> m_buffer = std::vector<char>(4 * kMaxLine);
     std::size_t m_begin = 0;  // what has not been given yet: [m_begin, m_end) of the buffer
     std::size_t m_end = 0;
-    bool m_passOver = false;  // the beginning of this line has been given already
+    // The beginning of a line has been given already, and its end not yet seen: nothing is held then.
+    bool m_passOver = false;
 };
