@@ -15,7 +15,7 @@ if(BAYWARD_SANITIZE)
     target_link_options(bayward_flags INTERFACE -fsanitize=${BAYWARD_SANITIZE})
     if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang" AND BAYWARD_SANITIZE MATCHES "address" AND NOT BAYWARD_BUILD_FUZZERS)
         # Libraries that are loaded first, as the tests do with libfaketime, hang a program that holds the run-time in
-        # itself.
+        # itself. The folder is asked for by that library: -print-runtime-dir of clang 19 names one that need not be there.
         execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=libclang_rt.asan-${CMAKE_SYSTEM_PROCESSOR}.so
                         OUTPUT_VARIABLE runtime OUTPUT_STRIP_TRAILING_WHITESPACE)
         get_filename_component(runtime_folder ${runtime} DIRECTORY)
