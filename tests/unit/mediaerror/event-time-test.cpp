@@ -12,24 +12,11 @@
 #include <string>
 #include <vector>
 
+#include "local-calendar.h"
 #include "mutated-text.h"
 #include "test-root.h"
 
 namespace {
-
-std::uint64_t LocalTime(int year, int month, int day, int hour, int minute, int second) {
-    tm local{};
-    local.tm_year = year - 1900;
-    local.tm_mon = month - 1;
-    local.tm_mday = day;
-    local.tm_hour = hour;
-    local.tm_min = minute;
-    local.tm_sec = second;
-    local.tm_isdst = -1;
-    return static_cast<std::uint64_t>(mktime(&local));
-}
-
-const std::uint64_t kTime = LocalTime(2026, 10, 2, 5, 41, 23);
 
 TEST(DatestrToNum, Text_BecomesLocalSeconds) {
     EXPECT_EQ(datestr_to_num("Fri Oct  2 05:41:23 2026"), kTime);

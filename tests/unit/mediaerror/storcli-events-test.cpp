@@ -2,13 +2,13 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <fstream>
 #include <random>
 #include <string>
 
+#include "local-calendar.h"
 #include "mutated-text.h"
 #include "test-root.h"
 
@@ -57,20 +57,6 @@ std::string Block(const std::string& description, const std::string& data,
 std::string DriveData(const std::string& device, const std::string& enclosure, const std::string& slot) {
     return "Device ID: " + device + "\nEnclosure Index: " + enclosure + "\nSlot Number: " + slot + "\n";
 }
-
-std::uint64_t LocalTime(int year, int month, int day, int hour, int minute, int second) {
-    tm local{};
-    local.tm_year = year - 1900;
-    local.tm_mon = month - 1;
-    local.tm_mday = day;
-    local.tm_hour = hour;
-    local.tm_min = minute;
-    local.tm_sec = second;
-    local.tm_isdst = -1;
-    return static_cast<std::uint64_t>(mktime(&local));
-}
-
-const std::uint64_t kTime = LocalTime(2026, 10, 2, 5, 41, 23);
 
 const std::string kLog =
     "CLI Version = 007.3404.0000.0000 April 18, 2025\nController = 0\nStatus = Success\n" +
