@@ -1,8 +1,9 @@
-// Cutting a file into lines, also into lines that are too long for the reader. The input is the file, but for
-// its characters 1 to 8: each stands for a run of "x" as long as the reader's limit, less four characters up
-// to and with three more.
+// Cutting a file into lines, also into lines that are too long for the reader, and passing lines over. The
+// input is the file, but for its characters 1 to 8: each stands for a run of "x" as long as the reader's
+// limit, less four characters up to and with three more.
+#include <cstddef>
 #include <string>
-#include <vector>
+#include <string_view>
 
 #include "fuzz.h"
 #include "line-reader.h"
@@ -38,6 +39,28 @@ std::string Given(std::string line) {
     return line;
 }
 
+// Every line with the key is found, and so is the line behind it where that is asked for: every other time.
+void CheckPassingOver(const std::string& text, const std::string& path) {
+    constexpr std::string_view kKey = "xk:";
+    const auto reader = FileLines::OpenFirst({path});
+    std::size_t found = 0;
+    bool askForNext = false;
+    for (const std::string& line : LinesOf(text)) {
+        const std::string wanted = Given(line);
+        if (askForNext) {
+            const auto given = reader->Next();
+            FUZZ_CHECK(given && *given == wanted);
+            askForNext = false;
+        } else if (wanted.find(kKey) != std::string::npos) {
+            const auto given = reader->NextWith(kKey);
+            FUZZ_CHECK(given && *given == wanted);
+            askForNext = ++found % 2 == 1;
+        }
+    }
+    FUZZ_CHECK(!reader->NextWith(kKey));
+    FUZZ_CHECK(!reader->NextWith(kKey));
+}
+
 }  // namespace
 
 void Fuzz(std::string_view input) {
@@ -51,4 +74,5 @@ void Fuzz(std::string_view input) {
     }
     FUZZ_CHECK(!reader->Next());
     FUZZ_CHECK(!reader->Next());
+    CheckPassingOver(text, file.path());
 }
