@@ -17,25 +17,21 @@ std::uint64_t Counted(std::time_t seconds) {
     return seconds < 0 ? kNoTime : static_cast<std::uint64_t>(seconds);
 }
 
-// A time as it is written, converted by the C library.
-struct LocalTime {
-    tm written{};
-    tm corrected{};  // another one when there is no such time, or no such day
-    std::time_t seconds = 0;
-};
-
+// The text's time as the C library converts it: another one when there is no such time, or no such day.
 // Nothing when the text has another form.
-std::optional<LocalTime> Convert(const std::string& text) {
+std::optional<std::time_t> Convert(const std::string& text) {
     // The "C" locale is part of the C library: asking for it takes no memory and cannot fail.
     static const locale_t plain = newlocale(LC_ALL_MASK, "C", nullptr);
-    LocalTime time;
-    if (strptime_l(text.c_str(), "%a %b %d %H:%M:%S %Y", &time.written, plain) == nullptr) {
+    tm local{};
+    if (strptime_l(text.c_str(), "%a %b %d %H:%M:%S %Y", &local, plain) == nullptr) {
         return std::nullopt;
     }
-    time.corrected = time.written;
-    time.corrected.tm_isdst = -1;
-    time.seconds = tovaserverutil::SecondsOfLocalTime(time.corrected);
-    return time;
+    local.tm_isdst = -1;
+    return tovaserverutil::SecondsOfLocalTime(local);
+}
+
+int SecondOfDay(int hour, int minute, int second) {
+    return (hour * 60 + minute) * 60 + second;
 }
 
 // A text in which everything has its usual place: "Fri Oct  2 05:41:23 2026", and perhaps more.
@@ -74,58 +70,51 @@ std::optional<Parts> Split(std::string_view text) {
         return std::nullopt;
     }
     return Parts{text.substr(0, kHour), text.substr(kYear, kForm.size() - kYear),
-                 (*hour * 60 + *minute) * 60 + *second};
+                 SecondOfDay(*hour, *minute, *second)};
 }
 
-// Does a local day begin at that second, at the same distance from UTC?
-bool IsMidnight(std::time_t seconds, long distance) {
+// Does a local day begin at that second?
+bool IsMidnight(std::time_t seconds) {
     tm local{};
-    return localtime_r(&seconds, &local) != nullptr && local.tm_hour == 0 && local.tm_min == 0 &&
-           local.tm_sec == 0 && local.tm_gmtoff == distance;
+    localtime_r(&seconds, &local);  // fails for years that no int holds; the texts' have four digits
+    return SecondOfDay(local.tm_hour, local.tm_min, local.tm_sec) == 0;
 }
 
 // The beginning of the time's day when no clock is changed on it, nor on the days before and after it: only
 // then its times are as many seconds apart as they look, and none of them comes twice, which the C library
-// would decide by the time that it was asked for before.
-std::optional<std::time_t> BeginOfEvenDay(const LocalTime& time, int secondOfDay) {
-    const tm& written = time.written;
-    const tm& corrected = time.corrected;
-    if (time.seconds < 0 || corrected.tm_mday != written.tm_mday || corrected.tm_hour != written.tm_hour ||
-        (corrected.tm_hour * 60 + corrected.tm_min) * 60 + corrected.tm_sec != secondOfDay) {
-        return std::nullopt;
-    }
-    const std::time_t midnight = time.seconds - secondOfDay;
-    const long distance = corrected.tm_gmtoff;
-    return IsMidnight(midnight - kDay, distance) && IsMidnight(midnight + 2 * kDay, distance)
-               ? std::optional(midnight)
-               : std::nullopt;
+// would decide by the time that it was asked for before. For the same reason a time that a change leaves out
+// has no such day, nor has one beside a leap second, in zones that count those. A change by whole days, which
+// leaves dates out, does not matter: it moves no time of a day.
+std::optional<std::time_t> BeginOfEvenDay(std::time_t seconds, int secondOfDay) {
+    const std::time_t midnight = seconds - secondOfDay;
+    return IsMidnight(midnight - kDay) && IsMidnight(midnight + 2 * kDay) ? std::optional(midnight)
+                                                                          : std::nullopt;
 }
 
 }  // namespace
 
 std::uint64_t datestr_to_num(const std::string& text) {
-    const auto time = Convert(text);
-    return time ? Counted(time->seconds) : kNoForm;
+    const auto seconds = Convert(text);
+    return seconds ? Counted(*seconds) : kNoForm;
 }
 
 std::uint64_t EventTimes::Seconds(std::string_view text) {
     const auto parts = Split(text);
-    if (parts && m_date.size() == parts->day.size() + parts->year.size() && m_date.starts_with(parts->day) &&
-        m_date.ends_with(parts->year)) {
+    if (parts && m_date.starts_with(parts->day) && m_date.ends_with(parts->year)) {
         return Counted(m_midnight + parts->secondOfDay);
     }
-    const auto time = Convert(std::string(text));
-    if (!time) {
+    const auto seconds = Convert(std::string(text));
+    if (!seconds) {
         return kNoForm;
     }
     // Also when the new day is no even one: else the C library would next be asked after another time than
     // when it is asked for every single one.
     m_date.clear();
     if (parts) {
-        if (const auto midnight = BeginOfEvenDay(*time, parts->secondOfDay)) {
+        if (const auto midnight = BeginOfEvenDay(*seconds, parts->secondOfDay)) {
             m_midnight = *midnight;
             m_date.assign(parts->day).append(parts->year);
         }
     }
-    return Counted(time->seconds);
+    return Counted(*seconds);
 }
