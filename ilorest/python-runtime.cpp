@@ -42,6 +42,8 @@ def place(module):
     try:
         # A namespace package has folders but no file.
         return str(getattr(module, '__file__', None) or list(module.__path__)[0])
+    except MemoryError:
+        raise
     except BaseException:
         return ''
 
@@ -117,10 +119,11 @@ bool PythonRuntime::Start() {
     if (m_state == State::kStopped && !Initialize()) {
         return false;
     }
-    if (!PreparePath()) {
+    if ((!m_forgotten && !Forget()) || !PreparePath()) {
         PyErr_Clear();
         return false;
     }
+    m_forgotten = false;
     m_state = State::kStarted;
     return true;
 }
@@ -131,7 +134,8 @@ void PythonRuntime::Finalize() noexcept {
     }
     PyErr_Clear();
     m_state = State::kIdle;
-    Forget();
+    m_forgotten = Forget();
+    PyErr_Clear();
 }
 
 bool PythonRuntime::Initialize() {
@@ -156,6 +160,7 @@ bool PythonRuntime::Initialize() {
     m_state = State::kIdle;
     PyObject* path = PySys_GetObject("path");
     PyObject* modules = PySys_GetObject("modules");
+    m_forgotten = true;
     m_ownPath = PyRef(path != nullptr ? PySequence_List(path) : nullptr);
     m_ownModules = PyRef(modules != nullptr ? PySet_New(modules) : nullptr);
     if (!m_ownPath || !m_ownModules || !Run(kQuieten, {})) {
@@ -175,10 +180,11 @@ bool PythonRuntime::PreparePath() {
            PySys_SetObject("path", path.get()) == 0;
 }
 
-void PythonRuntime::Forget() {
+// False, with the Python error pending, when there is no memory for it. Then a part of a module may be left,
+// which the other parts do not fit once they are read anew.
+bool PythonRuntime::Forget() {
     const PyRef folder(PyUnicode_DecodeFSDefault(m_resolvedFolder.c_str()));
-    Run(kForgetModules, {{"folder", folder.get()}, {"own_modules", m_ownModules.get()}});
-    PyErr_Clear();
+    return Run(kForgetModules, {{"folder", folder.get()}, {"own_modules", m_ownModules.get()}});
 }
 
 void PythonRuntime::Shutdown() noexcept {

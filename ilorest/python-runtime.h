@@ -35,10 +35,10 @@ public:
     bool IsStarted() const noexcept { return m_state == State::kStarted; }
 
     // Makes the interpreter ready to import from the module folder; not to be called when IsTaken(). False
-    // when Python cannot start, which leaves nothing running.
+    // when Python cannot start, which leaves nothing running, or when memory is short.
     bool Start();
     // Forgets what has been imported from outside of the standard library, and a pending Python error; does
-    // nothing when not started.
+    // nothing when not started. What there is no memory to forget, the next Start() forgets.
     void Finalize() noexcept;
 
 private:
@@ -50,12 +50,13 @@ private:
 
     bool Initialize();
     bool PreparePath();
-    void Forget();
+    bool Forget();
     void Shutdown() noexcept;
 
     std::string m_moduleFolder;
     State m_state = State::kStopped;
     std::string m_resolvedFolder;
-    PyRef m_ownPath;     // sys.path as Python made it, without the module folder
-    PyRef m_ownModules;  // names of the modules that Python itself loads
+    bool m_forgotten = true;  // nothing is left of what was imported before
+    PyRef m_ownPath;          // sys.path as Python made it, without the module folder
+    PyRef m_ownModules;       // names of the modules that Python itself loads
 };

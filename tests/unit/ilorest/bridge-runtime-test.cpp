@@ -224,6 +224,33 @@ TEST(PythonRuntime, Finalize_ForgetsWhatCameWithTheModule) {
     EXPECT_EQ(bridge.getValue("/"), "1 1 1 2 1");
 }
 
+TEST(PythonRuntime, NoMemoryToForget_IsMadeUpForBeforeTheNextImport) {
+    FakeModule module;
+    module.AddFile("bayward_private.py", "count = 0\n");
+    module.AddFile("elsewhere/site-packages/scarce.py",
+                   "class Scarce:\n"
+                   "    failures = 0\n"
+                   "    def __getattr__(self, name):\n"
+                   "        self.failures -= 1\n"
+                   "        raise MemoryError if self.failures >= 0 else AttributeError\n");
+    module.Top(
+        "import sys, bayward_private\nsys.path.append(os.path.dirname(os.path.abspath(__file__)) + "
+        "'/elsewhere/site-packages')\nimport scarce, string\n"
+        "string.scarce = getattr(string, 'scarce', None) or scarce.Scarce()\n"
+        "sys.modules['scarce memory'] = string.scarce");
+    module.Does("get",
+                "bayward_private.count += 1\nstring.scarce.failures = 2\n"
+                "return f'{bayward_private.count} {string.scarce.failures}'");
+    module.Install();
+    iLoRestHelper bridge(module.folder());
+    Init(bridge);
+    EXPECT_EQ(bridge.getValue("/"), "1 2");
+    bridge.finalize();                                                                   // the first failure
+    ExpectLiteral(TextThrownBy([&] { Init(bridge); }), "Python Module import failed.");  // the second one
+    Init(bridge);
+    EXPECT_EQ(bridge.getValue("/"), "1 2");
+}
+
 TEST(PythonRuntime, Start_FollowsTheWorkingDirectory) {
     FakeModule first;
     first.Answers("get", "'first'").Install();
