@@ -8,6 +8,7 @@ from typing import Any, Callable, Iterator
 
 import pytest
 
+from expansion import expansion
 from watched import ControllerProcess, Watched, bin_dir
 
 import simhost
@@ -37,7 +38,8 @@ def natural() -> Iterator[Watched]:
 
 def _starter(stack: ExitStack) -> Callable[..., ControllerProcess]:
     def start(*options: object, **more: Any) -> ControllerProcess:
-        sim = stack.enter_context(ControllerProcess(*[str(option) for option in options], **more))
+        given = (*expansion().options, *options)
+        sim = stack.enter_context(ControllerProcess(*[str(option) for option in given], **more))
         # Whatever happens to it, the controller has nothing to complain about.
         stack.callback(lambda: _assert_content(sim))
         return sim

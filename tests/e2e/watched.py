@@ -10,6 +10,8 @@ import time
 from pathlib import Path
 from typing import Any, Callable, Dict, List, Mapping, NamedTuple, Optional, Sequence, Tuple
 
+from expansion import expansion
+
 ROOT = Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(ROOT / "sim"))
 
@@ -17,6 +19,7 @@ from simcontroller.process import ControllerProcess  # noqa: E402
 from simhost import SimHost, WaitTimeout  # noqa: E402
 
 _STAMP = re.compile(r"\d{4}/\d\d/\d\d \d\d:\d\d:\d\d\.\d{3} ")
+HELD = "/hang-headers"  # ends the line of a request whose answer was held back
 _SYSTEMS = "GET /redfish/v1/Systems/"
 UNDEFINED = 77  # exit status of a program with undefined behaviour; no other end has it
 _SANITIZER_SWITCHES = {
@@ -209,7 +212,7 @@ class Watched:
         if isinstance(config, str):
             return config
         url = url if url is not None else self._sim.url if self._sim is not None else "https://127.0.0.1:9"
-        found: Dict[str, Dict[str, object]] = {"iLo": {"url": url, "interval": 3000},
+        found: Dict[str, Dict[str, object]] = {"iLo": {"url": url, "interval": 3000, **expansion().service},
                                                "media error": {"check": "false"}}
         for section, entries in (config or {}).items():
             found[section] = {**found.get(section, {}), **entries}
@@ -390,12 +393,16 @@ class Held:
         self._watched = watched
 
     def __enter__(self) -> None:
-        begun = self._watched.walks()
+        held = self._held()
         self._watched.sim.control.call("hang", "GET /redfish/v1/Systems", "headers", "forever", 1)
-        wait_until(lambda: self._watched.walks() > begun, "walk to hold", 30, self._watched.host)
+        wait_until(lambda: self._held() > held, "walk to hold", 30, self._watched.host)
 
     def __exit__(self, *_: Any) -> None:
         self._watched.sim.control.call("release")
+
+    def _held(self) -> int:
+        """How many walks have been held. One that begins just before the next is to be held is none of them."""
+        return sum(f" {_SYSTEMS} " in line and line.endswith(HELD) for line in self._watched.sim.requests())
 
 
 def without(lines: Sequence[str], *texts: str) -> List[str]:

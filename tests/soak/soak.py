@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 """Runs the whole system for thousands of looks at a server that changes and fails, and checks what it promises.
 
-    soak.py --bin build/release/bin [CYCLES] [--seed N]
+    soak.py --bin build/release/bin [CYCLES] [--seed N] [--expansion on|off|ignored|refused]
 
 The real service on a simulated host, its clock running faster, watches a simulated controller over TLS and both RAID
 tools, with a real rsyslogd. What is done to them follows from the seed. Exit status 1: a promise was broken; which one
@@ -24,7 +24,8 @@ from typing import Dict, List, Optional, Sequence, Tuple
 ROOT = Path(__file__).resolve().parents[2]
 sys.path[:0] = [str(ROOT / "tests/e2e"), str(ROOT / "sim")]
 
-from soaklogs import Journal, Tail, Violation  # noqa: E402 (the packages lie elsewhere in the tree)
+from expansion import EXPANSIONS, VARIABLE  # noqa: E402 (the packages lie elsewhere in the tree)
+from soaklogs import Journal, Tail, Violation  # noqa: E402
 from soakmedium import MediumErrors  # noqa: E402
 from soakmodule import ModuleLoads  # noqa: E402
 from soakrounds import Rounds  # noqa: E402
@@ -125,6 +126,7 @@ class Run:
             ("descriptors", f"{min(self.vitals.descriptors, default=0)} at the end, "
                             f"{self.vitals.most_descriptors} at first at most"),
             ("sessions", f"{self.server.most_sessions} open at most"),
+            ("requests", f"{self.server.requests}, {self.server.expanding} of them for collections with their members"),
             ("logs", f"{self.vitals.largest_logs[0]} and {self.vitals.largest_logs[1]} bytes at most, "
                      f"{journal.lines} lines; {journal.entries} entries in the system log"),
             ("archives", f"{len(self.vitals.archives())} at the end"),
@@ -150,6 +152,9 @@ def main(argv: Optional[Sequence[str]] = None) -> int:
     parser.add_argument("cycles", nargs="?", type=int, default=300, metavar="CYCLES", help="default: 300")
     parser.add_argument("--seed", type=int, help="repeats what an earlier run did")
     parser.add_argument("--speed", type=float, default=20, help="how fast the service's clock runs (default: 20)")
+    parser.add_argument("--expansion", choices=EXPANSIONS, default="on",
+                        help="whether collections are read with their members in place (default: on), or one by one: "
+                             "switched off, ignored by the controller or refused by it")
     parser.add_argument("--bin", type=Path, default=ROOT / "build/release/bin", metavar="DIR",
                         help="run-time folder of the service (default: build/release/bin)")
     args = parser.parse_args(argv)
@@ -161,8 +166,10 @@ def main(argv: Optional[Sequence[str]] = None) -> int:
         return 1
     signal.signal(signal.SIGTERM, signal.default_int_handler)  # what was started is ended, as after Ctrl+C
     os.environ["BAYWARD_BIN"] = str(args.bin.resolve())
+    os.environ[VARIABLE] = args.expansion
     seed = args.seed if args.seed is not None else random.SystemRandom().randrange(10**6)
     print(f"seed              {seed}", flush=True)
+    print(f"expansion         {args.expansion}", flush=True)
     status, failure, run = 0, "", None
     with ExitStack() as stack:
         try:

@@ -8,6 +8,7 @@ from collections import Counter
 from contextlib import contextmanager
 from typing import Any, Callable, Dict, Iterator, List, Optional, Tuple
 
+from expansion import expansion
 from soaklogs import Journal, Mark
 from soakmedium import MediumErrors
 from soakmodule import ModuleLoads
@@ -34,25 +35,23 @@ _COLLECTIONS = (_ARRAYS, _VOLUMES, _STORAGE)
 _ANYWHERE = (*_COLLECTIONS, _ARRAY)
 
 
-def _lasting(kind: str, where: str, *more: Any) -> Verb:
-    """A fault that meets both forms in which a collection is asked for: with its members in place, and without."""
-    *details, times = more
-    return (kind, where, *details, 2 * times if where in _COLLECTIONS else times)
+def _failing(forms: int) -> List[Verb]:
+    """Faults with which a read fails and with it the session's look at the storage: a new log-in, a new silent baseline.
+    Each meets all the forms in which a collection is asked for."""
+    return [
+        *[(kind, where, *more, forms if where in _COLLECTIONS else 1) for where in _ANYWHERE for kind, *more in (
+            ("status", 500), ("status", 503), ("drop", "during"), ("cut", 40), ("body", "[1, 2, 3]"), ("body", ""),
+            ("body", '{"@odata.id":"/redfish/v1/Systems/1", "Model":'), ("body", "<html>\u0000\u00ff"),
+            ("wire", "220 smtp.example.net ESMTP\r\n"), ("wire", "HTTP/1.1 200 OK\r\nContent-Length: -1\r\n\r\n{}"))],
+        ("body", _VOLUMES, '{"Members": null}', forms),
+        # Taken for the plain form whichever was asked for.
+        ("body", _VOLUMES, '{"Members": [{"@odata.id": "https://192.0.2.9/redfish/v1"}]}', 1),
+        ("status", _ARRAYS, 401, 2 * forms),  # refused to a fresh session too
+        ("hang", _ARRAY, "headers", "forever", 1),
+        ("hang", _STORAGE, "body", "forever", forms),
+    ]
 
 
-# A read fails and with it the session's look at the storage: a new log-in, a new silent baseline.
-_FAILING: List[Verb] = [
-    *[_lasting(kind, where, *more) for where in _ANYWHERE for kind, *more in (
-        ("status", 500, 1), ("status", 503, 1), ("drop", "during", 1), ("cut", 40, 1), ("body", "[1, 2, 3]", 1),
-        ("body", "", 1), ("body", '{"@odata.id":"/redfish/v1/Systems/1", "Model":', 1),
-        ("body", "<html>\u0000\u00ff", 1), ("wire", "220 smtp.example.net ESMTP\r\n", 1),
-        ("wire", "HTTP/1.1 200 OK\r\nContent-Length: -1\r\n\r\n{}", 1))],
-    ("body", _VOLUMES, '{"Members": null}', 2),
-    ("body", _VOLUMES, '{"Members": [{"@odata.id": "https://192.0.2.9/redfish/v1"}]}', 1),
-    ("status", _ARRAYS, 401, 4),  # both forms are refused to a fresh session too
-    ("hang", _ARRAY, "headers", "forever", 1),
-    ("hang", _STORAGE, "body", "forever", 2),
-]
 # The log-in survives it: what changes meanwhile is reported.
 _SURVIVED: List[Verb] = [
     ("expire-sessions",), ("close-connections",),
@@ -78,6 +77,7 @@ class Rounds:
         self._rng = rng
         self._speed = speed
         self._warm_cycles = warm_cycles
+        self._failing = _failing(expansion().forms)
         self._world = World()
         self._seen = World()
         self._ahead = 0
@@ -162,9 +162,9 @@ class Rounds:
     @contextmanager
     def _held(self) -> Iterator[None]:
         """Keeps the next look at the storage at its beginning; what changes meanwhile is seen together."""
-        begun = self._server.walks()
+        held = self._server.held_walks()
         self._server.call("hang", "GET /redfish/v1/Systems", "headers", "forever", 1)
-        self._wait(lambda: self._server.walks() > begun, "look at the storage")
+        self._wait(lambda: self._server.held_walks() > held, "look at the storage")
         yield
         self._server.call("release")
 
@@ -271,7 +271,7 @@ class Rounds:
         mark = self._journal.mark()
         with self._held():
             self._change(self._some_changes() if self._rng.random() < 0.5 else [])
-            self._arm(self._rng.choice(_FAILING))
+            self._arm(self._rng.choice(self._failing))
         self._after_outage(mark, Counter())
         self._server.call("clear-faults")
 

@@ -1,12 +1,14 @@
 """The soak finds what it looks for."""
 
 import random
+import re
 from collections import Counter
 from pathlib import Path
 from typing import Any
 
 import pytest
 import soak
+from expansion import EXPANSIONS
 from fixtures import everything_is_there  # noqa: F401
 from soaklogs import Journal, Tail, Violation
 from soakmodule import ModuleLoads
@@ -164,14 +166,17 @@ def test_loads_of_the_module_are_counted(tmp_path: Path) -> None:
 
 # ---- Runs ----
 
-def run(cycles: int) -> int:
-    return soak.main([str(cycles), "--seed", "7", "--bin", str(bin_dir())])
+def run(cycles: int, *options: str) -> int:
+    return soak.main([str(cycles), "--seed", "7", "--bin", str(bin_dir()), *options])
 
 
-def test_good_service_passes(capsys: pytest.CaptureFixture) -> None:
-    assert run(30) == 0
+@pytest.mark.parametrize("way", EXPANSIONS)
+def test_good_service_passes(capsys: pytest.CaptureFixture, way: str) -> None:
+    assert run(30, "--expansion", way) == 0
     told = capsys.readouterr().out
     assert "BROKEN" not in told and "seed              7" in told
+    expanding = re.search(r"^requests +\d+, (\d+) of them", told, re.MULTILINE)
+    assert expanding is not None and (int(expanding[1]) > 0) == EXPANSIONS[way].asked
 
 
 def test_change_that_is_not_reported_breaks_the_run(monkeypatch: pytest.MonkeyPatch,
