@@ -44,6 +44,10 @@ public:
     bool failurePredicted = false;
     std::vector<Odataid> volumes;  // Redfish: the volumes that use the drive
 
+    // Nothing is known of it but that the controller lists it: its own resource was not ready, or was gone by
+    // then.
+    bool isUntold() const { return Id.empty() && model.empty() && serialNumber.empty(); }
+
     bool isStatusFailed() const;
     bool isStatusFatal() const;
     bool isStatusSmart() const;

@@ -20,6 +20,27 @@ std::string TextOr(const std::string& text, const char* replacement) {
     return text.empty() ? replacement : text;
 }
 
+// A drive that is listed but tells nothing this time is taken as it was the last time. As it is by default it
+// would be well and part of no volume: a failed one would fail again with the next look, and a pulled one
+// leave without a word.
+void KeepUntoldDrives(const ServiceRoot& previous, ServiceRoot& current) {
+    for (auto& [systemKey, system] : current.systems) {
+        for (auto& [key, controller] : system.mirror.controllers) {
+            const ArrayController* const before =
+                previous.findController(systemKey, &ComputerSystem::mirror, key);
+            if (before == nullptr) {
+                continue;
+            }
+            for (auto& [driveKey, drive] : controller.diskDrives) {
+                const auto known = before->diskDrives.find(driveKey);
+                if (drive.isUntold() && known != before->diskDrives.end()) {
+                    drive = known->second;
+                }
+            }
+        }
+    }
+}
+
 }  // namespace
 
 iLoRestManager::iLoRestManager() : iLoRestManager(nullptr) {}
@@ -127,6 +148,7 @@ bool iLoRestManager::check(EventList& events) {
     if (!buildRaidControllers(current)) {
         return false;
     }
+    KeepUntoldDrives(m_previous, current);
     m_rules.checkAll(m_previous, current, events);
     m_previous = std::move(current);
     return true;

@@ -3,7 +3,7 @@
 from typing import Callable
 
 import pytest
-from watched import Watched, mega_disk, smart_disk, without
+from watched import HELD, Watched, mega_disk, smart_disk, wait_until, without
 
 MONITORED = "<VK0900> [TR] Start to monitor."
 
@@ -54,6 +54,29 @@ def test_mr_drive_that_is_never_ready_keeps_its_defaults(start_sim: Callable, wa
     watched.expect(mega_disk(2).failed)
     assert without(from_ready(watched), "[EV]") == [MONITORED]
     assert watched.counters()["logins"] == 1
+
+
+def test_mr_drive_that_is_not_ready_for_a_walk_stays_what_it_was(start_sim: Callable, watch: Callable[..., Watched]) -> None:
+    """One that had failed before does not fail again with the walk that reads it."""
+    sim = start_sim("--ilo", 6, "--mr-drives", 4, "--mr-volumes", 1)
+    watched = watch(sim, speed=40).start().wait_baseline()
+    sim.control.call("fail-drive", 1, 2)
+    watched.expect(mega_disk(2, ssd=True).failed)
+    sim.control.call("not-ready", "GET */Drives/1", 5)
+    sim.control.call("expand", "off")  # else it stands in its collection, whatever it answers itself
+    wait_until(lambda: sum("/Drives/1 503" in line for line in sim.requests()) == 5, "tries", 60, watched.host)
+    watched.expect(walks=3)
+
+
+def test_mr_drive_that_is_pulled_before_a_walk_reads_it(start_sim: Callable, watch: Callable[..., Watched]) -> None:
+    """Its controller still listed it, and it is missing from the next list."""
+    sim = start_sim("--ilo", 6, "--mr-drives", 4, "--mr-volumes", 1)
+    watched = watch(sim, speed=20).start().wait_baseline()
+    sim.control.call("hang", "GET */Volumes", "headers", "forever", 1)
+    wait_until(lambda: sim.requests()[-1].endswith(HELD), "walk to hold", 30, watched.host)
+    sim.control.call("remove-drive", 1, 2)
+    sim.control.call("release")
+    watched.expect(mega_disk(2, ssd=True).failed, walks=2)
 
 
 @pytest.mark.parametrize("generation, version", [
