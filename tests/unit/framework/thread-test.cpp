@@ -1,14 +1,18 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <stdexcept>
 #include <string>
 #include <thread>
 
+#include "sanitized.h"
 #include "server-util.h"
 #include "test-io.h"
 
@@ -201,6 +205,37 @@ TEST(Thread, NoMemoryForTheStack_RunThrowsAndJoinReturnsAtOnce) {
     thread.Join();
     EXPECT_EQ(calls, 0);
 }
+
+#ifndef BAYWARD_SANITIZED
+// Leaves malloc nothing, down to its smallest blocks.
+std::uint64_t TakeAllMemory(void*) {
+    constexpr std::size_t kLargest = std::size_t{1} << 20;
+    const rlimit nothing{0, 0};
+    if (setrlimit(RLIMIT_DATA, &nothing) != 0) {
+        return 0;
+    }
+    for (std::size_t size = kLargest; size > 0; size /= 2) {
+        void* volatile block = nullptr;  // or the compiler leaves malloc out
+        do {
+            block = std::malloc(size);
+        } while (block != nullptr);
+    }
+    return 7;
+}
+
+// In a process of its own, in which no thread has ended yet. The style runs this test alone there.
+TEST(ThreadDeathTest, NoMemoryWhenTheFirstThreadEnds_EndsItAllTheSame) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            Thread thread(&TakeAllMemory, nullptr);
+            thread.Run();
+            thread.Join();
+            _exit(static_cast<int>(thread.ExitStatus()));
+        },
+        testing::ExitedWithCode(7), "");
+}
+#endif
 
 // The place of a virtual operation among its class's: what the common C++ ABI puts first into a pointer to
 // it.
