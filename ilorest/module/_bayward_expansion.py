@@ -7,7 +7,9 @@ its own would have given. Whatever does not look like that goes to the controlle
 from __future__ import annotations
 
 import re
+import sys
 import time
+from types import SimpleNamespace
 
 from _bayward_outcome import Answer, Deadline, Failure, Unanswered
 from _bayward_shaping import has_members, member, parse_object, shaped_text
@@ -54,6 +56,13 @@ _STARTING = "Starting"
 _CHASSIS_DRIVE = re.compile(r"(/redfish/v1/Chassis/[^/]+/Drives)/[^/]+(/?)", re.IGNORECASE)
 
 
+def _unanswered_before() -> dict[str, int]:
+    """Paths whose form with members was left unanswered, and how often in a row. A controller that is busy with one until
+    the session is lost would be asked for it again by the next; so this outlives the session, and the module as well,
+    which is loaded anew after each failed walk and forgets what lies in its files."""
+    return sys.modules.setdefault("bayward remembers", SimpleNamespace(unanswered={})).unanswered  # type: ignore
+
+
 class Reading:
     """One answer. `resource` is what its body holds, where that was read already."""
 
@@ -78,9 +87,10 @@ class Expansion:
     def __init__(self, session, enabled: bool) -> None:  # type: ignore[no-untyped-def]
         self._session = session
         self._enabled = enabled
-        self._plain: set[str] = set()  # refused, ignored or failed with members, and answered without
+        self._unanswered = _unanswered_before()
+        # Refused, ignored or failed with members, and answered without; or unanswered.
+        self._plain = {path for path, times in self._unanswered.items() if times >= UNANSWERED_LIMIT}
         self._absent: set[str] = set()  # failed in both forms the last time: when they come back, the plain one tells
-        self._unanswered: dict[str, int] = {}
         # By path, what its plain form lists: the links, by the resource they lead to. Members in place may name themselves
         # otherwise, or be fewer than there are.
         self._listed: dict[str, dict[str, str]] = {}
@@ -176,9 +186,13 @@ class Expansion:
         if known is not None and sorted(keys) == sorted(known):
             return Reading(answer, {**resource, "Members": [{"@odata.id": link} for link in known.values()]})
         plain = self._session.fetch(path, deadline)
-        self._listed[path] = known = _links(plain)
-        if plain.succeeded() and sorted(keys) != sorted(known):
-            self._plain.add(path)  # it does not put every member in place
+        links = _links(plain)
+        if links is None:
+            self._listed.pop(path, None)
+        else:
+            self._listed[path] = links
+            if sorted(keys) != sorted(links):
+                self._plain.add(path)  # it does not put every member in place
         return Reading(plain)
 
     def _ask(self, path: str, deadline: Deadline) -> tuple[Answer, dict]:
@@ -241,13 +255,17 @@ def canonical(path: str) -> str:
     return path.rstrip("/")
 
 
-def _links(answer: Answer) -> dict[str, str]:
-    """The links of a collection, by the resource they lead to; none when the answer is no collection."""
+def _links(answer: Answer) -> dict[str, str] | None:
+    """The links of a collection, by the resource they lead to; None when the answer is no collection, or not yet one."""
+    if not answer.succeeded() or NOT_READY.encode("ascii") in answer.body:
+        return None
     try:
         members = parse_object(answer.body).get("Members")
     except Failure:
-        return {}
-    links = [member(item, "@odata.id") for item in (members if isinstance(members, list) else [])]
+        return None
+    if not isinstance(members, list):
+        return None
+    links = [member(item, "@odata.id") for item in members]
     return {canonical(link): link for link in links if isinstance(link, str)}
 
 
@@ -278,14 +296,14 @@ def _is_ready(kind: str, resource: dict) -> bool:
         return False
     if kind == "storage" and not _lists_all(resource):
         return False
-    if member(resource, "MediaType") == "SSD" and resource.get(_WEAR.get(kind, "MediaType")) is None:
+    if "SSD" in str(member(resource, "MediaType")) and resource.get(_WEAR.get(kind, "MediaType")) is None:
         return False
     empty = kind == _DRIVES and state == "Absent" and "Model" not in resource
     return has_members(resource, _EMPTY_BAY if empty else _NEEDED[kind])
 
 
 def _lists_all(storage: dict) -> bool:
-    """Whether a storage resource has controllers, and as many drives as it counts."""
+    """Whether a storage resource has controllers, and as many drives as it counts; none are to be counted, too."""
     drives = storage.get("Drives")
     return (("StorageControllers" in storage or "Controllers" in storage) and isinstance(drives, list)
-            and storage.get("Drives@odata.count", len(drives)) == len(drives))
+            and storage.get("Drives@odata.count", len(drives) or None) == len(drives))

@@ -24,6 +24,13 @@ from raw_server import RawServer  # noqa: E402
 from simcontroller.process import ControllerProcess  # noqa: E402
 
 
+@pytest.fixture(autouse=True)
+def _nothing_remembered():
+    """What outlives the module in the service does not outlive a test."""
+    yield
+    sys.modules.pop("bayward remembers", None)
+
+
 @pytest.fixture
 def module(caplog):
     """The module, closed again at the end. What it reports is in caplog."""

@@ -2,7 +2,10 @@
 
 from __future__ import annotations
 
+import importlib
 import json
+import sys
+from pathlib import Path
 
 import pytest
 
@@ -117,6 +120,19 @@ def same_as_plain(controller, resources, *paths):
 
 def drive_paths(controller):
     return [body["@odata.id"] for body in controller.members[DRIVES]]
+
+
+def loaded_anew():
+    """Like the service does, of all that is in the module's folder."""
+    place = Path(_bayward_expansion.__file__).parent
+    kept = {name: module for name, module in sys.modules.items()
+            if Path(getattr(module, "__file__", None) or "/").parent == place}
+    for name in set(kept) - {"_bayward_outcome"}:  # the tests raise its failures
+        del sys.modules[name]
+    try:
+        return importlib.import_module("_bayward_resources")
+    finally:
+        sys.modules.update(kept)
 
 
 def walked(controller, *paths):
@@ -298,6 +314,20 @@ def test_one_request_without_an_answer_is_no_reason_to_stop_expanding(array):
     assert array.new() == [DRIVES + EXPAND, DRIVES, DRIVES]
 
 
+def test_session_that_is_lost_for_want_of_an_answer_is_not_lost_twice_for_it(array):
+    """A controller that is busy with the form with members for longer than a session lasts. Each new session comes with the
+    module loaded anew."""
+    for _ in range(_bayward_expansion.UNANSWERED_LIMIT):
+        array.answers = {DRIVES + EXPAND: Unanswered(OTHER, "with members"), DRIVES: Unanswered(OTHER, "without")}
+        with pytest.raises(Failure):
+            loaded_anew().Resources(array).get(DRIVES)
+        array.new()
+    array.answers = {}
+    resources = loaded_anew().Resources(array)
+    same_as_plain(array, resources, DRIVES, *drive_paths(array))
+    assert array.new() == [DRIVES, *drive_paths(array)]
+
+
 def test_controller_that_answers_nothing_is_a_failure(array):
     array.answers = {DRIVES + EXPAND: Unanswered(OTHER, "with members"), DRIVES: Unanswered(OTHER, "without")}
     with pytest.raises(Failure, match="without"):
@@ -415,7 +445,17 @@ def test_storage_that_does_not_tell_all_is_asked_for_itself(device, change):
     assert device.new() == [STORAGE + EXPAND, DEVICE]
 
 
-def test_worn_drive_below_a_chassis_is_told_by_itself_where_its_collection_does_not_tell(device):
+def test_storage_that_neither_lists_nor_counts_drives_is_asked_for_itself(device):
+    resources = walked(device, STORAGE)
+    device.answers[STORAGE + EXPAND] = (200, collection_of(STORAGE, [storage([])]))
+    same_as_plain(device, resources, STORAGE, DEVICE)
+    assert device.new() == [STORAGE + EXPAND, DEVICE]
+
+
+@pytest.mark.parametrize("media", ["SSD", "NVMe SSD"])
+def test_worn_drive_below_a_chassis_is_told_by_itself_where_its_collection_does_not_tell(device, media):
+    for drive in device.members[CHASSIS]:
+        drive["MediaType"] = media
     del device.members[CHASSIS][1]["PredictedMediaLifeLeftPercent"]
     resources = Resources(device)
     same_as_plain(device, resources, DEVICE, f"{CHASSIS}/0", f"{CHASSIS}/1")
@@ -438,7 +478,7 @@ def test_collection_lists_its_members_as_without_expansion(device):
 def test_new_device_in_a_collection_is_listed_as_without_expansion(device):
     resources = Resources(device)
     resources.get(STORAGE)
-    other = {**storage([]), "@odata.id": STORAGE + "DE00B000", "Id": "DE00B000"}
+    other = {**storage([]), "@odata.id": STORAGE + "DE00B000", "Id": "DE00B000", "Drives@odata.count": 0}
     device.members[STORAGE].append(other)
     device.new()
     same_as_plain(device, resources, STORAGE, DEVICE, STORAGE + "DE00B000")
@@ -451,6 +491,21 @@ def test_plain_form_that_fails_then_is_the_answer(device):
     assert "NotReady" in resources.get(STORAGE)
     del device.answers[STORAGE]
     same_as_plain(device, resources, STORAGE, DEVICE)
+
+
+@pytest.mark.parametrize("failed", [(503, NOT_READY), (404, MISSING), (500, {}), (200, b"<html>"), (200, NOT_READY)], ids=str)
+def test_plain_form_that_fails_does_not_list_nothing(array, failed):
+    """The form with members is as empty as it: both do not tell what there is."""
+    resources = Resources(array)
+    array.answers = {DRIVES + EXPAND: (200, collection_of(DRIVES, [])), DRIVES: failed}
+    for _ in range(2):
+        try:
+            assert resources.get(DRIVES) == Resources(array, expand=False).get(DRIVES)
+        except Failure:
+            assert failed[0] == 500 or failed[1] == b"<html>"
+        assert array.new()[:2] == [DRIVES + EXPAND, DRIVES]
+    del array.answers[DRIVES]
+    same_as_plain(array, resources, DRIVES, *drive_paths(array))
 
 
 def test_endless_new_names_are_forgotten(device, monkeypatch):
