@@ -119,7 +119,10 @@ bool PythonRuntime::Start() {
     if (m_state == State::kStopped && !Initialize()) {
         return false;
     }
-    if ((!m_forgotten && !Forget()) || !PreparePath()) {
+    if (!m_forgotten && !Forget()) {
+        return false;
+    }
+    if (!PreparePath()) {
         PyErr_Clear();
         return false;
     }
@@ -135,7 +138,6 @@ void PythonRuntime::Finalize() noexcept {
     PyErr_Clear();
     m_state = State::kIdle;
     m_forgotten = Forget();
-    PyErr_Clear();
 }
 
 bool PythonRuntime::Initialize() {
@@ -180,11 +182,15 @@ bool PythonRuntime::PreparePath() {
            PySys_SetObject("path", path.get()) == 0;
 }
 
-// False, with the Python error pending, when there is no memory for it. Then a part of a module may be left,
-// which the other parts do not fit once they are read anew.
+// False when there was no memory for it. Then a part of a module may be left, which the other parts do not
+// fit once they are read anew. What else somebody's module may raise here leaves nothing that a second time
+// would take away.
 bool PythonRuntime::Forget() {
     const PyRef folder(PyUnicode_DecodeFSDefault(m_resolvedFolder.c_str()));
-    return Run(kForgetModules, {{"folder", folder.get()}, {"own_modules", m_ownModules.get()}});
+    const bool done = Run(kForgetModules, {{"folder", folder.get()}, {"own_modules", m_ownModules.get()}});
+    const bool lackedMemory = !done && PyErr_ExceptionMatches(PyExc_MemoryError) != 0;
+    PyErr_Clear();
+    return !lackedMemory;
 }
 
 void PythonRuntime::Shutdown() noexcept {

@@ -251,6 +251,20 @@ TEST(PythonRuntime, NoMemoryToForget_IsMadeUpForBeforeTheNextImport) {
     EXPECT_EQ(bridge.getValue("/"), "1 2");
 }
 
+TEST(PythonRuntime, FinderThatFailsWhileModulesAreForgotten_IsSurvived) {
+    FakeModule module;
+    module.Top(
+        "import sys\nclass Finder:\n    def find_spec(self, *unused): return None\n"
+        "    def invalidate_caches(self): raise TypeError('wrong')\nsys.meta_path.append(Finder())");
+    module.Install();
+    iLoRestHelper bridge(module.folder());
+    for (int i = 0; i < 3; ++i) {
+        Init(bridge);
+        EXPECT_TRUE(bridge.isiLOInitialized());
+        bridge.finalize();
+    }
+}
+
 TEST(PythonRuntime, Start_FollowsTheWorkingDirectory) {
     FakeModule first;
     first.Answers("get", "'first'").Install();
