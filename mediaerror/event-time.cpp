@@ -66,11 +66,13 @@ std::optional<Parts> Split(std::string_view text) {
     const auto hour = TwoDigits(text, kHour, 24);
     const auto minute = TwoDigits(text, kMinute, 60);
     const auto second = TwoDigits(text, kSecond, 60);  // a leap second is the C library's business
-    if (!hour || !minute || !second) {
+    const std::string_view year = text.substr(kYear, kForm.size() - kYear);
+    // One with blanks in front may go on behind these four characters.
+    const bool isYear = year.find_first_not_of("0123456789") == std::string_view::npos;
+    if (!hour || !minute || !second || !isYear) {
         return std::nullopt;
     }
-    return Parts{text.substr(0, kHour), text.substr(kYear, kForm.size() - kYear),
-                 SecondOfDay(*hour, *minute, *second)};
+    return Parts{text.substr(0, kHour), year, SecondOfDay(*hour, *minute, *second)};
 }
 
 // Does a local day begin at that second?

@@ -259,6 +259,7 @@ TEST(EventTimes, TextsOfOtherForms_AreReadAsTheCLibraryReadsThem) {
                                        "Fri Oct  2  5:41:23 2026",
                                        "Fri Oct  2 05:41:23 26",
                                        "Fri Oct  2 05:41:23  2026",
+                                       "Fri Oct  2 05:41:23  2025",
                                        "Fri Oct  2 05:41:23 20267",
                                        "Sun Oct  2 05:41:23 2026",
                                        "Xxx Oct  2 05:41:23 2026",
