@@ -70,6 +70,10 @@ inline char BasicIStreamWrapper<std::istream>::Take() {
 
 #include <cereal/archives/json.hpp>
 
+#ifndef RAPIDJSON_DOCUMENT_H_
+#error "This cereal brings a RapidJSON of its own, whose memory would not be checked."
+#endif
+
 [[noreturn]] inline void ThrowRapidJsonAssertion(const char* text) {
     throw cereal::RapidJSONException(text);
 }

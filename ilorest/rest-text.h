@@ -83,7 +83,8 @@ private:
     using Excuses = std::initializer_list<Presence>;
     Presence presence(const char* name);
     // Nearly every member is there, so it is loaded as if it were, and a failure looked into: finding out
-    // first would cost an exception for each member that is there. So would loading for each one that is null.
+    // first would cost an exception for each member that is there. So would loading for each one that is
+    // null.
     template <class T>
     void loadExcept(Excuses excuses, const char* name, T& value) {
         if (isNullInText(name) && isExcused(excuses, name)) {
