@@ -1,5 +1,6 @@
 // Process entry: a foreground run with --stand-alone as the first argument, a daemon otherwise.
 #include <malloc.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -14,6 +15,11 @@ constexpr const char* kStandAloneOption = "--stand-alone";
 // which the service reads again.
 void KeepOthersFromWriting() {
     umask(umask(S_IWGRP | S_IWOTH) | S_IWGRP | S_IWOTH);
+}
+// A core holds the controller's password. A limit of the core's size is none for a program that the kernel
+// hands cores to.
+void LeaveNoCore() {
+    prctl(PR_SET_DUMPABLE, 0);
 }
 // An answer with hundreds of drives is needed for moments and the next one minutes later. Left to itself the
 // allocator learns from the first one to keep such blocks. The threads work little and seldom at the same
@@ -30,6 +36,7 @@ void KeepMemorySmall() {
 int main(int argc, char** argv) {
     KeepMemorySmall();
     KeepOthersFromWriting();
+    LeaveNoCore();
     const bool standAlone = argc > 1 && std::strcmp(argv[1], kStandAloneOption) == 0;
     if (!standAlone && daemon(0, 0) != 0) {
         return -1;
