@@ -3,10 +3,10 @@
 #include <algorithm>
 
 #include "adu-text.h"
+#include "kept.h"
 #include "text.h"
 
 using tovaserverutil::Contains;
-using tovaserverutil::Printable;
 using tovaserverutil::TakeWord;
 using tovaserverutil::Trimmed;
 
@@ -91,8 +91,8 @@ void getLocation(std::string_view line, std::string& title, std::string& locatio
 
 AduHeading::AduHeading(std::string_view line, int mode) {
     getLocation(line, title, location, port, box, bay, mode);
-    title = Printable(title);
-    location = Printable(location);
+    title = KeptText(title);
+    location = KeptText(location);
     for (std::string* const part : {&port, &box, &bay}) {
         removeNonDigits(*part);
     }

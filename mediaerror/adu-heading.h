@@ -33,7 +33,8 @@ inline constexpr int kErrorLogHeading = 1;  // "Physical Drive" is enough
 void getLocation(std::string_view line, std::string& title, std::string& location, std::string& port,
                  std::string& box, std::string& bay, int mode);
 
-// A drive's heading as the records need it: printable texts, the digits of the location's parts.
+// A drive's heading as the records need it: printable texts of at most kMaxText characters, the digits of the
+// location's parts.
 struct AduHeading {
     std::string title;
     std::string location;

@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "adu-heading.h"
+#include "kept.h"
 #include "text.h"
 
 namespace {
@@ -98,8 +99,9 @@ private:
     void OpenSection(Kind kind, std::string_view line, std::string_view controller) {
         EndSection();
         m_kind = kind;
-        if (DrivePart(controller).empty() && controller != m_controller) {
-            m_controller.assign(controller);
+        const std::string_view kept = controller.substr(0, kMaxText);
+        if (DrivePart(controller).empty() && kept != m_controller) {
+            m_controller.assign(kept);
             m_statusDrives = 0;
             m_errorLogs = 0;
             m_numbers.clear();
@@ -114,11 +116,12 @@ private:
             return false;
         }
         const std::string_view title = TitleOf(line);
-        const bool controller = IsController(title) || title == m_controller;
+        const bool isOpen = title.substr(0, kMaxText) == m_controller;
+        const bool controller = IsController(title) || isOpen;
         if (!controller && DrivePart(line).empty()) {
             return false;
         }
-        return (controller && title != m_controller) || DrivePart(LastPart(line)).empty();
+        return (controller && !isOpen) || DrivePart(LastPart(line)).empty();
     }
 
     // False when the line names no drive.
@@ -131,7 +134,9 @@ private:
         if (m_kind == Kind::kStatus && drive.starts_with(kDriveWithKind) && HoldsKind(drive)) {
             const AduHeading heading(line, kStatusHeading);
             ++m_statusDrives;
-            m_numbers[heading.location] = m_statusDrives;
+            if (m_numbers.size() < kMaxDrives || m_numbers.count(heading.location) != 0) {
+                m_numbers[heading.location] = m_statusDrives;
+            }
             m_status.emplace(m_statusDrives, heading);
         } else if (m_kind == Kind::kErrorLog && HoldsKind(drive)) {
             const AduHeading heading(line, kErrorLogHeading);
@@ -148,10 +153,10 @@ private:
     std::optional<ErrorLogSection> m_errorLog;
 
     // Of the current controller; a repeated heading of the same one goes on counting.
-    std::string m_controller;
+    std::string m_controller;  // at most kMaxText characters of its title
     int m_statusDrives = 0;
     int m_errorLogs = 0;
-    std::map<std::string, int> m_numbers;  // of the status sections, by location
+    std::map<std::string, int> m_numbers;  // of the status sections, by location; at most kMaxDrives
 };
 
 }  // namespace

@@ -6,11 +6,11 @@
 #include <utility>
 
 #include "adu-text.h"
+#include "kept.h"
 #include "text.h"
 
 using tovaserverutil::Contains;
 using tovaserverutil::IsBlank;
-using tovaserverutil::Printable;
 using tovaserverutil::TakeWord;
 using tovaserverutil::Trimmed;
 using tovaserverutil::WithoutLeadingBlanks;
@@ -146,7 +146,7 @@ StatusSection::StatusSection(int number, const AduHeading& heading)
 void StatusSection::Take(std::string_view line) {
     if (const auto serial = ValueBehind(line, "Drive Serial Number")) {
         if (m_drive.serial.empty()) {
-            m_drive.serial = Printable(*serial);
+            m_drive.serial = KeptText(*serial);
         }
         return;
     }

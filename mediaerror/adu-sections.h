@@ -12,10 +12,10 @@
 #include "adu-heading.h"
 #include "error-times.h"
 
-// A drive's status section. All texts but `controller` are printable.
+// A drive's status section. Its texts have at most kMaxText characters; all but `controller` are printable.
 struct AduDrive {
-    // Its title byte for byte, as it stands in the headings: only a key, which tells equal places on several
-    // controllers apart, and nothing to be shown.
+    // The beginning of its title byte for byte, as it stands in the headings: only a key, which tells equal
+    // places on several controllers apart, and nothing to be shown.
     std::string controller;
     int number = 0;        // the drive's order among those of its controller, from 1
     std::string serial;    // empty when the drive does not tell it
@@ -25,7 +25,7 @@ struct AduDrive {
     int bay = 0;
 };
 
-// A drive's error log. All texts but `controller` are printable.
+// A drive's error log. Its texts are like those of AduDrive.
 struct AduErrorLog {
     std::string controller;  // as in AduDrive
     // The number that the status section gave the location; when there was none, the drive's order among the

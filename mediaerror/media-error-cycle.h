@@ -17,8 +17,9 @@ struct MediaErrorContext {
     std::function<void()> searchMegaRaid;
 };
 
-// The thread's body, until the stop: a cycle, a wait, a cycle ... The stop is deliberately looked for in the
-// wait alone; one that comes during a cycle is honoured at its end. An exception that leaves the cycle is
-// traced and ends the thread. Either way the files that the cycles left in the working directory are removed.
-// Throws nothing but failures of the trace log and std::bad_alloc.
+// The thread's body, until the stop: a cycle, a wait, a cycle ... The stop is deliberately waited for in the
+// wait alone; one that comes during a cycle is honoured at its end, which a search that sees it may bring
+// nearer. An exception that leaves the cycle is traced and ends the thread. Either way the files that the
+// cycles left in the working directory are removed. Throws nothing but failures of the trace log and
+// std::bad_alloc.
 void RunMediaErrorSearch(const MediaErrorContext& context);

@@ -24,7 +24,8 @@ void LetReportSettle() {
 
 std::uint64_t MediaErrorRoutine(void* stopEvent) {
     tovaserverutil::ShellRunner runner;
-    RunMediaErrorSearch({*Parameter, *static_cast<tovaserverutil::Event*>(stopEvent), runner,
-                         &LetReportSettle, &check_serialLog, &check_MegaRaid_Event});
+    auto& stop = *static_cast<tovaserverutil::Event*>(stopEvent);
+    RunMediaErrorSearch({*Parameter, stop, runner, &LetReportSettle, &check_serialLog,
+                         [&stop] { check_MegaRaid_Event(&stop); }});
     return 0;
 }

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "kept.h"
 #include "medium-error-event.h"
 #include "system-info.h"
 #include "working-files.h"
@@ -26,6 +27,10 @@ constexpr StorcliListing kEvents{kEventsFile, "KMT_ADUReport_test/storcli_show_e
 constexpr std::uint64_t kManyErrors = 19;  // more than this
 constexpr std::size_t kNewest = 19;
 constexpr std::uint64_t kWithin = 604799;  // seconds: seven days less one second
+
+// How long a search that sees the stop goes on listing drives, in seconds. A server's search is through by
+// then; one of many made-up drives, each of which may take its command's whole deadline, would take days.
+constexpr std::uint64_t kStopGrace = 60;
 
 // The listing as the command left it; null when there is none.
 std::unique_ptr<LineSource> Open(const StorcliListing& listing, const CommandResult& result) {
@@ -70,11 +75,15 @@ void MegaRaidSearch::Run() {
     m_drives.clear_map();
     for (const unsigned int number : check_MRController()) {
         const StorcliController controller = check_MRDevice(number);
+        if (m_ended) {
+            break;  // not all its drives are known; the service's next run reads the whole log again
+        }
         // Device ids repeat on the next controller.
         std::map<unsigned int, MediumErrors> errorsByDevice;
         if (const auto lines = output_storcli_events(number)) {
             ReadCorrectedErrors(*lines, [&](const CorrectedError& error) {
-                if (const auto device = DeviceOf(error, controller.drives)) {
+                const auto device = DeviceOf(error, controller.drives);
+                if (device && (errorsByDevice.size() < kMaxDrives || errorsByDevice.count(*device) != 0)) {
                     MediumErrors& errors = errorsByDevice[*device];
                     ++errors.count;
                     errors.times.Add(error.time);
@@ -104,6 +113,10 @@ StorcliController MegaRaidSearch::check_MRDevice(unsigned int number) {
     pd_addr drives;
     int driveNumber = 0;
     for (const StorcliDrive& drive : controller.drives) {
+        if (IsStoppedForLong()) {
+            m_ended = true;
+            break;
+        }
         const StorcliPlace place = get_box_num(number, drive);
         const std::string location =
             "Port=" + place.port + ",Box=" + place.box + ",Bay=" + std::to_string(drive.slot);
@@ -116,6 +129,18 @@ StorcliController MegaRaidSearch::check_MRDevice(unsigned int number) {
     m_drives.insert(static_cast<int>(number), drives);
     RemoveWorkingFile(m_context.runner, kControllerFile);
     return controller;
+}
+
+bool MegaRaidSearch::IsStoppedForLong() {
+    if (m_context.stop == nullptr || !m_context.stop->IsSet()) {
+        return false;
+    }
+    const std::uint64_t now = m_context.clock.Now();
+    if (!m_stopSeen) {
+        m_stopSeen = now;
+    }
+    // A clock that was set back ends the search as well.
+    return now - *m_stopSeen > kStopGrace;
 }
 
 StorcliPlace MegaRaidSearch::get_box_num(unsigned int controller, const StorcliDrive& drive) {
@@ -165,9 +190,9 @@ CommandResult MegaRaidSearch::List(const std::string& arguments, const StorcliLi
                                     tovaserverutil::kListingDeadline);
 }
 
-void check_MegaRaid_Event() {
+void check_MegaRaid_Event(const tovaserverutil::Event* stop) {
     tovaserverutil::ShellRunner runner;
     const tovaserverutil::WallClock clock;
-    MegaRaidSearch({runner, m_PdReportMap_Mr, *Parameter, LocalSystemInfo->get_country_region(), clock})
+    MegaRaidSearch({runner, m_PdReportMap_Mr, *Parameter, LocalSystemInfo->get_country_region(), clock, stop})
         .Run();
 }

@@ -11,6 +11,7 @@
 #include "clock.h"
 #include "error-times.h"
 #include "pd-maps.h"
+#include "server-util.h"
 #include "service-param.h"
 #include "shell.h"
 #include "storcli-events.h"
@@ -25,6 +26,7 @@ struct MegaRaidContext {
     tova_service::ServiceParameter& parameter;
     const std::string& language;  // country and region, as EventToLog takes it
     const tovaserverutil::WallClock& clock;
+    const tovaserverutil::Event* stop = nullptr;  // the thread's, looked at and not consumed; null: never
 };
 
 // The corrected medium errors that one drive has in the event log.
@@ -50,18 +52,22 @@ public:
 
     // A drive that errs repeatedly raises event 0x80008159 once; every other drive with errors, and that
     // drive from then on, gets a trace line, at most one in seven days. Without storcli64, or when it cannot
-    // list the controllers, nothing is reported. Throws what the trace log, EventToLog and the drive maps
-    // throw; working files may be left then.
+    // list the controllers, nothing is reported. A search goes on to its end when the stop is set, but not
+    // for ever: one that still lists drives a minute later ends without a report of that controller and those
+    // behind it. Throws what the trace log, EventToLog and the drive maps throw; working files may be left
+    // then.
     void Run();
 
 private:
     std::vector<unsigned int> check_MRController();
-    // Enters the controller's drives into m_drives.
+    // Enters the controller's drives into m_drives; only some of them when m_ended is set.
     StorcliController check_MRDevice(unsigned int number);
     StorcliPlace get_box_num(unsigned int controller, const StorcliDrive& drive);
     // The log; null when there is none.
     std::unique_ptr<LineSource> output_storcli_events(unsigned int controller);
 
+    // To be asked before each of the drives, of which there may be too many.
+    bool IsStoppedForLong();
     void Report(unsigned int number, const StorcliController& controller, unsigned int device,
                 const MediumErrors& errors);
 
@@ -70,9 +76,11 @@ private:
     tovaserverutil::CommandResult List(const std::string& arguments, const StorcliListing& listing);
 
     MegaRaidContext m_context;
-    pd_addr_map m_drives;  // by controller number
+    pd_addr_map m_drives;                     // by controller number
+    std::optional<std::uint64_t> m_stopSeen;  // when the stop was seen first
+    bool m_ended = false;                     // by the stop
 };
 
 // The same for the running service: m_PdReportMap_Mr, Parameter, LocalSystemInfo, the real shell
 // and the time of day. Called by the media-error thread alone.
-void check_MegaRaid_Event();
+void check_MegaRaid_Event(const tovaserverutil::Event* stop = nullptr);

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "kept.h"
+
 pd_addr_map m_PdAddrMap;
 pd_report_map m_PdReportMap_Mr;
 
@@ -14,6 +16,25 @@ template <typename Key, typename Value>
 Value Find(const std::map<Key, Value>& map, const Key& key) {
     const auto found = map.find(key);
     return found == map.end() ? Value{} : found->second;
+}
+
+// Drives that have been reported, of all reports together. Serial numbers that change from report to report
+// must not fill the memory in the years that the service runs.
+constexpr std::size_t kMaxRemembered = 16 * kMaxDrives;
+
+// Records of ports, and drives in them, that are kept: room for a report whose status sections and error
+// logs, kMaxDrives of each, are all of different ports.
+constexpr std::size_t kMaxRecorded = 4 * kMaxDrives;
+
+// When the memory is full, the oldest time in it makes room: a report is repeated then, and none held back.
+template <typename Key>
+void Remember(std::map<Key, std::uint64_t>& times, const Key& key, std::uint64_t time) {
+    if (times.size() >= kMaxRemembered && times.count(key) == 0) {
+        times.erase(std::min_element(times.begin(), times.end(), [](const auto& left, const auto& right) {
+            return left.second < right.second;
+        }));
+    }
+    times[key] = time;
 }
 
 }  // namespace
@@ -50,6 +71,7 @@ std::string pd_addr::serial(int number) const {
 void pd_addr_map::insert(int port, pd_addr& record) {
     const LockGuard lock(m_lock);
     m_records[port] = record;
+    MakeRoom(port);
 }
 
 void pd_addr_map::merge(int port, const pd_addr& record) {
@@ -57,6 +79,7 @@ void pd_addr_map::merge(int port, const pd_addr& record) {
     for (const auto& [number, drive] : record.m_drives) {
         m_records[port].m_drives[number] = drive;
     }
+    MakeRoom(port);
 }
 
 void pd_addr_map::clear_map() {
@@ -136,7 +159,7 @@ std::uint64_t pd_addr_map::find_event_time(const std::string& serial) {
 
 void pd_addr_map::set_event_time(const std::string& serial, std::uint64_t time) {
     const LockGuard lock(m_lock);
-    m_eventTimes[serial] = time;
+    Remember(m_eventTimes, serial, time);
 }
 
 std::uint64_t pd_addr_map::find_trace_time(const std::string& serial) {
@@ -146,7 +169,22 @@ std::uint64_t pd_addr_map::find_trace_time(const std::string& serial) {
 
 void pd_addr_map::set_trace_time(const std::string& serial, std::uint64_t time) {
     const LockGuard lock(m_lock);
-    m_traceTimes[serial] = time;
+    Remember(m_traceTimes, serial, time);
+}
+
+void pd_addr_map::MakeRoom(int port) {
+    std::size_t recorded = 0;
+    for (const auto& [other, record] : m_records) {
+        recorded += 1 + record.m_drives.size();
+    }
+    // Real ports have the lowest numbers.
+    for (auto last = m_records.end(); recorded > kMaxRecorded && last != m_records.begin();) {
+        --last;
+        if (last->first != port) {
+            recorded -= 1 + last->second.m_drives.size();
+            last = m_records.erase(last);
+        }
+    }
 }
 
 pd_addr::Drive* pd_addr_map::FindDrive(int port, int number) {
@@ -164,4 +202,12 @@ std::uint64_t pd_report_map::find_event_time(int key) const {
 
 std::uint64_t pd_report_map::find_trace_time(int key) const {
     return Find(m_traceTimes, key);
+}
+
+void pd_report_map::set_event_time(int key, std::uint64_t time) {
+    Remember(m_eventTimes, key, time);
+}
+
+void pd_report_map::set_trace_time(int key, std::uint64_t time) {
+    Remember(m_traceTimes, key, time);
 }

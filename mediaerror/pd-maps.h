@@ -50,7 +50,8 @@ private:
 // since the epoch, 0 means never.
 class pd_addr_map {
 public:
-    // Creates or replaces the record of the port.
+    // Creates or replaces the record of the port. When there are more drives than reports may have, records
+    // of other ports are removed, highest port first; merge() does so too.
     void insert(int port, pd_addr& record);
     // Adds the drives of the record to those of the port; a drive of the same number is replaced.
     void merge(int port, const pd_addr& record);
@@ -83,12 +84,15 @@ public:
     // The count of the latest report; 0 when the location is not known.
     std::uint64_t find_media_error_num(const std::string& location);
 
+    // The memory holds many times what a server has; when it is full, the oldest times are forgotten.
     std::uint64_t find_event_time(const std::string& serial);
     void set_event_time(const std::string& serial, std::uint64_t time);
     std::uint64_t find_trace_time(const std::string& serial);
     void set_trace_time(const std::string& serial, std::uint64_t time);
 
 private:
+    // Removes records of other ports while there are too many drives. The caller holds the lock.
+    void MakeRoom(int port);
     // Null when there is no such drive. The caller holds the lock.
     pd_addr::Drive* FindDrive(int port, int number);
 
@@ -103,7 +107,7 @@ private:
 
 // The reporting memory of MegaRAID drives, by controller number × 65536 + device id, so that equal ids on two
 // controllers do not share one memory. Times are seconds since the epoch, 0 means never. Used by the
-// media-error thread alone.
+// media-error thread alone. When it is full, the oldest times are forgotten.
 class pd_report_map {
 public:
     static int key(unsigned int controller, unsigned int device_id) {
@@ -111,9 +115,9 @@ public:
     }
 
     std::uint64_t find_event_time(int key) const;
-    void set_event_time(int key, std::uint64_t time) { m_eventTimes[key] = time; }
+    void set_event_time(int key, std::uint64_t time);
     std::uint64_t find_trace_time(int key) const;
-    void set_trace_time(int key, std::uint64_t time) { m_traceTimes[key] = time; }
+    void set_trace_time(int key, std::uint64_t time);
 
 private:
     std::map<int, std::uint64_t> m_eventTimes;

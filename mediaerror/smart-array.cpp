@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "adu-report.h"
+#include "kept.h"
 #include "medium-error-event.h"
 #include "working-files.h"
 
@@ -40,12 +41,16 @@ std::unique_ptr<LineSource> Open(tovaserverutil::CommandRunner& runner) {
     return unpacked ? FileLines::OpenFirst({std::string(kReportFolder) + "/" + kReportName}) : nullptr;
 }
 
-// Enters the records of one report into the drive map.
+// Enters the records of one report into the drive map, those of kMaxDrives drives at most.
 class DriveFacts {
 public:
     DriveFacts(pd_addr_map& drives, const MediumErrorReporter& report) : m_drives(drives), m_report(report) {}
 
     void Take(const AduDrive& drive) {
+        if (m_statuses == kMaxDrives) {
+            return;
+        }
+        ++m_statuses;
         m_known[{drive.controller, drive.location}] = {drive.serial, false};
         Start(drive, drive.serial);
         m_drives.set_serial(drive.location, drive.serial);
@@ -53,7 +58,11 @@ public:
 
     void Take(const AduErrorLog& log) {
         // Another controller may have a drive in the same place.
-        Known& drive = m_known[{log.controller, log.location}];
+        const std::pair key(log.controller, log.location);
+        if (m_known.size() >= kMaxDrives && m_known.count(key) == 0) {
+            return;
+        }
+        Known& drive = m_known[key];
         m_drives.set_serial(log.location, drive.serial);
         if (!drive.logged) {
             // Afresh, so that nothing is left from the report before, and nothing from a drive that has the
@@ -98,6 +107,7 @@ private:
 
     pd_addr_map& m_drives;
     const MediumErrorReporter& m_report;
+    std::size_t m_statuses = 0;                                    // status sections taken
     std::set<int> m_ports;                                         // in this report
     std::map<std::pair<std::string, std::string>, Known> m_known;  // by controller and location
 };

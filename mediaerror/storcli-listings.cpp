@@ -3,12 +3,14 @@
 #include <algorithm>
 #include <set>
 #include <string_view>
+#include <tuple>
 #include <utility>
+
+#include "kept.h"
 
 namespace {
 
 using tovaserverutil::Contains;
-using tovaserverutil::Printable;
 using tovaserverutil::TakeWord;
 using tovaserverutil::Trimmed;
 
@@ -68,7 +70,7 @@ public:
         }
         if (const auto value = ValueOf(line, m_key)) {
             m_found = true;
-            m_text = Printable(*value);
+            m_text = KeptText(*value);
         }
     }
     const std::string& Text() const { return m_text; }
@@ -90,7 +92,7 @@ std::vector<unsigned int> ParseControllers(LineSource& lines) {
             continue;
         }
         const auto number = ParseDecimal(TakeWord(*line), kMaxController);
-        if (number && known.insert(*number).second) {
+        if (number && known.size() < kMaxControllers && known.insert(*number).second) {
             controllers.push_back(*number);
         }
     }
@@ -103,9 +105,12 @@ StorcliController ParseController(LineSource& lines) {
     FirstValue product("Product Name = ");
     FirstValue slot("PCI Slot Number = ");
     StorcliController controller;
+    std::set<std::tuple<std::optional<unsigned int>, unsigned int, unsigned int>> known;
     while (const auto line = lines.Next()) {
         if (table.IsRow(*line)) {
-            if (const auto drive = ParseDrive(*line)) {
+            const auto drive = ParseDrive(*line);
+            if (drive && known.size() < kMaxDrives &&
+                known.insert({drive->enclosure, drive->slot, drive->device}).second) {
                 controller.drives.push_back(*drive);
             }
         } else {

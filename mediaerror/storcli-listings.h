@@ -1,6 +1,6 @@
 // storcli64's listings of controllers and drives as records. The parsers know nothing of files and commands,
 // take any text and throw nothing but std::bad_alloc. Numbers are decimal; a row that lacks one, or has one
-// beyond its limit, is passed over. Texts are printable and trimmed.
+// beyond its limit, is passed over. Texts are printable and trimmed, and have at most kMaxText characters.
 #pragma once
 
 #include <optional>
@@ -28,11 +28,11 @@ struct StorcliPlace {
     std::string box;
 };
 
-// The controller numbers, each at most kMaxController, in the order of the listing ("show") and without
-// repetition: RAID controllers and plain host adapters stand in tables of their own.
+// The first kMaxControllers numbers, each at most kMaxController, in the order of the listing ("show") and
+// without repetition: RAID controllers and plain host adapters stand in tables of their own.
 std::vector<unsigned int> ParseControllers(LineSource& lines);
 
-// One controller ("/c0 show").
+// One controller ("/c0 show") with its first kMaxDrives drives, without repetition: each costs a command.
 StorcliController ParseController(LineSource& lines);
 
 // One drive's place ("/c0/e252/s3 show all").

@@ -7,6 +7,7 @@
 
 #include "adu-records.h"
 #include "adu-texts.h"
+#include "kept.h"
 
 namespace {
 
@@ -182,7 +183,7 @@ TEST(AduSections, EndlessLines_AreTaken) {
                     "\n" + blanks + Row(3, 9)),
               "count 2 times 9");
     EXPECT_EQ(StatusOf("   Drive Serial Number " + endless + "\n").size(),
-              endless.size() + std::string("drive 1 [] 1I:1:1 port 1 box 1 bay 1").size());
+              kMaxText + std::string("drive 1 [] 1I:1:1 port 1 box 1 bay 1").size());
 }
 
 TEST(AduSections, LogWithManyEntries_KeepsTheirCountAndTheNewestTimes) {

@@ -7,6 +7,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <memory>
 #include <set>
@@ -39,6 +40,7 @@ public:
     tovaserverutil::CommandResult Execute(const std::string& command,
                                           std::chrono::milliseconds deadline) override {
         commands.push_back(command);
+        during(command);
         EXPECT_EQ(deadline, tovaserverutil::kListingDeadline);
         tovaserverutil::CommandResult result;
         result.started = failing.count(command) == 0;
@@ -56,6 +58,7 @@ public:
     std::set<std::string> failing;               // whole commands that cannot be started
     std::set<std::string> hanging;               // whole commands that are ended at the deadline
     std::vector<std::string> commands;
+    std::function<void(const std::string&)> during = [](const std::string&) {};  // a command is run
 
 private:
     void Perform(const std::string& command) {
@@ -138,7 +141,7 @@ protected:
 
     void Search() {
         tool.commands.clear();
-        MegaRaidSearch({tool, reports, *parameter, language, clock}).Run();
+        MegaRaidSearch({tool, reports, *parameter, language, clock, &stop}).Run();
     }
     void Search(const std::string& events) {
         tool.answers["/c0 show events"] = events;
@@ -176,6 +179,7 @@ protected:
     std::unique_ptr<tova_service::ServiceParameter> parameter;
     std::string language = "default";
     FakeWallClock clock;
+    tovaserverutil::Event stop;
     FakeTool tool;
     pd_report_map reports;
     std::size_t known = 0;

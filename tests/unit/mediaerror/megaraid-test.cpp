@@ -83,6 +83,58 @@ TEST_F(MegaRaidSearching, FailingControllersCommand_EndsTheSearchAndRemovesTheFi
     EXPECT_THAT(FilesLeft(), IsEmpty());
 }
 
+// --- the stop ---
+
+TEST_F(MegaRaidSearching, StopDuringTheSearch_LetsItComeToItsEnd) {
+    tool.answers["/c0 show"] = ControllerListing("Product Name = RAID Card\n", {"252:3 10", "252:4 11"});
+    tool.during = [this](const std::string& command) {
+        stop.Set();
+        clock.now += command == kTool + " /c0/e252/s3 show all > storcli_device_show_all.log" ? 60 : 0;
+    };
+    Search(Events(20, kBegin, 60, 11));
+    EXPECT_THAT(NewSentences(), testing::SizeIs(1));
+    EXPECT_THAT(FilesLeft(), IsEmpty());
+}
+
+TEST_F(MegaRaidSearching, FloodOfDrives_EndsAMinuteAfterTheStopWithoutReports) {
+    tool.answers["show"] = ControllerTable({"0", "1"});
+    std::vector<std::string> rows;
+    for (int slot = 0; slot < 1000; ++slot) {
+        rows.push_back("252:" + std::to_string(slot) + " 10");
+    }
+    tool.answers["/c0 show"] = ControllerListing("", rows);
+    tool.answers["/c0 show events"] = Events(20, kBegin);
+    std::size_t places = 0;
+    tool.during = [&](const std::string& command) {
+        if (command.find("/e252/") != std::string::npos) {
+            clock.now += 20;
+            if (++places == 10) {
+                stop.Set();
+            }
+        }
+    };
+    Search();
+    EXPECT_EQ(places, 14u);  // the eleventh sees it, and 60 seconds are not yet too much
+    EXPECT_THAT(NewSentences(), IsEmpty());
+    EXPECT_THAT(NewLines(), IsEmpty());
+    EXPECT_THAT(FilesLeft(), IsEmpty());
+    EXPECT_THAT(tool.commands, Not(testing::Contains(HasSubstr(" show events"))));
+    EXPECT_THAT(tool.commands, Not(testing::Contains(HasSubstr("/c1"))));
+    EXPECT_TRUE(stop.Poll(0));  // it is still there for the thread
+}
+
+TEST_F(MegaRaidSearching, ErrorsOfMoreDevicesThanAServerHas_AreLeftOut) {
+    std::string events;
+    for (int device = 0; device < 2000; ++device) {
+        events += Event("Device ID: " + std::to_string(device), kBegin);
+    }
+    Search(events + Event("Device ID: 0", kBegin));
+    const std::vector<std::string> lines = NewLines();
+    ASSERT_EQ(lines.size(), 1024u);
+    EXPECT_EQ(lines.front(), "[EV] (2) Medium Errors detected on pid:0");
+    EXPECT_EQ(lines.back(), "[EV] (1) Medium Errors detected on pid:1023");
+}
+
 TEST_F(MegaRaidSearching, NoController_RemovesTheFiles) {
     tool.answers["show"] = "Number of Controllers = 0\n";
     Search();

@@ -251,4 +251,60 @@ TEST(PdReportMap, Times_AreKeptPerKey) {
     EXPECT_EQ(map.find_trace_time(2), 6u);
 }
 
+// ---- Limits ----
+
+TEST(PdMapLimits, MoreDrivesThanReportsHave_TakeThePlaceOfThoseOfTheHighestPorts) {
+    pd_addr_map map;
+    std::vector<int> ids(1000);
+    for (int port = 1; port <= 10; ++port) {
+        pd_addr record = Record(port, ids);
+        map.insert(port, record);
+    }
+    EXPECT_EQ(map.find_location(1, 1000), "1I:1:1000");
+    EXPECT_EQ(map.find_location(3, 1000), "3I:1:1000");
+    EXPECT_EQ(map.find_location(4, 1), "");
+    EXPECT_EQ(map.find_location(9, 1), "");
+    EXPECT_EQ(map.find_location(10, 1000), "10I:1:1000");  // the last one that came
+
+    pd_addr_map merged;
+    for (int port = 0; port < 100'000; ++port) {
+        merged.merge(port, Record(port, {1}));
+    }
+    EXPECT_EQ(merged.find_location(0, 1), "0I:1:1");
+    EXPECT_EQ(merged.find_location(50'000, 1), "");
+    EXPECT_EQ(merged.find_location(99'999, 1), "99999I:1:1");
+}
+
+TEST(PdMapLimits, FullReportingMemory_ForgetsTheOldestTimes) {
+    pd_addr_map map;
+    constexpr int kRoom = 16 * 1024;
+    for (int drive = 0; drive < kRoom; ++drive) {
+        map.set_event_time("SN" + std::to_string(drive), 1000 + static_cast<std::uint64_t>(drive));
+        map.set_trace_time("SN" + std::to_string(drive), 1000 + static_cast<std::uint64_t>(drive));
+    }
+    map.set_event_time("SN0", 9'000'000);
+    EXPECT_EQ(map.find_event_time("SN1"), 1001u);
+    map.set_event_time("ONE MORE", 9'000'001);
+    map.set_trace_time("ONE MORE", 9'000'001);
+    EXPECT_EQ(map.find_event_time("SN0"), 9'000'000u);
+    EXPECT_EQ(map.find_event_time("SN1"), 0u);
+    EXPECT_EQ(map.find_event_time("SN2"), 1002u);
+    EXPECT_EQ(map.find_event_time("ONE MORE"), 9'000'001u);
+    EXPECT_EQ(map.find_trace_time("SN0"), 0u);
+    EXPECT_EQ(map.find_trace_time("SN1"), 1001u);
+    EXPECT_EQ(map.find_trace_time("ONE MORE"), 9'000'001u);
+}
+
+TEST(PdMapLimits, FullMemory_ForgetsTheOldestTimes) {
+    pd_report_map map;
+    for (int key = 0; key <= 16 * 1024; ++key) {
+        map.set_event_time(key, 1000 + static_cast<std::uint64_t>(key));
+        map.set_trace_time(key, 1000 + static_cast<std::uint64_t>(key));
+    }
+    EXPECT_EQ(map.find_event_time(0), 0u);
+    EXPECT_EQ(map.find_trace_time(0), 0u);
+    EXPECT_EQ(map.find_event_time(1), 1001u);
+    EXPECT_EQ(map.find_trace_time(16 * 1024), 1000u + 16 * 1024);
+}
+
 }  // namespace

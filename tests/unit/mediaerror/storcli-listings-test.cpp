@@ -217,6 +217,46 @@ TEST(ParseController, OnlyRowsBetweenTheDashLines_AreDrives) {
                 ElementsAre("8:1 1", "8:2 2"));
 }
 
+TEST(ParseController, EqualRows_AreOneDrive) {
+    std::string rows;
+    for (int row = 0; row < 100'000; ++row) {
+        rows += "8:1 1 x\n :1 1 x\n";
+    }
+    EXPECT_THAT(Drives(DriveTable(rows) + DriveTable("8:1 1\n8:1 2\n8:2 2\n")),
+                ElementsAre("8:1 1", ":1 1", "8:1 2", "8:2 2"));
+}
+
+TEST(ParseController, DrivesBeyondAnyControllers_AreLeftOut) {
+    std::string rows;
+    for (int slot = 0; slot < 60'000; ++slot) {
+        rows += "8:" + std::to_string(slot) + " 1 x\n";
+    }
+    const std::vector<std::string> drives = Drives(DriveTable(rows));
+    ASSERT_EQ(drives.size(), 1024u);
+    EXPECT_EQ(drives.back(), "8:1023 1");
+}
+
+TEST(ParseControllers, ControllersBeyondAnyServers_AreLeftOut) {
+    std::string rows;
+    for (int number = 0; number < 32'768; ++number) {
+        rows += std::to_string(number) + " x\n";
+    }
+    const std::vector<unsigned int> controllers = Controllers(ControllerTable(rows));
+    ASSERT_EQ(controllers.size(), 32u);
+    EXPECT_EQ(controllers.back(), 31u);
+}
+
+TEST(StorcliListings, TextsOfAnyLength_AreCut) {
+    const std::string beginning(256, 'x');
+    const std::string text = beginning + std::string(60'000, 'y') + "\n";
+    const StorcliController controller = Controller("Product Name = " + text + "PCI Slot Number = " + text);
+    EXPECT_EQ(controller.product, beginning);
+    EXPECT_EQ(controller.slot, beginning);
+    const StorcliPlace place = Place("Port Number = " + text + "Box = " + text);
+    EXPECT_EQ(place.port, beginning);
+    EXPECT_EQ(place.box, beginning);
+}
+
 TEST(ParsePlace, PortAndBox_AreKeptAsPrinted) {
     const StorcliPlace place =
         Place("Drive /c0/e252/s3 Device attributes :\nPort Number = 1I \n  Box =  03\n");
