@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -69,6 +70,15 @@ std::optional<pid_t> Spawn(std::string command, int output) {
     posix_spawnattr_destroy(&attributes);
     posix_spawn_file_actions_destroy(&actions);
     return result == 0 ? std::optional<pid_t>(pid) : std::nullopt;
+}
+
+// Limits the files that the shell writes, and with it its programs. posix_spawn cannot, and a limit of this
+// process around it would hold for its other threads too. A shell that is very quick may have begun to write
+// before: the limit then comes in the middle. A process whose own limit is lower may not raise it and need
+// not.
+void LimitFiles(pid_t pid) {
+    const rlimit limit{CommandRunner::kMaxFile, CommandRunner::kMaxFile};
+    prlimit(pid, RLIMIT_FSIZE, &limit, nullptr);
 }
 
 // A shell that runs, with its process group. Whoever leaves without reaping it, by an exception, ends both.
@@ -182,6 +192,7 @@ CommandResult Run(const std::string& command, milliseconds deadline, int writeEn
         return result;
     }
     Child shell(*pid);
+    LimitFiles(*pid);
     result.started = true;
     if (!WaitForEnd(shell, output, deadline)) {
         result.timedOut = true;

@@ -22,6 +22,9 @@ struct CommandResult {
 class CommandRunner {
 public:
     static constexpr std::size_t kMaxOutput = 1024 * 1024;  // output beyond this is read and dropped
+    // The largest file that a command may write; whoever writes on is ended by SIGXFSZ. The reports of full
+    // servers have some tens of MiB.
+    static constexpr std::size_t kMaxFile = 256 * 1024 * 1024;
 
     virtual ~CommandRunner() = default;
     // Runs the command with its standard output read back, up to kMaxOutput bytes.

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/wait.h>
 
 #include <chrono>
@@ -88,6 +89,24 @@ TEST(ShellRunner, Execute_PastTheDeadlineIsEnded) {
     EXPECT_TRUE(result.timedOut);
     EXPECT_FALSE(result.Succeeded());
     EXPECT_LT(Steady::now() - start, 20s);
+}
+
+// The files are sparse.
+TEST(ShellRunner, FileBeyondTheLimit_EndsItsWriter) {
+    const TestRoot root;
+    const std::string file = root.path() + "/file";
+    const std::string limit = std::to_string(CommandRunner::kMaxFile);
+    // Behind a sleep: the limit is set while the shell starts.
+    const std::string write = "sleep 0.2; head -c 1 /dev/zero | dd bs=1 status=none of=" + file + " seek=";
+    EXPECT_EQ(ShellRunner().Execute(write + std::to_string(CommandRunner::kMaxFile - 1), kLong).exitStatus,
+              0);
+    EXPECT_EQ(std::filesystem::file_size(file), CommandRunner::kMaxFile);
+    EXPECT_NE(ShellRunner().Execute(write + limit, kLong).exitStatus, 0);
+    EXPECT_EQ(std::filesystem::file_size(file), CommandRunner::kMaxFile);
+    const CommandResult result =
+        ShellRunner().Capture("sleep 0.2; truncate -s 1T " + file + "; echo $?", kLong);
+    EXPECT_EQ(result.output, std::to_string(128 + SIGXFSZ) + "\n");
+    EXPECT_EQ(std::filesystem::file_size(file), CommandRunner::kMaxFile);
 }
 
 TEST(ShellRunner, OutputOfExactlyTheLimit_IsWhole) {
