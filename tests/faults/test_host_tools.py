@@ -1,12 +1,14 @@
 """Hosts whose programs hang, never stop writing or leave children, and whose working folder is full."""
 
 import shutil
+import time
+import zipfile
 from contextlib import contextmanager
 from pathlib import Path
 from typing import Callable, Iterator
 
 import pytest
-from tooled import Tooled, mega_errors, smart_errors
+from tooled import ENDED, Tooled, mega_errors, smart_errors
 from troubled import BACK, FAILED
 from watched import ROOT, ControllerProcess, Watched, bin_dir, smart_disk, wait_until
 
@@ -125,6 +127,88 @@ def test_full_working_folder_and_a_tool_that_never_stops_writing() -> None:
         watched.follow(mega_errors(1, DEVICE))
         assert watched.stop(60) == 0
         assert {path.name for path in folder.iterdir()} - {"__pycache__"} <= before - {"waste"}
+
+
+LARGEST_FILE = 256 << 20  # that a tool may write
+HEADING = "HPE in slot 0 : Box 1 : Physical Drive (1 TB SAS HDD) 1I:1:{bay} : "
+REPORT = (f"{HEADING}Physical Drive Status\n   Drive Serial Number   {{serial}}\n   Physical Port   1I\n"
+          f"   Physical Box   1\n   Physical Bay   {{bay}}\n{HEADING}Serial SCSI Physical Drive Error Log\n"
+          "   Sense Key   0x03\n   Reference Time   0x00000010\n")
+
+
+def write_bomb(path: Path, size: int) -> None:
+    """A small archive of a large report: its drives have serial numbers of 60,000 characters."""
+    written, bay = 0, 0
+    with zipfile.ZipFile(path, "w", zipfile.ZIP_DEFLATED, compresslevel=1) as archive:
+        with archive.open("ADUReport.txt", "w") as report:
+            while written < size:
+                bay += 1
+                written += report.write(REPORT.format(bay=bay, serial=f"{bay:09}".ljust(60_000, "S")).encode("ascii"))
+
+
+@pytest.mark.parametrize("size", [100 << 20, LARGEST_FILE + (1 << 20)], ids=["many drives", "too large"])
+def test_small_archive_of_a_large_report(size: int) -> None:
+    """Its first drives count, of one that is too large none; either way memory and disk are left for the next search."""
+    # Listings have 12 seconds at this pace.
+    with Tooled(speed=10, only=("ssacli",)) as watched:
+        watched.tools.add_drive(watched.tools.add_smart_array(), times=[7])
+        watched.start()
+        watched.follow(smart_errors(1, "1I:1:1", "SIMTOOL1D0000"))
+        memory = watched.host.rss_kib()
+        bomb = watched.host.work / "bomb.zip"
+        write_bomb(bomb, size)
+        assert bomb.stat().st_size < 4 << 20
+        unpacked = watched.host.runtime / "ADUReport/ADUReport.txt"
+        tool = "/opt/smartstorageadmin/ssacli/bin/ssacli"
+        ran = watched.host.work / "ran"
+        watched.host.install_tool(tool, f'#!/bin/sh\ncp "{bomb}" ADUReport.zip && echo >> "{ran}"\n')
+        largest = 0
+
+        def runs(number: int) -> bool:
+            nonlocal largest
+            try:
+                largest = max(largest, unpacked.stat().st_size)
+            except FileNotFoundError:
+                pass
+            return ran.exists() and len(ran.read_text()) >= number
+        wait_until(lambda: runs(3), "three searches", 120, watched.host)
+        assert 0 < largest <= LARGEST_FILE
+        assert watched.host.rss_kib() < memory + (16 << 10)
+        found = [line for line in watched.trace() if "SSSS" in line]
+        assert len(found) == (1024 if size < LARGEST_FILE else 0)
+        assert all(len(line) < 400 for line in found)
+
+        watched.host.install_tools(watched.tools, ("ssacli",))
+        watched.tools.add_drive(1, times=[7])
+        watched.wait_line(smart_errors(1, "1I:1:2", "SIMTOOL1D0001").line, 60)
+        assert watched.stop(60) == 0
+        assert watched.left_files() == set()
+
+
+def test_listing_of_more_drives_than_there_are_and_a_stop() -> None:
+    """Every one of them costs a command: a search is under way for hours, of which a stop leaves a minute."""
+    with Tooled(speed=60, only=()) as watched:
+        dashes = "-" * 60
+        rows = "".join(f"252:{slot % 50000} {slot % 50000} Onln\n" for slot in range(100_000))
+        listing = watched.host.work / "listing"
+        listing.write_text(f"{dashes}\nEID:Slt DID State\n{dashes}\n" + rows + f"{dashes}\n", encoding="ascii")
+        places = watched.host.work / "places"
+        watched.host.install_tool("/opt/MegaRAID/storcli/storcli64", f"""#!/bin/sh
+case "$*" in
+show) printf '%s\\n' {dashes} 'Ctl Model' {dashes} ' 0 x' {dashes} ;;
+"/c0 show") cat "{listing}" ;;
+/c0/e*) echo "$*" >> "{places}"; sleep 0.2 ;;
+esac
+""")
+        watched.start()
+        wait_until(lambda: places.exists() and len(places.read_text().splitlines()) > 10, "places", 60, watched.host)
+        begun = time.monotonic()
+        assert watched.stop(60) == 0
+        assert time.monotonic() - begun < 30  # all of them, 1024, would take more than 200 seconds
+        assert watched.trace()[-3:] == [ENDED, "<VK0900> [TR] Join thread for Media Error.",
+                                        "<VK0900> [TR] Service stopped."]
+        assert watched.left_files() == set()
+        assert watched.left_processes() == []
 
 
 def test_tool_that_leaves_children() -> None:
