@@ -17,6 +17,7 @@ import signal
 import sys
 import tempfile
 import time
+from collections import Counter
 from contextlib import ExitStack
 from pathlib import Path
 from typing import Dict, List, Optional, Sequence, Tuple
@@ -130,7 +131,7 @@ class Run:
             ("logs", f"{self.vitals.largest_logs[0]} and {self.vitals.largest_logs[1]} bytes at most, "
                      f"{journal.lines} lines; {journal.entries} entries in the system log"),
             ("archives", f"{len(self.vitals.archives())} at the end"),
-            ("other error lines", _counts(journal.errors)),
+            ("other error lines", _counts(Counter(journal.errors))),
         ]
 
     def _growth_per_load(self) -> str:

@@ -94,8 +94,8 @@ class Journal:
         self.lost = self.back = self.refused = 0
         #: True while the log-in that comes last in the log is one that failed, or a session that broke.
         self.away = False
-        #: Errors that stand for no lost session, by their text.
-        self.errors: Counter = Counter()
+        #: Texts of the errors that stand for no lost session.
+        self.errors: List[str] = []
         self.lines = 0
         #: Of entries in the system log: seen, and still to come (below zero: seen and not explained).
         self.entries = 0
@@ -135,7 +135,7 @@ class Journal:
             self.back += 1
             self.away = False
         elif "[ER]" in text:
-            self.errors[text] += 1
+            self.errors.append(text)
 
     def _take_event(self, text: str) -> None:
         if text.startswith("[EV] ("):

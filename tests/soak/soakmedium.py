@@ -40,6 +40,8 @@ class MediumErrors:
         self.searches = self._overviews = 0
         #: True: the run shall let a week pass, and then make it False.
         self.wants_week = False
+        #: True while ssacli may fail, or has just done so.
+        self.ssacli_fails = False
         self.weeks = self.events = 0
         self.troubles: Counter = Counter()
         self._serials = 0
@@ -144,11 +146,13 @@ class MediumErrors:
             "storcli64 is slow": lambda: storcli.takes(30, times=2)}
         name = self._rng.choice(list(troubles))
         self.troubles[name] += 1
+        self.ssacli_fails = name == "ssacli fails"
         troubles[name]()
         yield from self._wait_searches(1)
         ssacli.clear()
         storcli.clear()
         yield from self._expect([])
+        self.ssacli_fails = False
 
     def _expect(self, lines: List[str]) -> Iterator[None]:
         """These lines and no others, for one search longer than they take."""

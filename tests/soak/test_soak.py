@@ -4,13 +4,15 @@ import random
 import re
 from collections import Counter
 from pathlib import Path
-from typing import Any
+from typing import Any, Iterator
 
 import pytest
 import soak
 from expansion import EXPANSIONS
 from fixtures import everything_is_there  # noqa: F401
+from soakerrors import ErrorLines, most_unplanned
 from soaklogs import Journal, Tail, Violation
+from soakmedium import MediumErrors
 from soakmodule import ModuleLoads
 from soakserver import Server
 from soakvitals import Vitals
@@ -100,6 +102,78 @@ def test_journal_follows_the_log_in(logs: Path) -> None:
         assert found.away == away
     assert found.mark() == (mark.events, 1, 1, 1)
     assert not found.errors
+
+
+# ---- Errors ----
+
+SAVE_FAILS = "<VK0902> [ER] log-manager 98 (command: ssacli ctrl all diag logs=on file=/var/log/bayward/serial_log_1.zip)"
+REPORT_FAILS = "<VK0902> [ER] log-manager 118 (command: ssacli ctrl all diag file=ADUReport.zip)"
+NOT_LISTED = "<VK0902> [ER] log-manager 237 (Err: 2)"
+
+
+class Errors:
+    """Error lines with everything around them as a test wants it."""
+
+    def __init__(self, logs: Path) -> None:
+        self._trace = logs / "trace"
+        self.ssacli_fails = self.tool_runs = False
+        self.lines = ErrorLines(journal(logs), lambda: self.ssacli_fails, lambda: self.tool_runs)
+
+    def come(self, *lines: str) -> None:
+        for line in lines:
+            tell(self._trace, STAMP + line)
+        self.lines.look()
+
+
+def test_errors_are_explained_by_a_failing_tool_as_long_as_it_fails(logs: Path) -> None:
+    errors = Errors(logs)
+    errors.ssacli_fails = True
+    errors.come(SAVE_FAILS, REPORT_FAILS, SAVE_FAILS)
+    errors.ssacli_fails = False
+    errors.come()
+    with pytest.raises(Violation, match="nothing can have caused.*log-manager 98"):
+        errors.come(SAVE_FAILS)
+
+
+def test_errors_are_explained_by_a_jump_as_long_as_a_tool_runs(logs: Path) -> None:
+    errors = Errors(logs)
+    errors.lines.clock_jumped()
+    errors.tool_runs = True
+    for _ in range(3):
+        errors.come(SAVE_FAILS)
+    errors.tool_runs = False
+    errors.come()
+    errors.come(REPORT_FAILS)
+    with pytest.raises(Violation, match="nothing can have caused.*log-manager 98"):
+        errors.come(SAVE_FAILS)
+
+
+@pytest.mark.parametrize("line", [SAVE_FAILS, REPORT_FAILS])
+def test_error_without_a_fault_is_a_violation(logs: Path, line: str) -> None:
+    with pytest.raises(Violation, match="nothing can have caused"):
+        Errors(logs).come(line)
+
+
+@pytest.mark.parametrize("line", [NOT_LISTED, "<VK0902> [ER] service-param 7"])
+def test_no_fault_explains_other_errors(logs: Path, line: str) -> None:
+    errors = Errors(logs)
+    errors.ssacli_fails = True
+    errors.lines.clock_jumped()
+    with pytest.raises(Violation, match="nothing can have caused"):
+        errors.come(line)
+
+
+def test_that_a_report_fails_is_said_once(logs: Path) -> None:
+    errors = Errors(logs)
+    errors.ssacli_fails = True
+    errors.come(REPORT_FAILS)
+    with pytest.raises(Violation, match="is said 2 times"):
+        errors.come(REPORT_FAILS)
+
+
+@pytest.mark.parametrize("rounds, allowed", [(0, 3), (40, 3), (199, 3), (200, 4), (3000, 60)])
+def test_few_log_ins_may_be_lost_by_themselves(rounds: int, allowed: int) -> None:
+    assert most_unplanned(rounds) == allowed
 
 
 # ---- Which events a change makes ----
@@ -206,6 +280,44 @@ def test_change_that_the_run_does_not_know_of_breaks_it(monkeypatch: pytest.Monk
     assert run(300) == 1
     told = capsys.readouterr().out.split("The events are not those that the changes make:\n", 1)[1]
     assert told.startswith((f"too much (1): {HDD.disk.failed.line}\n", f"missing (1): {HDD.disk.failed.line}\n"))
+
+
+def test_error_that_no_fault_explains_breaks_the_run(monkeypatch: pytest.MonkeyPatch,
+                                                     capsys: pytest.CaptureFixture) -> None:
+    def fails_unasked(self: MediumErrors) -> Iterator[None]:
+        self._tools.ssacli.fail(1)
+        while True:
+            yield
+
+    monkeypatch.setattr(MediumErrors, "_tell", fails_unasked)
+    assert run(300) == 1
+    assert "An error that nothing can have caused: <VK0902> [ER] log-manager 118 " in capsys.readouterr().out
+
+
+def test_error_of_a_tool_that_was_told_to_fail_is_none(monkeypatch: pytest.MonkeyPatch,
+                                                       capsys: pytest.CaptureFixture) -> None:
+    def fails_when_told(self: MediumErrors) -> Iterator[None]:
+        self._rng.choice = lambda _: "ssacli fails"
+        while True:
+            yield from self._trouble()
+
+    monkeypatch.setattr(MediumErrors, "_tell", fails_when_told)
+    assert run(90) == 0
+    assert re.search(r"^other error lines.*1 <VK0902> \[ER\] log-manager 118 ", capsys.readouterr().out, re.MULTILINE)
+
+
+def test_log_ins_that_are_lost_again_and_again_break_the_run(monkeypatch: pytest.MonkeyPatch,
+                                                             capsys: pytest.CaptureFixture) -> None:
+    call = Server.call
+
+    def overloaded(self: Server, verb: str, *arguments: Any) -> Any:
+        if verb == "release":
+            call(self, "status", "GET */ArrayControllers/0", 500, 1)
+        return call(self, verb, *arguments)
+
+    monkeypatch.setattr(Server, "call", overloaded)
+    assert run(60) == 1
+    assert re.search(r"\n\S*BROKEN .*\d+ log-ins were lost by themselves; 3 may be\.", capsys.readouterr().out)
 
 
 def test_growing_memory_breaks_the_run(monkeypatch: pytest.MonkeyPatch, capsys: pytest.CaptureFixture) -> None:
