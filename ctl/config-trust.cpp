@@ -18,6 +18,11 @@ constexpr const char* kTraceLog = "/bayward.log";
 constexpr const char* kTestInput = "/KMT_ADUReport_test";
 constexpr const char* kTools[] = {"/opt/smartstorageadmin/ssacli/bin/ssacli",
                                   "/opt/MegaRAID/storcli/storcli64"};
+// On the PATH of whatever the service runs. What else it was started with is not known here.
+constexpr const char* kSystemFolders[] = {"/usr/local/sbin", "/usr/local/bin", "/usr/sbin",
+                                          "/usr/bin",        "/sbin",          "/bin"};
+// What the service runs by its name alone, by way of the shell.
+constexpr const char* kPrograms[] = {"dmidecode", "grep", "ip", "sh", "unzip"};
 
 // Root's user and group, and those of the root folder, which in production are the same.
 class Root {
@@ -132,6 +137,16 @@ void CheckProgramFolder(const Root& root, const std::string& folder, Surrounding
     }
 }
 
+// A folder without any of them, too: what is put there may come before the right one.
+void CheckProgramsByName(const Root& trusted, const std::string& root, Surroundings& found) {
+    for (const char* const folder : kSystemFolders) {
+        CheckWay(trusted, root + folder, found);
+        for (const char* const program : kPrograms) {
+            CheckWay(trusted, root + folder + "/" + program, found);
+        }
+    }
+}
+
 void CheckAccountFile(const Root& root, const std::string& file, Surroundings& found) {
     struct stat status {};
     if (stat(file.c_str(), &status) != 0) {
@@ -178,6 +193,7 @@ void LookAtTrust(const std::string& root, const std::string& programFolder, Surr
     for (const char* const tool : kTools) {
         CheckWay(trusted, root + tool, found);
     }
+    CheckProgramsByName(trusted, root, found);
     CheckWay(trusted, root + tova_service::kConfigurationFile, found);
     for (const int record : {kAccountNameRecord, kAccountPasswordRecord}) {
         CheckAccountFile(trusted, root + AccountFile(record), found);

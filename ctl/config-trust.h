@@ -12,6 +12,7 @@
 // as root's.
 void CheckOnlyRootChanges(const std::string& root, const std::string& path, Surroundings& found);
 
-// Looks at the program folder (as it is; no root goes before it), the RAID tools, the configuration file, the
-// account files and the log folder below `root`, and for a forgotten test input folder.
+// Looks at the program folder (as it is; no root goes before it), the RAID tools, the system's folders of
+// programs and those in them that the service runs, the configuration file, the account files and the log
+// folder below `root`, and for a forgotten test input folder.
 void LookAtTrust(const std::string& root, const std::string& programFolder, Surroundings& found);

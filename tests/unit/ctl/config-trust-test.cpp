@@ -5,10 +5,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <filesystem>
+#include <sstream>
 #include <string>
 #include <vector>
 
+#include "shell.h"
 #include "test-root.h"
 
 namespace {
@@ -70,6 +73,45 @@ TEST_F(ConfigTrustTest, WhatEverybodyMayWrite_IsFoundOnce) {
         ExpectOne(place, "chmod go-w");
         SetMode(place, before.st_mode);
     }
+}
+
+TEST_F(ConfigTrustTest, FoldersThatTheServiceTakesProgramsFrom_AreLookedAt) {
+    const char* const before = getenv("PATH");
+    const std::string path = before == nullptr ? "" : before;
+    unsetenv("PATH");
+    std::istringstream folders(tovaserverutil::ShellRunner()
+                                   .Capture("printf %s \"$PATH\"", tovaserverutil::kListingDeadline)
+                                   .output);
+    setenv("PATH", path.c_str(), 1);
+    int count = 0;
+    for (std::string folder; std::getline(folders, folder, ':'); ++count) {
+        const std::string place = folder.substr(1);
+        std::filesystem::create_directories(root / place);
+        SetMode(place, 0777);
+        ExpectOne(place, "chmod go-w");
+        SetMode(place, 0755);
+    }
+    EXPECT_GT(count, 4);
+}
+
+TEST_F(ConfigTrustTest, ProgramThatTheServiceRunsByName_IsLookedAt) {
+    for (const char* const program : {"dmidecode", "grep", "ip", "sh", "unzip"}) {
+        const std::string place = std::string("usr/sbin/") + program;
+        root.Write(place, "");
+        SetMode(place, 0777);
+        ExpectOne(place, "chmod go-w");
+        SetMode(place, 0755);
+    }
+    root.Write("usr/sbin/other", "");
+    SetMode("usr/sbin/other", 0777);
+    EXPECT_THAT(Look(), IsEmpty()) << "the service does not run it";
+}
+
+TEST_F(ConfigTrustTest, FolderOfProgramsThatIsALink_IsFollowed) {
+    root.Write("usr/bin/unzip", "");
+    std::filesystem::create_directory_symlink("usr/bin", root / "sbin");
+    SetMode("usr/bin", 0777);
+    ExpectOne("usr/bin", "chmod go-w");
 }
 
 TEST_F(ConfigTrustTest, FolderWhereOnlyOwnersRename_IsNone) {
