@@ -22,7 +22,7 @@ constexpr const char* kTools[] = {"/opt/smartstorageadmin/ssacli/bin/ssacli",
 constexpr const char* kSystemFolders[] = {"/usr/local/sbin", "/usr/local/bin", "/usr/sbin",
                                           "/usr/bin",        "/sbin",          "/bin"};
 // What the service runs by its name alone, by way of the shell.
-constexpr const char* kPrograms[] = {"dmidecode", "grep", "ip", "sh", "unzip"};
+constexpr const char* kPrograms[] = {"dmidecode", "grep", "ip", "rm", "sh", "unzip"};
 
 // Root's user and group, and those of the root folder, which in production are the same.
 class Root {

@@ -4,7 +4,6 @@
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
-#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -29,6 +28,14 @@ constexpr milliseconds kFirstSlice{1};   // how soon a shell's end is noticed th
 constexpr milliseconds kSlice{20};       // and one that takes its time
 constexpr milliseconds kEndGrace{2000};  // between SIGTERM and SIGKILL
 constexpr std::size_t kReadBuffer = 64 * 1024;
+
+// What a first shell does before the one that runs the command takes its place: posix_spawn cannot limit the
+// files that are written, and a limit of this process would hold for its other threads too. Whoever writes
+// more is told so, not killed: unzip then goes on with the archive's other members. The unit is 512 bytes.
+std::string Preface() {
+    return "trap '' XFSZ; ulimit -f " + std::to_string(CommandRunner::kMaxFile / 512) +
+           " 2>/dev/null; exec /bin/sh -c \"$1\"";
+}
 
 // Starts /bin/sh in a process group of its own. `output` becomes its standard output unless it is -1.
 std::optional<pid_t> Spawn(std::string command, int output) {
@@ -62,23 +69,15 @@ std::optional<pid_t> Spawn(std::string command, int output) {
         &attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
     pid_t pid = -1;
     if (result == 0) {
+        std::string preface = Preface();
         char shell[] = "sh";
         char option[] = "-c";
-        char* const arguments[] = {shell, option, command.data(), nullptr};
+        char* const arguments[] = {shell, option, preface.data(), shell, command.data(), nullptr};
         result = posix_spawn(&pid, "/bin/sh", &actions, &attributes, arguments, environment.data());
     }
     posix_spawnattr_destroy(&attributes);
     posix_spawn_file_actions_destroy(&actions);
     return result == 0 ? std::optional<pid_t>(pid) : std::nullopt;
-}
-
-// Limits the files that the shell writes, and with it its programs. posix_spawn cannot, and a limit of this
-// process around it would hold for its other threads too. A shell that is very quick may have begun to write
-// before: the limit then comes in the middle. A process whose own limit is lower may not raise it and need
-// not.
-void LimitFiles(pid_t pid) {
-    const rlimit limit{CommandRunner::kMaxFile, CommandRunner::kMaxFile};
-    prlimit(pid, RLIMIT_FSIZE, &limit, nullptr);
 }
 
 // A shell that runs, with its process group. Whoever leaves without reaping it, by an exception, ends both.
@@ -192,7 +191,6 @@ CommandResult Run(const std::string& command, milliseconds deadline, int writeEn
         return result;
     }
     Child shell(*pid);
-    LimitFiles(*pid);
     result.started = true;
     if (!WaitForEnd(shell, output, deadline)) {
         result.timedOut = true;

@@ -151,13 +151,17 @@ void iLoRestReader::step(const Step& where, const std::function<void()>& body) {
     }
 }
 
+bool iLoRestReader::isNotReady(const std::string& text) {
+    return ContainsAny(text, kNotReady);
+}
+
 std::string iLoRestReader::fetch(const std::function<std::string()>& get, std::int32_t attempts) {
     for (std::int32_t attempt = 1;; ++attempt) {
         if (m_wait != nullptr && m_wait->IsRequested()) {
             throw StopSeen{};
         }
         std::string text = get();
-        if (!ContainsAny(text, kNotReady)) {
+        if (!isNotReady(text)) {
             return text;
         }
         if (m_wait != nullptr && m_wait->Wait(m_notReadyWait)) {

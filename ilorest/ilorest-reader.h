@@ -129,6 +129,7 @@ private:
     void step(const Step& where, const std::function<void()>& body);
     // Fetches until the resource is ready, at most `attempts` times with a wait after each; then the last
     // text as it stands. Throws StopSeen before a fetch and out of a wait.
+    static bool isNotReady(const std::string& text);
     std::string fetch(const std::function<std::string()>& get, std::int32_t attempts);
     std::string fetch(RestBridge& bridge, const std::string& path, std::int32_t attempts);
     std::string fetch(RestBridge& bridge, const std::string& path);

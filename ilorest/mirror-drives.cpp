@@ -106,7 +106,10 @@ void iLoRestReader::readRedfishDrives(const RedfishDriveReader& reader, RestBrid
 void iLoRestReader::readRedfishDrive(const RedfishDriveReader& reader, RestBridge& bridge, const Odataid& id,
                                      DiskDrive& drive) {
     step({reader.failure, __LINE__}, [&] {
-        RestText text(fetch(bridge, id.id, reader.attempts != 0 ? reader.attempts : m_notReadyAttempts));
+        const std::string told =
+            fetch(bridge, id.id, reader.attempts != 0 ? reader.attempts : m_notReadyAttempts);
+        drive.untold = isNotReady(told);
+        RestText text(told);
         drive.enduranceScale = m_enduranceScale;
         LoadDrive(text, drive);
         LoadDriveStatus(text, drive);

@@ -43,10 +43,9 @@ public:
     std::uint32_t enduranceScale = 1;
     bool failurePredicted = false;
     std::vector<Odataid> volumes;  // Redfish: the volumes that use the drive
-
-    // Nothing is known of it but that the controller lists it: its own resource was not ready, or was gone by
-    // then.
-    bool isUntold() const { return Id.empty() && model.empty() && serialNumber.empty(); }
+    // Redfish: the controller lists it, but its own resource was not ready, or was gone by then. All else is
+    // as by default.
+    bool untold = false;
 
     bool isStatusFailed() const;
     bool isStatusFatal() const;

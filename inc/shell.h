@@ -22,8 +22,8 @@ struct CommandResult {
 class CommandRunner {
 public:
     static constexpr std::size_t kMaxOutput = 1024 * 1024;  // output beyond this is read and dropped
-    // The largest file that a command may write; whoever writes on is ended by SIGXFSZ. The reports of full
-    // servers have some tens of MiB.
+    // The largest file that a command may write; writing on fails with EFBIG. A report of a full server has a
+    // small part of it.
     static constexpr std::size_t kMaxFile = 256 * 1024 * 1024;
 
     virtual ~CommandRunner() = default;

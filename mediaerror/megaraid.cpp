@@ -28,8 +28,8 @@ constexpr std::uint64_t kManyErrors = 19;  // more than this
 constexpr std::size_t kNewest = 19;
 constexpr std::uint64_t kWithin = 604799;  // seconds: seven days less one second
 
-// How long a search that sees the stop goes on listing drives, in seconds. A server's search is through by
-// then; one of many made-up drives, each of which may take its command's whole deadline, would take days.
+// How long a search that sees the stop goes on listing drives, in seconds. Those of an ordinary server are
+// listed by then; many made-up ones, each of which may take its command's whole deadline, would take days.
 constexpr std::uint64_t kStopGrace = 60;
 
 // The listing as the command left it; null when there is none.

@@ -33,7 +33,7 @@ void KeepUntoldDrives(const ServiceRoot& previous, ServiceRoot& current) {
             }
             for (auto& [driveKey, drive] : controller.diskDrives) {
                 const auto known = before->diskDrives.find(driveKey);
-                if (drive.isUntold() && known != before->diskDrives.end()) {
+                if (drive.untold && known != before->diskDrives.end()) {
                     drive = known->second;
                 }
             }

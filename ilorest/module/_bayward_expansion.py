@@ -19,6 +19,7 @@ KEPT_SECONDS = 60.0
 MAX_KEPT_BYTES = 4 * 1024 * 1024
 # Of the 45 seconds of a whole get, for the form with members; the form without needs its 30 when that fails.
 EXPANDED_SECONDS = 15.0
+UNANSWERED_SECONDS = 24 * 3600.0  # after that the controller may have learnt better
 UNANSWERED_LIMIT = 2  # so often in a row without an answer, and a path is asked without members from then on
 MAX_REMEMBERED = 10_000  # paths, or links; no server has so many, but one could name new ones for ever
 
@@ -60,7 +61,10 @@ def _unanswered_before() -> dict[str, int]:
     """Paths whose form with members was left unanswered, and how often in a row. A controller that is busy with one until
     the session is lost would be asked for it again by the next; so this outlives the session, and the module as well,
     which is loaded anew after each failed walk and forgets what lies in its files."""
-    return sys.modules.setdefault("bayward remembers", SimpleNamespace(unanswered={})).unanswered  # type: ignore
+    kept = sys.modules.setdefault("bayward remembers", SimpleNamespace(unanswered={}, begun=time.monotonic()))  # type: ignore
+    if time.monotonic() - kept.begun > UNANSWERED_SECONDS:
+        kept.unanswered, kept.begun = {}, time.monotonic()
+    return kept.unanswered
 
 
 class Reading:

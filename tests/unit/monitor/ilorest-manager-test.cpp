@@ -181,6 +181,47 @@ TEST_F(ManagerTest, CheckThatFails_LosesAndDoublesNoTransition) {
     EXPECT_EQ(events.size(), 1U);
 }
 
+// A server with one MR drive besides, whose resource is this text.
+void SetMegaRaidDrive(FakeBridge& bridge, const std::string& text) {
+    const std::string device = "/redfish/v1/Systems/1/Storage/DE00A000/";
+    bridge.resources["/redfish/v1/Systems/1/Storage/"] = Collection({device});
+    bridge.resources[device] =
+        R"({"Id":"DE00A000","Name":"HPE MR416i-o Gen11","Status":{"Health":"OK","State":"Enabled"},)"
+        R"("StorageControllers":[{"Name":"HPE MR416i-o Gen11","Model":"HPE MR416i-o Gen11","SerialNumber":"X"}],)"
+        R"("Drives":[{"@odata.id":"/drive"}]})";
+    bridge.resources["/drive"] = text;
+}
+
+constexpr const char* kGoodDrive =
+    R"({"Id":"0","Model":"M","SerialNumber":"S","MediaType":"HDD","Status":{"Health":"OK","State":"Enabled"}})";
+constexpr const char* kFailedDrive =
+    R"({"Id":"0","Model":"M","SerialNumber":"S","MediaType":"HDD","Status":{"Health":"Critical","State":"Enabled"}})";
+
+TEST_F(ManagerTest, DriveThatIsNotReadyForAWalk_IsTakenAsItWas) {
+    Init();
+    SetMegaRaidDrive(bridge, kGoodDrive);
+    EXPECT_TRUE(manager.build());
+    EventList events;
+    for (const char* text :
+         {kFailedDrive, R"({"error":{"code":"iLO.2.30.ResourceNotReadyRetry"}})", kFailedDrive,
+          R"({"error":{"code":"Base.1.18.ResourceMissingAtURI"}})", kFailedDrive}) {
+        SetMegaRaidDrive(bridge, text);
+        EXPECT_TRUE(manager.check(events));
+    }
+    EXPECT_EQ(events.size(), 1U);
+}
+
+TEST_F(ManagerTest, DriveThatTellsItsStatusAlone_IsTakenAsItTells) {
+    Init();
+    SetMegaRaidDrive(bridge, kGoodDrive);
+    EXPECT_TRUE(manager.build());
+    EventList events;
+    SetMegaRaidDrive(bridge, R"({"Name":"Drive","Model":null,"SerialNumber":null,)"
+                             R"("Status":{"State":"UnavailableOffline","Health":"Critical"}})");
+    EXPECT_TRUE(manager.check(events));
+    EXPECT_EQ(events.size(), 1U);
+}
+
 TEST_F(ManagerTest, TextFailureOfAWalk_ResetsAndIsThrownOn) {
     Init();
     rig.FailWalks("SecurityStateError");
