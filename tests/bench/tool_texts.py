@@ -7,7 +7,9 @@ from pathlib import Path
 from typing import Iterator, List, Tuple
 
 DRIVES_PER_CONTROLLER = 200
-ENTRIES_PER_DRIVE = 24
+# Many for each drive, as after years: of more than 1,024 drives nothing would be read.
+ENTRIES_PER_DRIVE = 160
+COUNTERS_PER_STRUCTURE = 400
 MEDIUM_ERROR = "0x03"  # a sense key
 OTHER_STRUCTURES = (
     "Monitor and Performance Statistics (Since Factory)",
@@ -46,7 +48,7 @@ def _drive(controller: str, number: int, rng: random.Random) -> Tuple[List[str],
     for structure in OTHER_STRUCTURES:
         lines += _structure(heading, structure, [
             _value("Serial Number", f"0x{number:08x}"),
-            *[_value(f"Counter {counter}", f"0x{rng.randrange(1 << 32):08x}") for counter in range(60)],
+            *[_value(f"Counter {counter}", f"0x{rng.randrange(1 << 32):08x}") for counter in range(COUNTERS_PER_STRUCTURE)],
             _value("Reference Time", "0x0005f000"),
         ])
     entries = []
