@@ -221,7 +221,7 @@ std::string BigEndian(std::uint32_t number) {
 std::string ZoneWithLeapSecond() {
     std::string file = "TZif" + std::string(16, '\0');
     for (const std::uint32_t count :
-         {0, 0, 1, 0, 1, 4}) {  // one leap second, one kind of time of four letters
+         {0U, 0U, 1U, 0U, 1U, 4U}) {  // one leap second, one kind of time of four letters
         file += BigEndian(count);
     }
     return file + BigEndian(3600) + std::string(2, '\0') + std::string("LEA", 4) + BigEndian(1341100800) +
