@@ -1,6 +1,7 @@
 #include "storage-model.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <initializer_list>
 #include <string_view>
 
@@ -32,8 +33,14 @@ bool AtMost(std::int64_t value, std::uint32_t percent, std::uint32_t scale) {
 }
 
 std::string Info(const DiskDrive& drive, const std::string& size) {
-    return "Model: " + drive.model + " Size: " + size + " Serial Number: " + drive.serialNumber +
-           " Firmware Revision: " + drive.firmwareRevision;
+    constexpr std::size_t kUsual = 128;  // characters
+    std::string text;
+    text.reserve(kUsual);
+    text.append("Model: ").append(drive.model);
+    text.append(" Size: ").append(size);
+    text.append(" Serial Number: ").append(drive.serialNumber);
+    text.append(" Firmware Revision: ").append(drive.firmwareRevision);
+    return text;
 }
 
 // The item of a controller, which is null when there is none, in the map that `items` names.

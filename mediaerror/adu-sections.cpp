@@ -1,6 +1,7 @@
 #include "adu-sections.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <system_error>
 #include <utility>
@@ -26,9 +27,17 @@ bool IsLetter(char character) {
     return (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z');
 }
 
+// By the character's code. Most of what is read of a report are rows of hexadecimal numbers.
+constexpr auto kHexDigits = [] {
+    std::array<bool, 256> digits{};
+    for (const unsigned char digit : std::string_view("0123456789abcdefABCDEF")) {
+        digits[digit] = true;
+    }
+    return digits;
+}();
+
 bool IsHexDigit(char character) {
-    return (character >= '0' && character <= '9') || (character >= 'a' && character <= 'f') ||
-           (character >= 'A' && character <= 'F');
+    return kHexDigits[static_cast<unsigned char>(character)];
 }
 
 // The trimmed value behind a key; a separator may stand between them.

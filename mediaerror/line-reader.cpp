@@ -23,6 +23,13 @@ std::string_view WithoutEnd(std::string_view line) {
     return line;
 }
 
+// Where the last line feed is; npos for none. Much faster than rfind().
+std::size_t LastFeed(std::string_view text) {
+    const void* const feed = memrchr(text.data(), '\n', text.size());
+    return feed == nullptr ? std::string_view::npos
+                           : static_cast<std::size_t>(static_cast<const char*>(feed) - text.data());
+}
+
 }  // namespace
 
 std::optional<std::string_view> LineSource::NextWith(std::string_view text) {
@@ -31,6 +38,10 @@ std::optional<std::string_view> LineSource::NextWith(std::string_view text) {
         line = Next();
     }
     return line;
+}
+
+bool LineSource::PassOverBlocksWithout(std::string_view, std::string_view) {
+    return false;
 }
 
 std::optional<std::string_view> TextLines::Next() {
@@ -56,6 +67,18 @@ std::unique_ptr<FileLines> FileLines::OpenFirst(const std::vector<std::string>& 
 }
 
 std::optional<std::string_view> FileLines::Next() {
+    const char* const begin = m_buffer.data() + m_begin;
+    const std::size_t held = m_end - m_begin;
+    // Most lines are held as a whole.
+    if (const void* const feed = std::memchr(begin, '\n', held); feed != nullptr && !m_passOver) {
+        const auto length = static_cast<std::size_t>(static_cast<const char*>(feed) - begin);
+        m_begin += length + 1;
+        return WithoutEnd({begin, std::min(length, kMaxLine)});
+    }
+    return NextInPieces();
+}
+
+std::optional<std::string_view> FileLines::NextInPieces() {
     std::size_t searched = 0;  // of what is held, without a line feed in it
     while (true) {
         const char* const begin = m_buffer.data() + m_begin;
@@ -96,6 +119,21 @@ std::optional<std::string_view> FileLines::NextWith(std::string_view text) {
         line = Next();  // its end may still have to be read, or lie beyond the limit
     } while (line && !tovaserverutil::Contains(*line, text));
     return line;
+}
+
+bool FileLines::PassOverBlocksWithout(std::string_view text, std::string_view head) {
+    const std::string_view held(m_buffer.data() + m_begin, m_end - m_begin);
+    const std::size_t found = held.find(text);
+    std::string_view before = held.substr(0, found);
+    // Back to the first line of the block that holds the text, or else of the last one that has begun.
+    for (auto feed = LastFeed(before); feed != std::string_view::npos; feed = LastFeed(before)) {
+        if (held.substr(feed + 1).starts_with(head)) {
+            m_begin += feed + 1;
+            return found != std::string_view::npos;
+        }
+        before = before.substr(0, feed);
+    }
+    return false;
 }
 
 bool FileLines::Fill() {

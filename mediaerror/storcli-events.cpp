@@ -4,16 +4,19 @@
 #include <limits>
 #include <string_view>
 #include <system_error>
+#include <utility>
 
 namespace {
 
 using tovaserverutil::Contains;
 using tovaserverutil::Trimmed;
+using tovaserverutil::WithoutLeadingBlanks;
 
 constexpr std::string_view kBlock = "seqNum: ";
 constexpr std::string_view kInBlock = "qNum:";  // in the line that begins a block, and found fast: q is rare
 constexpr std::string_view kSlotMark = "/s";    // in a description
 constexpr std::string_view kDescription = "Event Description:";
+constexpr std::string_view kError = "um error";  // in every description that counts; u is rarer than m
 // The tool's own words, before or right behind the events.
 constexpr std::string_view kEnvelope[] = {"CLI Version = ", "Controller = "};
 
@@ -46,7 +49,7 @@ struct Block {
 
 // Patrol reads, consistency checks, initialisations and recoveries count alike.
 bool NamesCorrectedError(std::string_view description) {
-    return Contains(description, "medium error") &&  // found fast: m is rarer than c, and so is what follows
+    return Contains(description, kError) &&  // found fast
            (Contains(description, "corrected medium error") ||
             Contains(description, "Corrected medium error"));
 }
@@ -100,43 +103,22 @@ void CompleteFromDescription(Block& block, std::string_view description) {
     }
 }
 
-// True for most lines: what is read of a log begins with one of these characters.
-bool TellsNothing(std::string_view line) {
-    if (line.empty()) {
-        return true;
-    }
-    switch (line.front()) {
-        case ' ':
-        case '\t':
-        case kBlock.front():
-        case kDescription.front():
-        case 'T':
-        case 'C':
-        case 'D':
-        case 'B':
-        case 'S':
-            return false;
-        default:
-            return true;
-    }
-}
-
 class EventLog {
 public:
     explicit EventLog(const std::function<void(const CorrectedError&)>& found) : m_found(found) {}
 
     void Take(std::string_view line) {
-        if (TellsNothing(line)) {
+        line = WithoutLeadingBlanks(line);
+        if (line.empty()) {
             return;
         }
-        if (line.starts_with(' ') || line.starts_with('\t')) {
-            line = Trimmed(line);
-        }
-        if (line.starts_with(kBlock) || line == Trimmed(kBlock)) {
+        if (line.front() == kBlock.front() && (line.starts_with(kBlock) || line == Trimmed(kBlock))) {
             End();
             m_part = Part::kHead;
-        } else if (m_part == Part::kHead || m_part == Part::kData) {
-            TakeOfBlock(line);
+        } else if (m_part == Part::kHead) {
+            TakeOfHead(line);
+        } else if (m_part == Part::kData) {
+            TakeOfData(line);
         }
     }
 
@@ -157,32 +139,75 @@ private:
     // kNone: in no block, or in one that does not count. kData: the description has been read, and counts.
     enum class Part { kNone, kHead, kData };
 
-    void TakeOfBlock(std::string_view line) {
-        if (line.starts_with(kEnvelope[0]) || line.starts_with(kEnvelope[1])) {
-            End();
-        } else if (const auto time = ValueOf(line, "Time: "); time && !m_block.timed) {
-            m_block.timed = true;
-            m_time.assign(*time);
-        } else if (m_part == Part::kData) {
-            TakeData(line);
-        } else if (line.starts_with(kDescription)) {
-            m_part = NamesCorrectedError(line) ? Part::kData : Part::kNone;
-            m_description.assign(m_part == Part::kData ? line : std::string_view());
+    // What is read of a line shows in its first character. Most lines tell nothing.
+    void TakeOfHead(std::string_view line) {
+        switch (line.front()) {
+            case 'C':
+                TakeEnvelope(line);
+                break;
+            case 'T':
+                TakeTime(line);
+                break;
+            case kDescription.front():
+                if (line.starts_with(kDescription)) {
+                    m_part = NamesCorrectedError(line) ? Part::kData : Part::kNone;
+                    m_description.assign(m_part == Part::kData ? line : std::string_view());
+                }
+                break;
+            default:
+                break;
         }
     }
 
-    void TakeData(std::string_view line) {
-        if (line.starts_with("Device I")) {  // "Device ID: " or "Device Id: "
-            const std::size_t colon = line.find(": ");
-            if (!m_block.device && colon != std::string_view::npos) {
-                m_block.device = ParseNumber(Trimmed(line.substr(colon + 1)), 10);
-            }
-        } else if (const auto enclosure = ValueOf(line, "Enclosure Index: ")) {
-            m_block.enclosure = ParseDecimal(*enclosure, kMaxPlace);
-        } else if (const auto bay = ValueOf(line, "Bay Number: ")) {
-            m_block.slot = ParseDecimal(*bay, kMaxPlace);
-        } else if (const auto slot = ValueOf(line, "Slot Number: "); slot && !m_block.slot) {
-            m_block.slot = ParseDecimal(*slot, kMaxPlace);
+    void TakeOfData(std::string_view line) {
+        switch (line.front()) {
+            case 'C':
+                TakeEnvelope(line);
+                break;
+            case 'T':
+                TakeTime(line);
+                break;
+            case 'D':
+                TakeDevice(line);
+                break;
+            case 'E':
+                if (const auto enclosure = ValueOf(line, "Enclosure Index: ")) {
+                    m_block.enclosure = ParseDecimal(*enclosure, kMaxPlace);
+                }
+                break;
+            case 'B':
+                if (const auto bay = ValueOf(line, "Bay Number: ")) {
+                    m_block.slot = ParseDecimal(*bay, kMaxPlace);
+                }
+                break;
+            case 'S':
+                if (const auto slot = ValueOf(line, "Slot Number: "); slot && !m_block.slot) {
+                    m_block.slot = ParseDecimal(*slot, kMaxPlace);
+                }
+                break;
+            default:
+                break;
+        }
+    }
+
+    void TakeEnvelope(std::string_view line) {
+        if (line.starts_with(kEnvelope[0]) || line.starts_with(kEnvelope[1])) {
+            End();
+        }
+    }
+
+    void TakeTime(std::string_view line) {
+        if (const auto time = ValueOf(line, "Time: "); time && !m_block.timed) {
+            m_block.timed = true;
+            m_time.assign(*time);
+        }
+    }
+
+    // "Device ID: " or "Device Id: "
+    void TakeDevice(std::string_view line) {
+        const std::size_t colon = line.starts_with("Device I") ? line.find(": ") : std::string_view::npos;
+        if (!m_block.device && colon != std::string_view::npos) {
+            m_block.device = ParseNumber(Trimmed(line.substr(colon + 1)), 10);
         }
     }
 
@@ -216,8 +241,12 @@ private:
 
 void ReadCorrectedErrors(LineSource& lines, const std::function<void(const CorrectedError&)>& found) {
     EventLog log(found);
+    bool holdsError = false;  // the block that the next line begins
     while (const auto line = log.WaitsForBlock() ? lines.NextWith(kInBlock) : lines.Next()) {
         log.Take(*line);
+        if (line->starts_with(kBlock) && !std::exchange(holdsError, false)) {
+            holdsError = lines.PassOverBlocksWithout(kError, kBlock);
+        }
     }
     log.End();
 }

@@ -1,8 +1,11 @@
 // Which rules are applied to which items, and what has vanished.
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <map>
 #include <span>
+#include <string>
+#include <utility>
 
 #include "state-rules.h"
 #include "storage-family.h"
@@ -91,6 +94,30 @@ bool HasMegaRaidController(const SmartStorage& storage) {
     return false;
 }
 
+// Has the processor fetch an item and its key while the one before it is looked at. In big snapshots a walk
+// else waits for memory at every item: that took more than half of its time.
+template <typename Item>
+void Prefetch(const std::pair<const std::string, Item>& entry) {
+    constexpr std::size_t kLine = 64;  // of the cache; with another one it only helps less
+    const char* const bytes = reinterpret_cast<const char*>(&entry);
+    for (std::size_t offset = 0; offset < sizeof entry; offset += kLine) {
+        __builtin_prefetch(bytes + offset);
+    }
+    __builtin_prefetch(entry.first.data());  // elsewhere: an id is no short text
+}
+
+// Calls `visit` with key and item of each, in the order of the keys.
+template <typename Items, typename Visit>
+void ForEachItem(const Items& items, const Visit& visit) {
+    for (auto at = items.begin(); at != items.end();) {
+        const auto& [key, item] = *at;
+        if (++at != items.end()) {
+            Prefetch(*at);
+        }
+        visit(key, item);
+    }
+}
+
 // The items of one controller of a snapshot, asked for in the order of their keys. It walks along with the
 // keys instead of looking each of them up from the top, which in big snapshots waits for memory at every
 // step.
@@ -104,11 +131,14 @@ public:
     ItemsInStep(const ArrayController* controller, Items ArrayController::*items)
         : ItemsInStep(controller == nullptr ? kNone : controller->*items) {}
 
-    // As the look-ups of ServiceRoot. No key may be smaller than the one before it.
+    // As the look-ups of ServiceRoot. Each key is greater than the one before it.
     bool Contains(const std::string& key, Iterator& found) {
         while (m_next != m_end) {
             if (const int order = m_next->first.compare(key); order >= 0) {
                 found = m_next;
+                if (order == 0 && ++m_next != m_end) {
+                    Prefetch(*m_next);
+                }
                 return order == 0;
             }
             ++m_next;
@@ -165,13 +195,13 @@ struct Walk {
                 const std::span<Rule* const> applied = rules(controller);
                 ItemsInStep<Item> oldItems(
                     previous.findController(systemKey, family, lookUpKey(controllerKey, controller)), items);
-                for (const auto& [itemKey, item] : controller.*items) {
+                ForEachItem(controller.*items, [&](const std::string& itemKey, const Item& item) {
                     typename ItemsInStep<Item>::Iterator old;
                     const bool found = oldItems.Contains(itemKey, old);
                     for (Rule* rule : applied) {
                         rule(controller, item, found, old, events);
                     }
-                }
+                });
             }
         }
     }
@@ -218,14 +248,14 @@ void StateRules::checkPrvPhysicalDevice(const ServiceRoot& previous, const Servi
         ForEachMegaRaid(previous, system, [&](const std::string& key, const ArrayController& controller) {
             const ArrayController* const now = current.findController(system, &ComputerSystem::mirror, key);
             ItemsInStep<DiskDrive> present(now, &ArrayController::diskDrives);
-            for (const auto& [driveKey, drive] : controller.diskDrives) {
+            ForEachItem(controller.diskDrives, [&](const std::string& driveKey, const DiskDrive& drive) {
                 ServiceRoot::DiskDriveIterator ignored;
                 if (!present.Contains(driveKey, ignored) &&
                     (HasAny(now, &ArrayController::logicalDrives, drive.volumes) ||
                      HasAny(&controller, &ArrayController::logicalDrives, drive.volumes))) {
                     raiseEvent(tovaevent::kDriveFailed, getMirrorPdMessageParam, controller, drive, events);
                 }
-            }
+            });
         });
     });
 }
@@ -236,14 +266,15 @@ void StateRules::checkPrvLogicalDrive(const ServiceRoot& previous, const Service
         ForEachMegaRaid(previous, system, [&](const std::string& key, const ArrayController& controller) {
             const ArrayController* const now = current.findController(system, &ComputerSystem::mirror, key);
             ItemsInStep<LogicalDrive> present(now, &ArrayController::logicalDrives);
-            for (const auto& [driveKey, drive] : controller.logicalDrives) {
-                ServiceRoot::LogicalDriveIterator ignored;
-                if (!present.Contains(driveKey, ignored) &&
-                    !HasAny(now, &ArrayController::diskDrives, drive.dataDrives)) {
-                    raiseEvent(tovaevent::kLogicalDriveOffline, getMirrorLdMessageParam, controller, drive,
-                               events);
-                }
-            }
+            ForEachItem(controller.logicalDrives,
+                        [&](const std::string& driveKey, const LogicalDrive& drive) {
+                            ServiceRoot::LogicalDriveIterator ignored;
+                            if (!present.Contains(driveKey, ignored) &&
+                                !HasAny(now, &ArrayController::diskDrives, drive.dataDrives)) {
+                                raiseEvent(tovaevent::kLogicalDriveOffline, getMirrorLdMessageParam,
+                                           controller, drive, events);
+                            }
+                        });
         });
     });
 }

@@ -1,6 +1,7 @@
 // One event to report.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <utility>
@@ -32,7 +33,12 @@ public:
 
     void SetId(std::uint32_t id) { m_id = id; }
     std::uint32_t Id() const { return static_cast<std::uint32_t>(m_id); }
-    void AddParameter(std::string text) { m_parameters.push_back(std::move(text)); }
+    void AddParameter(std::string text) {
+        constexpr std::size_t kUsual =
+            3;  // of most events; growing to it one by one takes longer than all else
+        m_parameters.reserve(kUsual);
+        m_parameters.push_back(std::move(text));
+    }
     const std::vector<std::string>& Parameters() const { return m_parameters; }
 
 private:

@@ -5,7 +5,8 @@
 
 Prints one table, writes it as JSON into build/bench.json and what README shows of it into build/bench.md, and draws the plots
 docs/bench-*.svg. The exit status is 1 when a target is missed, 2 when something could not be measured; on a machine that
-does other things too the former proves nothing.
+does other things too the former proves nothing. What is timed while a virtual machine's host gives its processors to others
+is timed again, and how much they took is told at the end.
 """
 
 from __future__ import annotations
@@ -24,6 +25,7 @@ import memory  # noqa: E402 (these lie beside this script)
 import micro  # noqa: E402
 import parsers  # noqa: E402
 import walks  # noqa: E402
+from calm import Times  # noqa: E402
 from essence import markdown  # noqa: E402
 from figures import MISSED, Figure, print_table, save  # noqa: E402
 from plots import Chart, Line, write  # noqa: E402
@@ -56,16 +58,17 @@ def memory_plot(samples: memory.Samples) -> List[Chart]:
     return [Chart("Memory of the service", "looks at the storage", "MiB resident", [Line("service", points)])]
 
 
-def machine() -> str:
+def machine(begun: Times) -> str:
+    """This machine, and what others have taken of it since."""
     model = next((line.partition(":")[2].strip() for line in Path("/proc/cpuinfo").read_text(encoding="ascii").splitlines()
                   if line.startswith("model name")), platform.machine())
     return (f"{os.cpu_count()} x {model}, Linux {platform.release()}, CPython {platform.python_version()}, "
-            f"load {os.getloadavg()[0]:.1f}, {time.strftime('%Y-%m-%d %H:%M')}")
+            f"{time.strftime('%Y-%m-%d %H:%M')}; others took {Times.now().taken_since(begun):.1%} of its processors meanwhile")
 
 
 def measure(build: Path, cycles: int, plots: Path) -> List[Figure]:
     bin_dir = build / "bin"
-    cost, curve = part("looks at the storage, about fifteen minutes", lambda: walks.measure(bin_dir))
+    cost, curve = part("looks at the storage, a quarter of an hour or more", lambda: walks.measure(bin_dir))
     kept, samples = part(f"memory over {cycles:,} cycles", lambda: memory.measure(bin_dir, cycles))
     read = part("parsers beside grep", lambda: parsers.measure(build / "tests/parse-texts"))
     small = part("rules, trace log, texts", lambda: micro.measure(build / "tests/bayward-bench"))
@@ -85,7 +88,7 @@ def main() -> int:
     args = parser.parse_args()
     if args.cycles < 1:
         parser.error("CYCLES is at least 1")
-    print(machine(), flush=True)
+    begun = Times.now()
     try:
         reason = missing(faketime=True)
         if reason is not None:
@@ -95,10 +98,10 @@ def main() -> int:
         print(f"bench: {error}", file=sys.stderr)
         return 2
     save(args.json, figures)
-    args.json.with_suffix(".md").write_text(markdown(figures, machine()), encoding="utf-8")
+    args.json.with_suffix(".md").write_text(markdown(figures, machine(begun)), encoding="utf-8")
     print_table(figures)
     missed = sum(figure.verdict == MISSED for figure in figures)
-    print(f"{machine()}\n{missed} of {sum(figure.target is not None for figure in figures)} targets missed")
+    print(f"{machine(begun)}\n{missed} of {sum(figure.target is not None for figure in figures)} targets missed")
     return 1 if missed else 0
 
 

@@ -17,7 +17,8 @@ from typing import Any, Dict, List
 
 sys.path.insert(0, str(Path(__file__).resolve().parent))
 
-from figures import (  # noqa: E402 (lies beside this script)
+from calm import calmest  # noqa: E402 (lies beside this script)
+from figures import (  # noqa: E402 (likewise)
     Figure, at_least, at_most, plain, power_fit, print_table, save)
 
 REPETITIONS = 5
@@ -93,7 +94,7 @@ def texts(medians: Medians) -> List[Figure]:
 
 
 def measure(program: Path) -> List[Figure]:
-    medians = run(program)
+    medians = calmest(lambda: run(program))
     return rules(medians) + trace_log(medians) + texts(medians)
 
 

@@ -21,7 +21,8 @@ from typing import List, Sequence, Tuple
 
 sys.path.insert(0, str(Path(__file__).resolve().parent))
 
-from figures import Figure, at_least, at_most, plain, print_table, save  # noqa: E402 (lies beside this script)
+from calm import calmest  # noqa: E402 (lies beside this script)
+from figures import Figure, at_least, at_most, plain, print_table, save  # noqa: E402 (likewise)
 from tool_texts import write_event_log, write_report  # noqa: E402 (likewise)
 
 REPORT_BYTES = 100_000_000
@@ -95,8 +96,8 @@ def measure(program: Path) -> List[Figure]:
         report, events = Path(folder, "report.txt"), Path(folder, "events.txt")
         texts = (("report", "report", report, write_report(report, REPORT_BYTES)),
                  ("events", "event log", events, write_event_log(events, EVENTS)))
-        return [figure for kind, name, text, errors in texts
-                for figure in figures_of(name, *beside_grep(program, kind, text, errors), text.stat().st_size)]
+        return [figure for kind, name, text, errors in texts for figure in figures_of(
+            name, *calmest(lambda: beside_grep(program, kind, text, errors)), text.stat().st_size)]
 
 
 def main() -> int:

@@ -36,7 +36,8 @@ def test_a_fallback_that_asks_more_than_the_reference_misses():
     assert verdicts(ignored=Cost(73, 1.7, 0.040))["S, ignored, wall time to reference"] == MISSED
 
 
-def test_the_reference_is_measured_on_the_controller():
+def test_the_reference_is_measured_on_the_controller(monkeypatch):
+    monkeypatch.setattr("walks.calmest", lambda measure, tries=1: measure())  # once, on a busy machine too
     with ControllerProcess("--drives", "2", "--volumes", "1") as sim:
         cost = client_cost(sim, YARDSTICK, 2)
         asked = sum(count for request, count in sim.control.call("counters")["requests"].items() if "Session" not in request)

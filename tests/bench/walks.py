@@ -21,7 +21,8 @@ from typing import Dict, List, Mapping, Optional, Tuple
 
 sys.path.insert(0, str(Path(__file__).resolve().parent))
 
-from figures import Figure, at_most, plain, print_table, save  # noqa: E402 (lies beside this script)
+from calm import calmest  # noqa: E402 (lies beside this script)
+from figures import Figure, at_most, plain, print_table, save  # noqa: E402 (likewise)
 from watching import ControllerProcess, HostError, ServiceRun  # noqa: E402 (likewise)
 from simcontroller.errors import Failure  # noqa: E402 (watching.py has put the simulator on the path)
 
@@ -30,6 +31,7 @@ REFERENCE = Path(__file__).resolve().parent / "reference-walk.py"
 LATENCY_MS = 20
 LATENCY = LATENCY_MS / 1000
 WALKS = 5
+TRIES = 2  # of a run that others disturb; it takes most of a minute
 
 IDLE_DRIVES = 8
 CURVE_DRIVES = (10, 50, 100, 200)  # the last one is tree L
@@ -117,13 +119,23 @@ def tell(text: str) -> None:
     print(f"   {text}", file=sys.stderr, flush=True)
 
 
+def watched(bin_dir: Path, sim: ControllerProcess, walks: int, ilo: Optional[Mapping[str, object]] = None,
+            media_errors: bool = False) -> ServiceRun:
+    """A run of the service from start to stop; the calmest one, when others disturb it."""
+    def run() -> ServiceRun:
+        with ServiceRun(bin_dir, sim, ilo, media_errors) as service:
+            service.measure(walks)
+            service.stop()
+        return service
+
+    return calmest(run, TRIES)
+
+
 def service_cost(bin_dir: Path, sim: ControllerProcess, mode: Mode, walks: int, vitals: Vitals,
                  server: Optional[str] = None) -> Cost:
     """Runs the service on a controller. `server`: keep its memory under this name."""
     sim.control.call("expand", mode.controller)
-    with ServiceRun(bin_dir, sim, {} if mode.expand else {"expand": "false"}) as run:
-        run.measure(walks)
-        run.stop()
+    run = watched(bin_dir, sim, walks, {} if mode.expand else {"expand": "false"})
     vitals.take(run)
     if server is not None:
         vitals.resident_kib[server] = run.resident_kib
@@ -136,8 +148,8 @@ def client_cost(sim: ControllerProcess, client: str, walks: int) -> Optional[Cos
     module = CLIENTS[client]
     if module is not None and importlib.util.find_spec(module) is None:
         return None
-    ran = subprocess.run([sys.executable, str(REFERENCE), sim.url, sim.account, sim.password, "--walks", str(walks),
-                          "--client", client], stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, check=False)
+    command = [sys.executable, str(REFERENCE), sim.url, sim.account, sim.password, "--walks", str(walks), "--client", client]
+    ran = calmest(lambda: subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, check=False))
     if ran.returncode != 0:
         raise HostError(ran.stderr.strip())
     told = json.loads(ran.stdout)
@@ -201,10 +213,8 @@ def vital_figures(vitals: Vitals) -> List[Figure]:
 def measure_idle(bin_dir: Path, walks: int, vitals: Vitals) -> List[Figure]:
     """The service with all its threads, on a small server."""
     tell(f"all threads, {IDLE_DRIVES} drives")
-    with ControllerProcess("--drives", str(IDLE_DRIVES), "--volumes", "2", "--latency-ms", str(LATENCY_MS)) as sim, \
-            ServiceRun(bin_dir, sim, media_errors=True) as run:
-        run.measure(walks)
-        run.stop()
+    with ControllerProcess("--drives", str(IDLE_DRIVES), "--volumes", "2", "--latency-ms", str(LATENCY_MS)) as sim:
+        run = watched(bin_dir, sim, walks, media_errors=True)
     vitals.take(run)
     return [
         at_most("wake-ups of a thread in a pause, most", max(run.idle_wakeups), "", 1),

@@ -5,14 +5,17 @@
 #include <sys/stat.h>
 
 #include <memory>
+#include <optional>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "test-root.h"
 
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::Pair;
 
 namespace {
 
@@ -134,6 +137,51 @@ TEST(FileLines, NextWith_FindsWhatLineByLineReadingFinds) {
             ASSERT_EQ(rest->find("key"), std::string_view::npos) << round;
         }
     }
+}
+
+// What comes next behind the first line when blocks without "key" may be passed over, and what that said.
+std::pair<bool, std::optional<std::string>> BehindPassedOver(const std::string& text) {
+    const TestRoot root;
+    root.Write("text", text);
+    const auto lines = FileLines::OpenFirst({root / "text"});
+    lines->Next();
+    const bool holds = lines->PassOverBlocksWithout("key", "head ");
+    const auto line = lines->Next();
+    return {holds, line ? std::optional(std::string(*line)) : std::nullopt};
+}
+
+TEST(FileLines, BlocksWithoutTheText_ArePassedOver) {
+    EXPECT_THAT(BehindPassedOver("head 1\na\nhead 2\nb\nhead 3\nc\nkey\nhead 4\n"), Pair(true, "head 3"));
+    EXPECT_THAT(BehindPassedOver("head 1\na\nhead 2 key\nhead 3\n"), Pair(true, "head 2 key"));
+}
+
+TEST(FileLines, ABlockWithTheText_IsNotPassedOver) {
+    EXPECT_THAT(BehindPassedOver("head 1\na\nkey\nhead 2\nkey\n"), Pair(false, "a"));
+    EXPECT_THAT(BehindPassedOver("head 1\nkey\nhead 2\n"), Pair(false, "key"));
+    EXPECT_THAT(BehindPassedOver("head 1\na\n head 2\nkey\n"), Pair(false, "a"));  // no head, with a blank
+    EXPECT_THAT(BehindPassedOver("head 1\na\nthe head 2\nkey\n"), Pair(false, "a"));
+}
+
+TEST(FileLines, TheLastBlockThatHasBegun_IsNeverPassedOver) {
+    EXPECT_THAT(BehindPassedOver("head 1\na\nhead 2\nb\nhead 3\nc"), Pair(false, "head 3"));
+    EXPECT_THAT(BehindPassedOver("head 1\na\nhead 2\n"), Pair(false, "head 2"));
+    EXPECT_THAT(BehindPassedOver("head 1\na\nhead"), Pair(false, "a"));
+    EXPECT_THAT(BehindPassedOver("head 1\n\n"), Pair(false, ""));
+    EXPECT_THAT(BehindPassedOver("head 1"), Pair(false, std::nullopt));
+    // Nor one whose end was not read yet: it may hold the text.
+    const std::string filler = std::string(1000, 'x') + '\n';
+    std::string text = "head 1\nhead 2\n";
+    while (text.size() < 20 * FileLines::kMaxLine) {
+        text += filler;
+    }
+    EXPECT_THAT(BehindPassedOver(text + "key\n"), Pair(false, "head 2"));
+}
+
+TEST(TextLines, NothingIsPassedOver) {
+    TextLines lines("head 1\na\nhead 2\nkey\n");
+    lines.Next();
+    EXPECT_FALSE(lines.PassOverBlocksWithout("key", "head "));
+    EXPECT_EQ(lines.Next(), "a");
 }
 
 TEST(FileLines, FirstPathThatOpens_IsRead) {

@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <fstream>
+#include <optional>
 #include <random>
 #include <string>
 
@@ -19,9 +21,8 @@ using testing::IsEmpty;
 
 const std::string kPatrol = "Patrol Read corrected medium error on PD 0a(e0xfc/s3) at 1aea556";
 
-std::vector<CorrectedError> Errors(const std::string& text) {
+std::vector<CorrectedError> Read(LineSource& lines) {
     std::vector<CorrectedError> errors;
-    TextLines lines(text);
     ReadCorrectedErrors(lines, [&](const CorrectedError& error) { errors.push_back(error); });
     return errors;
 }
@@ -30,11 +31,33 @@ std::string Text(const std::optional<unsigned int>& number) {
     return number ? std::to_string(*number) : "-";
 }
 
-// Every error as "device enclosure:slot", "-" for what is not known.
+// "device enclosure:slot", "-" for what is not known.
+std::string Drive(const CorrectedError& error) {
+    return Text(error.device) + " " + Text(error.enclosure) + ":" + Text(error.slot);
+}
+
+// From memory, and with the same result from a file, of which blocks are passed over.
+std::vector<CorrectedError> Errors(const std::string& text) {
+    TextLines lines(text);
+    const std::vector<CorrectedError> errors = Read(lines);
+    const TestRoot root;
+    root.Write("log", text);
+    const auto fileLines = FileLines::OpenFirst({root / "log"});
+    EXPECT_NE(fileLines, nullptr);
+    const std::vector<CorrectedError> ofFile =
+        fileLines == nullptr ? std::vector<CorrectedError>() : Read(*fileLines);
+    EXPECT_TRUE(std::equal(errors.begin(), errors.end(), ofFile.begin(), ofFile.end(),
+                           [](const CorrectedError& one, const CorrectedError& other) {
+                               return Drive(one) == Drive(other) && one.time == other.time;
+                           }))
+        << errors.size() << " and " << ofFile.size();
+    return errors;
+}
+
 std::vector<std::string> Drives(const std::string& text) {
     std::vector<std::string> drives;
     for (const CorrectedError& error : Errors(text)) {
-        drives.push_back(Text(error.device) + " " + Text(error.enclosure) + ":" + Text(error.slot));
+        drives.push_back(Drive(error));
     }
     return drives;
 }
@@ -267,6 +290,45 @@ TEST(ReadCorrectedErrors, MutatedLogs_GiveNumbersWithinTheirLimits) {
         }
     }
     EXPECT_GT(found, 5000u);  // most errors survive
+}
+
+// Beginnings and ends of blocks in every order, and texts that look like them, over many times what is held
+// of a file at once. That both ways of reading find the same is what counts.
+TEST(ReadCorrectedErrors, BlocksInAnyOrder_AreReadAlikeFromFileAndMemory) {
+    const std::vector<std::string> pieces = {
+        "seqNum: 0x1\n",
+        "\nseqNum: 0x2\nTime: Fri Oct  2 05:41:23 2026\n",
+        " seqNum: 0x3\n",
+        "seqNum:\r\n",
+        "seqNum: \r\n",
+        "the seqNum: 0x4\n",
+        "Time: Fri Oct  2 05:41:24 2026\n",
+        "Event Description: " + kPatrol + "\n",
+        "Event Description: Corrected medium error during recovery on PD 15(e0x08/s4)\n",
+        "Event Description: Unrecoverable medium error on PD 03(e0xff/s3)\n",
+        "Event Description: Patrol Read progress\n",
+        "Corrected medium error\n",
+        "CLI Version = 007\n",
+        "Device ID: 7\n",
+        "Enclosure Index: 252\nSlot Number: 1\n",
+        "corrected medium error",
+        "\n",
+        std::string(3000, 'x') + "\n",
+    };
+    std::mt19937 random(20261122);
+    for (int round = 0; round < 30; ++round) {
+        std::string text;
+        while (text.size() < 20 * FileLines::kMaxLine) {
+            // Most of the time whole blocks: else no description would stand in one.
+            text += random() % 2 == 0 ? pieces[random() % pieces.size()]
+                                      : Block(random() % 4 == 0 ? kPatrol : "Patrol Read progress",
+                                              DriveData(std::to_string(random() % 100), "252", "3"));
+            if (random() % 2000 == 0) {
+                text += std::string(2 * FileLines::kMaxLine, 'y') + " um error\n";
+            }
+        }
+        EXPECT_GT(Errors(text).size(), 100u) << round;
+    }
 }
 
 // This process's resident memory in bytes.
