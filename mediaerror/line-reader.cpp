@@ -69,8 +69,8 @@ std::unique_ptr<FileLines> FileLines::OpenFirst(const std::vector<std::string>& 
 std::optional<std::string_view> FileLines::Next() {
     const char* const begin = m_buffer.data() + m_begin;
     const std::size_t held = m_end - m_begin;
-    // Most lines are held as a whole.
-    if (const void* const feed = std::memchr(begin, '\n', held); feed != nullptr && !m_passOver) {
+    // Most lines are held as a whole. (Behind the beginning of a line that is too long nothing is held.)
+    if (const void* const feed = std::memchr(begin, '\n', held); feed != nullptr) {
         const auto length = static_cast<std::size_t>(static_cast<const char*>(feed) - begin);
         m_begin += length + 1;
         return WithoutEnd({begin, std::min(length, kMaxLine)});
@@ -113,7 +113,7 @@ std::optional<std::string_view> FileLines::NextWith(std::string_view text) {
         // On to the line that holds the text, or else to the last one that has begun.
         const std::string_view held(m_buffer.data() + m_begin, m_end - m_begin);
         const std::string_view before = held.substr(0, held.find(text));
-        if (const std::size_t feed = before.rfind('\n'); feed != std::string_view::npos) {
+        if (const std::size_t feed = LastFeed(before); feed != std::string_view::npos) {
             m_begin += feed + 1;
         }
         line = Next();  // its end may still have to be read, or lie beyond the limit

@@ -22,11 +22,11 @@ public:
     // when there is none any more. What a parser has no use for is passed over much faster than line by line,
     // fastest when the text begins with a character that is rare in the lines to be passed over.
     virtual std::optional<std::string_view> NextWith(std::string_view text);
-    // Called behind the first line of a block by who wants nothing of a block that does not hold the text:
-    // passes over such blocks, this one and the next ones, as far as that can be told fast, perhaps not at
-    // all. A block begins with a line that begins with `head`; text and head are not empty and have no line
-    // feed. True when the next line begins a block that holds the text: behind that line it need not be
-    // called. Called behind other lines it may take long and gain nothing.
+    // Only behind the first line of a block, and for who wants nothing of a block that does not hold the
+    // text: passes over such blocks, this one and the next ones, as far as that can be told fast, perhaps not
+    // at all. A block begins with a line that begins with `head`; text and head are not empty and have no
+    // line feed. If true, the next line begins a block that holds the text, and behind that line it need not
+    // be called.
     virtual bool PassOverBlocksWithout(std::string_view text, std::string_view head);
 };
 

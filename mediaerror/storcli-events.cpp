@@ -13,10 +13,9 @@ using tovaserverutil::Trimmed;
 using tovaserverutil::WithoutLeadingBlanks;
 
 constexpr std::string_view kBlock = "seqNum: ";
-constexpr std::string_view kInBlock = "qNum:";  // in the line that begins a block, and found fast: q is rare
-constexpr std::string_view kSlotMark = "/s";    // in a description
+constexpr std::string_view kSlotMark = "/s";  // in a description
 constexpr std::string_view kDescription = "Event Description:";
-constexpr std::string_view kError = "um error";  // in every description that counts; u is rarer than m
+constexpr std::string_view kError = "um error";  // in every description that counts, and found fast
 // The tool's own words, before or right behind the events.
 constexpr std::string_view kEnvelope[] = {"CLI Version = ", "Controller = "};
 
@@ -115,15 +114,10 @@ public:
         if (line.front() == kBlock.front() && (line.starts_with(kBlock) || line == Trimmed(kBlock))) {
             End();
             m_part = Part::kHead;
-        } else if (m_part == Part::kHead) {
-            TakeOfHead(line);
-        } else if (m_part == Part::kData) {
-            TakeOfData(line);
+        } else if (m_part != Part::kNone) {
+            TakeOfBlock(line);
         }
     }
-
-    // Does no line matter but one that begins a block?
-    bool WaitsForBlock() const { return m_part == Part::kNone; }
 
     // The end of a block, also at the end of the log.
     void End() {
@@ -140,7 +134,8 @@ private:
     enum class Part { kNone, kHead, kData };
 
     // What is read of a line shows in its first character. Most lines tell nothing.
-    void TakeOfHead(std::string_view line) {
+    // What is read of a line shows in its first character. Most lines tell nothing.
+    void TakeOfBlock(std::string_view line) {
         switch (line.front()) {
             case 'C':
                 TakeEnvelope(line);
@@ -148,25 +143,19 @@ private:
             case 'T':
                 TakeTime(line);
                 break;
-            case kDescription.front():
-                if (line.starts_with(kDescription)) {
+            default:
+                if (m_part == Part::kData) {
+                    TakeData(line);
+                } else if (line.starts_with(kDescription)) {
                     m_part = NamesCorrectedError(line) ? Part::kData : Part::kNone;
                     m_description.assign(m_part == Part::kData ? line : std::string_view());
                 }
                 break;
-            default:
-                break;
         }
     }
 
-    void TakeOfData(std::string_view line) {
+    void TakeData(std::string_view line) {
         switch (line.front()) {
-            case 'C':
-                TakeEnvelope(line);
-                break;
-            case 'T':
-                TakeTime(line);
-                break;
             case 'D':
                 TakeDevice(line);
                 break;
@@ -242,7 +231,7 @@ private:
 void ReadCorrectedErrors(LineSource& lines, const std::function<void(const CorrectedError&)>& found) {
     EventLog log(found);
     bool holdsError = false;  // the block that the next line begins
-    while (const auto line = log.WaitsForBlock() ? lines.NextWith(kInBlock) : lines.Next()) {
+    while (const auto line = lines.Next()) {
         log.Take(*line);
         if (line->starts_with(kBlock) && !std::exchange(holdsError, false)) {
             holdsError = lines.PassOverBlocksWithout(kError, kBlock);

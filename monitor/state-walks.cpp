@@ -95,7 +95,7 @@ bool HasMegaRaidController(const SmartStorage& storage) {
 }
 
 // Has the processor fetch an item and its key while the one before it is looked at. In big snapshots a walk
-// else waits for memory at every item: that took more than half of its time.
+// else waits for memory at every item.
 template <typename Item>
 void Prefetch(const std::pair<const std::string, Item>& entry) {
     constexpr std::size_t kLine = 64;  // of the cache; with another one it only helps less

@@ -34,8 +34,8 @@ public:
     void SetId(std::uint32_t id) { m_id = id; }
     std::uint32_t Id() const { return static_cast<std::uint32_t>(m_id); }
     void AddParameter(std::string text) {
-        constexpr std::size_t kUsual =
-            3;  // of most events; growing to it one by one takes longer than all else
+        // Most events have as many. Growing to it one by one takes longer than all else.
+        constexpr std::size_t kUsual = 3;
         m_parameters.reserve(kUsual);
         m_parameters.push_back(std::move(text));
     }

@@ -173,11 +173,14 @@ class Expansion:
     def _fetch_expanded(self, path: str, kind: str, deadline: Deadline) -> Reading:
         begun = time.monotonic()
         answer, resource = self._ask(path, deadline)
+        asked_by = self._session.log_ins
         members = resource["Members"]
         if members and _are_links(members):
             self._plain.add(path)  # ignored, which makes the answer the plain one
             return Reading(answer, resource)
         reading = self._as_listed(path, answer, resource, deadline)
+        if self._session.log_ins != asked_by:
+            return reading  # the session was renewed for the plain form; the members are of the one before
         listed = self._listed.get(path, {})
         self._keep([item for item in members if canonical(item["@odata.id"]) in listed and _is_ready(kind, item)], begun)
         return reading
@@ -248,7 +251,8 @@ class Expansion:
         self._forget_other_session()
         for item in members:
             key, text = canonical(item["@odata.id"]), shaped_text(item)
-            if key not in self._kept and self._kept_bytes + len(text) <= MAX_KEPT_BYTES:
+            self._kept_bytes -= len(self._kept.pop(key, (0.0, ""))[1])  # of a collection that was read before
+            if self._kept_bytes + len(text) <= MAX_KEPT_BYTES:
                 self._kept[key] = begun, text
                 self._kept_bytes += len(text)
                 self.note_drives(item)

@@ -58,12 +58,13 @@ def memory_plot(samples: memory.Samples) -> List[Chart]:
     return [Chart("Memory of the service", "looks at the storage", "MiB resident", [Line("service", points)])]
 
 
-def machine(begun: Times) -> str:
-    """This machine, and what others have taken of it since."""
+def machine(begun: Times, load: float) -> str:
+    """This machine, its load when the run began, and what others have taken of it since."""
     model = next((line.partition(":")[2].strip() for line in Path("/proc/cpuinfo").read_text(encoding="ascii").splitlines()
                   if line.startswith("model name")), platform.machine())
     return (f"{os.cpu_count()} x {model}, Linux {platform.release()}, CPython {platform.python_version()}, "
-            f"{time.strftime('%Y-%m-%d %H:%M')}; others took {Times.now().taken_since(begun):.1%} of its processors meanwhile")
+            f"{time.strftime('%Y-%m-%d %H:%M')}; load before {load:.1f}, "
+            f"others took {Times.now().taken_since(begun):.1%} of the processors' time")
 
 
 def measure(build: Path, cycles: int, plots: Path) -> List[Figure]:
@@ -88,20 +89,21 @@ def main() -> int:
     args = parser.parse_args()
     if args.cycles < 1:
         parser.error("CYCLES is at least 1")
-    begun = Times.now()
     try:
+        begun, load = Times.now(), os.getloadavg()[0]
         reason = missing(faketime=True)
         if reason is not None:
             raise HostError(reason)
         figures = measure(args.build.resolve(), args.cycles, args.plots)
-    except (HostError, Failure, RuntimeError, OSError) as error:
+    except (HostError, Failure, RuntimeError, ValueError, OSError) as error:
         print(f"bench: {error}", file=sys.stderr)
         return 2
     save(args.json, figures)
-    args.json.with_suffix(".md").write_text(markdown(figures, machine(begun)), encoding="utf-8")
+    described = machine(begun, load)
+    args.json.with_suffix(".md").write_text(markdown(figures, described), encoding="utf-8")
     print_table(figures)
     missed = sum(figure.verdict == MISSED for figure in figures)
-    print(f"{machine(begun)}\n{missed} of {sum(figure.target is not None for figure in figures)} targets missed")
+    print(f"{described}\n{missed} of {sum(figure.target is not None for figure in figures)} targets missed")
     return 1 if missed else 0
 
 

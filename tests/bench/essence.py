@@ -9,10 +9,20 @@ from walks import EXPANDED, OFF, TREES
 
 WALKS = ((EXPANDED.name, "the service"), (OFF.name, "the service, `expand=false`"), ("reference", "reference"))
 OTHERS = {
-    'start to "Service started.", median': 'Start to "Service started."',
-    "SIGTERM to exit, median": "Stop while it waits",
-    "resident memory after walks of 8 drives": "Resident memory, 8 drives",
-    "resident memory after walks of L": "Resident memory, 200 drives",
+    "S, expanded, requests": "Requests of a look at S",
+    "L, expanded, requests": "of one at L",
+    "M, expanded, requests to reference": "of one at M, beside the reference's",
+    "S, expanded, wall time to own requests x 20 ms": "Time of a look at S, beside 20 ms for each of its requests",
+    "L, expanded, wall time to own requests x 20 ms": "of one at L, the same",
+    "S, expanded, wall time to reference": "Time of a look at S, beside the reference's",
+    "L, expanded, wall time to reference": "of one at L, the same",
+    "S, refused, wall time to reference": "of one at S, when the controller refuses to put members in place",
+    "L, expanded, CPU time to reference": "CPU time of a look at L, beside the reference's",
+    "L, expand = false, CPU time to reference": "of one with `expand=false`, the same",
+    'start to "Service started.", median': 'Start to "Service started.", median',
+    "SIGTERM to exit, median": "Stop while it waits, median",
+    "resident memory after walks of 8 drives, most": "Resident memory, 8 drives",
+    "resident memory after walks of L, most": "Resident memory, 200 drives",
     "wake-ups of a thread in a pause, most": "Wake-ups of a thread between two looks",
     "report parser, speed beside grep's": "Report parser, speed beside grep over the same 100 MB",
     "event log parser, speed beside grep's": "Event-log parser, the same",
@@ -39,6 +49,6 @@ def markdown(figures: Sequence[Figure], machine: str) -> str:
     looks = [[f"{tree.name}: {tree.what}" if key == EXPANDED.name else "", who,
               f"{by_name[f'{tree.name}, {key}, requests'].value:.0f}", value(f"{tree.name}, {key}, wall time"),
               value(f"{tree.name}, {key}, CPU time")] for tree in TREES for key, who in WALKS]
-    others = [[shown, value(name), target(by_name[name])] for name, shown in OTHERS.items()]
+    others = [[shown, value(name), target(by_name[name]), by_name[name].verdict] for name, shown in OTHERS.items()]
     return "\n".join([*table(("One look at", "by", "requests", "time", "CPU time"), looks), "",
-                      *table(("Figure", "value", "target"), others), "", f"Measured on {machine}.", ""])
+                      *table(("Figure", "value", "target", "verdict"), others), "", f"Measured on {machine}.", ""])

@@ -55,12 +55,18 @@ def wait_for_cycle(sim: ControllerProcess, host: SimHost, cycle: int) -> int:
         time.sleep(0.1)
 
 
+def opened_of(sim: ControllerProcess) -> int:
+    """Connections that were made to the controller so far, and log-ins."""
+    counters = sim.control.call("counters")
+    return int(counters["connections"]) + int(counters["logins"])
+
+
 def zombies(host: SimHost) -> int:
     return sum(child.state == "Z" for child in host.children())
 
 
-def figures_of(samples: Samples, descriptors: int, most_zombies: int, errors: int) -> List[Figure]:
-    """descriptors: how many more there are at the end than at the start."""
+def figures_of(samples: Samples, descriptors: int, most_zombies: int, errors: int, connections: int) -> List[Figure]:
+    """descriptors, connections: how many more there are at the end than at the start, and were made."""
     (_, first), (cycles, last) = samples[0], samples[-1]
     return [
         plain("resident memory, before the first cycle counts", first / 1024, "MiB"),
@@ -69,6 +75,7 @@ def figures_of(samples: Samples, descriptors: int, most_zombies: int, errors: in
         at_most("more descriptors than at the start", descriptors, "", 0),
         at_most("ended children that were left, most", most_zombies, "", 0),
         at_most("error lines", errors, "", 0),
+        at_most(f"new connections and log-ins in {cycles:,} cycles", connections, "", 0),
     ]
 
 
@@ -83,6 +90,7 @@ def measure(bin_dir: Path, cycles: int = CYCLES, options: Sequence[str] = ("--dr
         host.start_service(stand_alone=False, faketime=f"+0 x{SPEED}")
         host.wait_trace("Start to monitor.", START_SECONDS)
         base = wait_for_cycle(sim, host, cycles_of(sim.control.call("counters")) + 2)  # the baseline is taken
+        opened = opened_of(sim)
         samples: Samples = [(0, host.rss_kib())]
         descriptors, most_zombies = len(host.descriptors()), zombies(host)
         for mark in sorted({max(1, cycles * number // SAMPLES) for number in range(1, SAMPLES + 1)}):
@@ -92,10 +100,11 @@ def measure(bin_dir: Path, cycles: int = CYCLES, options: Sequence[str] = ("--dr
         # A look may be under way, with descriptors of its own.
         descriptors = min(len(host.descriptors()) for _ in range(20)) - descriptors
         errors = sum("[ER]" in line for line in host.trace_lines())
+        opened = opened_of(sim) - opened
         status = host.stop_service(STOP_SECONDS)
         if status != 0:
             raise HostError(f"the service ended with status {status}\n{host.report()}")
-    return figures_of(samples, descriptors, most_zombies, errors), samples
+    return figures_of(samples, descriptors, most_zombies, errors, opened), samples
 
 
 def main() -> int:

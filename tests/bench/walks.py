@@ -31,7 +31,7 @@ REFERENCE = Path(__file__).resolve().parent / "reference-walk.py"
 LATENCY_MS = 20
 LATENCY = LATENCY_MS / 1000
 WALKS = 5
-TRIES = 2  # of a run that others disturb; it takes most of a minute
+TRIES_OF_A_RUN = 2  # that others disturb; it takes most of a minute
 
 IDLE_DRIVES = 8
 CURVE_DRIVES = (10, 50, 100, 200)  # the last one is tree L
@@ -93,6 +93,7 @@ class Cost:
     requests: float
     wall: float  # seconds
     cpu: float
+    first_requests: int = 0  # of the first walk of a session
 
 
 Curve = Mapping[int, Mapping[str, Cost]]  # number of drives -> mode or client -> cost
@@ -104,43 +105,50 @@ class Vitals:
 
     start_ms: List[float] = field(default_factory=list)
     stop_ms: List[float] = field(default_factory=list)
-    resident_kib: Dict[str, int] = field(default_factory=dict)  # by the server's name
+    resident_kib: Dict[str, int] = field(default_factory=dict)  # by the server's name, the most
     connections: int = 0  # of the walks of a run, the most
     logins: int = 0
 
-    def take(self, run: ServiceRun) -> None:
-        self.start_ms.append(run.start_ms)
-        self.stop_ms.append(run.stop_ms)
-        self.connections = max(self.connections, len(set().union(*(walk.connections for walk in run.walks))))
-        self.logins = max(self.logins, sum(walk.logins for walk in run.walks))
+    idle_wakeups: int = 0  # of a thread in a pause, the most
+    other_wakeups: float = 0.0  # per interval, of a thread that does not look, the most
+
+    def take(self, server: str, run: ServiceRun) -> None:
+        self.idle_wakeups = max(self.idle_wakeups, *run.idle_wakeups)
+        self.other_wakeups = max(self.other_wakeups, run.other_wakeups)
+        self.resident_kib[server] = max(run.resident_kib, self.resident_kib.get(server, 0))
+        walks = [run.first, *run.walks]
+        self.connections = max(self.connections, len(set().union(*(walk.connections for walk in walks if walk))))
+        self.logins = max(self.logins, sum(walk.logins for walk in walks if walk))
 
 
 def tell(text: str) -> None:
     print(f"   {text}", file=sys.stderr, flush=True)
 
 
-def watched(bin_dir: Path, sim: ControllerProcess, walks: int, ilo: Optional[Mapping[str, object]] = None,
-            media_errors: bool = False) -> ServiceRun:
-    """A run of the service from start to stop; the calmest one, when others disturb it."""
+def watched(bin_dir: Path, sim: ControllerProcess, walks: int, vitals: Vitals, server: str,
+            ilo: Optional[Mapping[str, object]] = None, media_errors: bool = False) -> ServiceRun:
+    """A run of the service from start to stop; the calmest one, when others disturb it. What no other program excuses is
+    taken from every run; `server`: the name under which its memory is kept."""
     def run() -> ServiceRun:
         with ServiceRun(bin_dir, sim, ilo, media_errors) as service:
             service.measure(walks)
             service.stop()
+        vitals.take(server, service)
         return service
 
-    return calmest(run, TRIES)
+    chosen = calmest(run, TRIES_OF_A_RUN)
+    vitals.start_ms.append(chosen.start_ms)
+    vitals.stop_ms.append(chosen.stop_ms)
+    return chosen
 
 
-def service_cost(bin_dir: Path, sim: ControllerProcess, mode: Mode, walks: int, vitals: Vitals,
-                 server: Optional[str] = None) -> Cost:
-    """Runs the service on a controller. `server`: keep its memory under this name."""
+def service_cost(bin_dir: Path, sim: ControllerProcess, mode: Mode, walks: int, vitals: Vitals, server: str) -> Cost:
+    """Runs the service on a controller. `server`: its name, under which its memory is kept."""
     sim.control.call("expand", mode.controller)
-    run = watched(bin_dir, sim, walks, {} if mode.expand else {"expand": "false"})
-    vitals.take(run)
-    if server is not None:
-        vitals.resident_kib[server] = run.resident_kib
+    run = watched(bin_dir, sim, walks, vitals, server, {} if mode.expand else {"expand": "false"})
     return Cost(statistics.median(walk.requests for walk in run.walks),
-                statistics.median(walk.seconds(LATENCY) for walk in run.walks), statistics.median(run.cpu_seconds))
+                statistics.median(walk.seconds(LATENCY) for walk in run.walks), statistics.median(run.cpu_seconds),
+                run.first.requests if run.first else 0)
 
 
 def client_cost(sim: ControllerProcess, client: str, walks: int) -> Optional[Cost]:
@@ -149,10 +157,14 @@ def client_cost(sim: ControllerProcess, client: str, walks: int) -> Optional[Cos
     if module is not None and importlib.util.find_spec(module) is None:
         return None
     command = [sys.executable, str(REFERENCE), sim.url, sim.account, sim.password, "--walks", str(walks), "--client", client]
-    ran = calmest(lambda: subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, check=False))
-    if ran.returncode != 0:
-        raise HostError(ran.stderr.strip())
-    told = json.loads(ran.stdout)
+
+    def run() -> str:
+        ran = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, check=False)
+        if ran.returncode != 0:
+            raise HostError(ran.stderr.strip())
+        return ran.stdout
+
+    told = json.loads(calmest(run))
     return Cost(told["requests"], told["wall_seconds"], told["cpu_seconds"])
 
 
@@ -180,6 +192,7 @@ def tree_figures(tree: Tree, costs: Mapping[str, Cost], reference: Cost) -> List
     figures = [
         *cost_figures(f"{tree.name}, reference", reference),
         bounded(f"{name}, requests", expanded.requests, "", tree.requests),
+        plain(f"{name}, requests of the first look of a session", expanded.first_requests, ""),
         plain(f"{name}, wall time", expanded.wall, "s"),
         plain(f"{name}, CPU time", expanded.cpu * 1000, "ms"),
         at_most(f"{name}, wall time to own requests x {LATENCY_MS} ms", expanded.wall / (expanded.requests * LATENCY), "",
@@ -194,15 +207,14 @@ def tree_figures(tree: Tree, costs: Mapping[str, Cost], reference: Cost) -> List
     return figures
 
 
-def resident(server: str, kib: int) -> Figure:
-    return at_most(f"resident memory after walks of {server}", kib / 1024, "MiB", RESIDENT_TARGET)
-
-
 def vital_figures(vitals: Vitals) -> List[Figure]:
     return [
+        at_most("wake-ups of a thread in a pause, most", vitals.idle_wakeups, "", 1),
+        at_most("wake-ups per interval, threads that do not look, most", vitals.other_wakeups, "", 1),
         at_most("connections over the walks of a run, most", vitals.connections, "", 1),
         at_most("log-ins over the walks of a run, most", vitals.logins, "", 0),
-        *[resident(server, kib) for server, kib in vitals.resident_kib.items()],
+        *[at_most(f"resident memory after walks of {server}, most", kib / 1024, "MiB", RESIDENT_TARGET)
+          for server, kib in vitals.resident_kib.items()],
         at_most('start to "Service started.", median', statistics.median(vitals.start_ms), "ms", START_TARGET),
         plain('start to "Service started.", longest', max(vitals.start_ms), "ms"),
         at_most("SIGTERM to exit, median", statistics.median(vitals.stop_ms), "ms", STOP_TARGET),
@@ -210,17 +222,11 @@ def vital_figures(vitals: Vitals) -> List[Figure]:
     ]
 
 
-def measure_idle(bin_dir: Path, walks: int, vitals: Vitals) -> List[Figure]:
+def measure_idle(bin_dir: Path, walks: int, vitals: Vitals) -> None:
     """The service with all its threads, on a small server."""
     tell(f"all threads, {IDLE_DRIVES} drives")
     with ControllerProcess("--drives", str(IDLE_DRIVES), "--volumes", "2", "--latency-ms", str(LATENCY_MS)) as sim:
-        run = watched(bin_dir, sim, walks, media_errors=True)
-    vitals.take(run)
-    return [
-        at_most("wake-ups of a thread in a pause, most", max(run.idle_wakeups), "", 1),
-        at_most("wake-ups per interval, threads that do not look, most", run.other_wakeups, "", 1),
-        resident(f"{IDLE_DRIVES} drives", run.resident_kib),
-    ]
+        watched(bin_dir, sim, walks, vitals, f"{IDLE_DRIVES} drives", media_errors=True)
 
 
 def measure_tree(bin_dir: Path, tree: Tree, walks: int, vitals: Vitals) -> Tuple[List[Figure], Dict[str, Cost]]:
@@ -230,7 +236,7 @@ def measure_tree(bin_dir: Path, tree: Tree, walks: int, vitals: Vitals) -> Tuple
     with ControllerProcess(*tree.options, "--latency-ms", str(LATENCY_MS)) as sim:
         for mode in (EXPANDED, OFF, *FALLBACKS):
             tell(f"{tree.name}, {tree.what}: {mode.name}")
-            costs[mode.name] = service_cost(bin_dir, sim, mode, walks, vitals, tree.name if mode is EXPANDED else None)
+            costs[mode.name] = service_cost(bin_dir, sim, mode, walks, vitals, tree.name)
         for client in CLIENTS:
             tell(f"{tree.name}: walk of {client}")
             cost = client_cost(sim, client, walks)
@@ -252,7 +258,7 @@ def measure_curve(bin_dir: Path, known: Mapping[int, Mapping[str, Cost]], walks:
         tell(f"{drives} drives")
         options = ("--drives", str(drives), "--volumes", "4", "--latency-ms", str(LATENCY_MS))
         with ControllerProcess(*options) as sim:
-            costs = {mode.name: service_cost(bin_dir, sim, mode, walks, vitals)
+            costs = {mode.name: service_cost(bin_dir, sim, mode, walks, vitals, f"{drives} drives")
                      for mode in (OFF, EXPANDED)}
             reference = client_cost(sim, YARDSTICK, walks)
             assert reference is not None
@@ -271,7 +277,8 @@ def measure(bin_dir: Path, walks: int = WALKS) -> Tuple[List[Figure], Curve]:
         if tree.name == "L":
             known[200] = costs
     curve = measure_curve(bin_dir, known, min(walks, CURVE_WALKS), vitals)
-    return figures + measure_idle(bin_dir, walks, vitals) + vital_figures(vitals), curve
+    measure_idle(bin_dir, walks, vitals)
+    return figures + vital_figures(vitals), curve
 
 
 def main() -> int:

@@ -104,7 +104,8 @@ class ServiceRun:
         self._begun = self.start_ms = 0.0
         self.stop_ms = 0.0
         self.resident_kib = 0
-        self.walks: List[Walk] = []
+        self.first: Optional[Walk] = None  # which finds out what the controller can do
+        self.walks: List[Walk] = []  # behind that
         self.cpu_seconds: List[float] = []  # of each walk but the first
         self.idle_wakeups: List[int] = []  # of the thread with the most, in the looked-at part of each pause
         self.other_wakeups = 0.0  # per interval, of the thread with the most but for the one that walks
@@ -145,7 +146,10 @@ class ServiceRun:
         ended = voluntary_switches(pid)
         per_thread = sorted(ended[thread] - switches.get(thread, 0) for thread in ended)
         self.other_wakeups = per_thread[-2] / (done - first)
-        self.walks = walks_of(self._requests())[first:done]
+        all_walks = walks_of(self._requests())
+        self.first, self.walks = all_walks[0], all_walks[first:done]
+        if not self.idle_wakeups:
+            raise HostError("this machine is too busy: no pause between two walks could be watched")
         self.resident_kib = self._host.rss_kib()
 
     def stop(self) -> None:

@@ -188,6 +188,35 @@ def test_members_are_kept_for_a_minute(array, monkeypatch, age, asked):
     assert array.new() == asked
 
 
+def test_collection_that_is_read_again_tells_what_is_now(array):
+    """Within one walk: the reader asks again for what was not ready."""
+    resources = walked(array, DRIVES)
+    resources.get(DRIVES)
+    array.members[DRIVES][1]["Status"]["Health"] = "Critical"
+    same_as_plain(array, resources, DRIVES, *drive_paths(array))
+    assert array.new() == [DRIVES + EXPAND] * 2
+
+
+def test_collection_that_is_read_again_later_is_kept_anew(array, monkeypatch):
+    now = [1000.0]
+    monkeypatch.setattr(_bayward_expansion.time, "monotonic", lambda: now[0])
+    resources = walked(array, DRIVES)
+    resources.get(DRIVES)
+    now[0] += 61
+    same_as_plain(array, resources, DRIVES, *drive_paths(array))
+    assert array.new() == [DRIVES + EXPAND] * 2
+
+
+def test_room_for_what_is_kept_is_not_lost_by_reading_again(array, monkeypatch):
+    resources = walked(array, DRIVES)
+    monkeypatch.setattr(_bayward_expansion, "MAX_KEPT_BYTES", 2000)
+    for _ in range(5):
+        resources.get(DRIVES)
+    array.new()
+    same_as_plain(array, resources, *drive_paths(array))
+    assert array.new() == []
+
+
 def test_changes_are_seen_in_the_next_walk(array):
     resources = Resources(array)
     resources.get(DRIVES)
@@ -395,6 +424,24 @@ def test_members_of_another_session_are_forgotten(array):
     resources.get(DRIVES)
     same_as_plain(array, resources, *drive_paths(array))
     assert array.new() == [DRIVES + EXPAND]
+
+
+def test_members_from_before_the_session_was_renewed_are_forgotten(array):
+    """It was renewed by the request for the plain form of the same collection."""
+    resources = Resources(array)
+    ask = array.fetch
+
+    def fetch(path, deadline):
+        answer = ask(path, deadline)
+        if path == DRIVES:
+            array.log_ins += 1
+            array.members[DRIVES][1]["Status"]["Health"] = "Critical"
+        return answer
+
+    array.fetch = fetch
+    resources.get(DRIVES)
+    assert '"Health":"Critical"' in resources.get(f"{DRIVES}1/")
+    assert array.new() == [DRIVES + EXPAND, DRIVES, f"{DRIVES}1/"]
 
 
 # ---- Members that are not whole ----

@@ -156,6 +156,16 @@ TEST(ReadCorrectedErrors, BlockWithTwoDescriptions_CountsByTheFirst) {
     EXPECT_THAT(Drives("seqNum: 1\nEvent Description: " + kPatrol + "\n" + both), ElementsAre("10 252:3"));
 }
 
+TEST(ReadCorrectedErrors, EnvelopeBeforeTheDescription_EndsTheBlock) {
+    EXPECT_THAT(Errors("seqNum: 1\nCLI Version = 1\nEvent Description: " + kPatrol + "\n"), IsEmpty());
+    EXPECT_THAT(Errors("seqNum: 1\nController = 0\nEvent Description: " + kPatrol + "\n"), IsEmpty());
+}
+
+TEST(ReadCorrectedErrors, TimeBehindTheDescription_Counts) {
+    EXPECT_THAT(Times("seqNum: 1\nEvent Description: " + kPatrol + "\nTime: Fri Oct  2 05:41:23 2026\n"),
+                ElementsAre(kTime));
+}
+
 TEST(ReadCorrectedErrors, BlockEndsAtTheNextBlockAndAtTheEnvelope) {
     const std::string head = "seqNum: 1\nEvent Description: Corrected medium error\n";
     EXPECT_THAT(Drives(head + "seqNum: 2\nDevice ID: 5\n"), ElementsAre("- -:-"));
