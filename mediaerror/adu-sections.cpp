@@ -30,8 +30,8 @@ bool IsLetter(char character) {
 // By the character's code. Most of what is read of a report are rows of hexadecimal numbers.
 constexpr auto kHexDigits = [] {
     std::array<bool, 256> digits{};
-    for (const unsigned char digit : std::string_view("0123456789abcdefABCDEF")) {
-        digits[digit] = true;
+    for (const char digit : std::string_view("0123456789abcdefABCDEF")) {
+        digits[static_cast<unsigned char>(digit)] = true;
     }
     return digits;
 }();

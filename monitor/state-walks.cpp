@@ -191,10 +191,11 @@ struct Walk {
 
     void operator()(const ServiceRoot& previous, const ServiceRoot& current, EventList& events) const {
         for (const auto& [systemKey, system] : current.systems) {
-            for (const auto& [controllerKey, controller] : (system.*family).controllers) {
+            for (const auto& entry : (system.*family).controllers) {
+                const ArrayController& controller = entry.second;
                 const std::span<Rule* const> applied = rules(controller);
                 ItemsInStep<Item> oldItems(
-                    previous.findController(systemKey, family, lookUpKey(controllerKey, controller)), items);
+                    previous.findController(systemKey, family, lookUpKey(entry.first, controller)), items);
                 ForEachItem(controller.*items, [&](const std::string& itemKey, const Item& item) {
                     typename ItemsInStep<Item>::Iterator old;
                     const bool found = oldItems.Contains(itemKey, old);

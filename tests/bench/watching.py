@@ -193,8 +193,9 @@ class ServiceRun:
             time.sleep(0.05)
 
     def _watch_idle(self, pid: int) -> None:
-        before, walks = voluntary_switches(pid), len(walks_of(self._requests()))
+        before, requests = voluntary_switches(pid), len(self._requests())
         time.sleep(IDLE_SECONDS)
         after = voluntary_switches(pid)
-        if len(walks_of(self._requests())) == walks:  # else this machine is so busy that the pause was over
+        # Else this machine is so busy that the pause was over, or that it was none: a walk had come to a halt.
+        if len(self._requests()) == requests:
             self.idle_wakeups.append(max(after[thread] - before.get(thread, 0) for thread in after))
