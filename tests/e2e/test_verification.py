@@ -95,7 +95,7 @@ def test_every_pass_says_why_it_failed(start_sim: Callable, authority: Authority
         sim = start_sim("--drives", 1, "--cert", certificate, "--key", key)
         sim.control.call(*order, "forever")
         reason = reason.format(url=sim.url)
-    watched = watch(sim, account=("monitor", "some-secret"), speed=10, config=with_ca(authority.file),
+    watched = watch(sim, account=("monitor", "some-secret"), speed=25, config=with_ca(authority.file),
                     addresses=[] if sim else ["192.0.2.1"]).start()
     watched.wait_line(f"{FAILED}4")
     assert watched.stop() == 0
